@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+// The caller's memory, element by element: misaligned addresses and foreign types are all the same
+// to these accessors, and cost nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace zonm {
+
+using std::int32_t;
+using std::ptrdiff_t;
+
+// The bytes under an operand of elements `T`: read-only where `T` is const.
+template <class T>
+using Bytes = std::conditional_t<std::is_const_v<T>, const std::byte, std::byte> *;
+
+template <class T> inline Bytes<T> bytes(T *p) { return reinterpret_cast<Bytes<T>>(p); }
+
+template <class T> inline std::remove_const_t<T> load(const std::byte *p)
+{
+    std::remove_const_t<T> value;
+    std::memcpy(&value, p, sizeof value);
+    return value;
+}
+
+template <class T> inline void store(std::byte *p, T value) { std::memcpy(p, &value, sizeof value); }
+
+} // namespace zonm
