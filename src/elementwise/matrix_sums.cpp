@@ -280,14 +280,15 @@ inline bool mayTile(const std::byte *dst, const std::byte *array, const std::byt
     return count >= tileObjects && elements <= tileLargest && apart && keepsOrder(dst, array, 0, 0);
 }
 
-template <class Operand> bool isPacked(const Operand &o, Shape shape, int32_t count)
+// Zero where rows and objects follow each other without a gap, in one test for all operands.
+template <class Operand> ptrdiff_t gaps(const Operand &o, Shape shape, int32_t count)
 {
-    const ptrdiff_t row = shape.width * ptrdiff_t(sizeof(typename Operand::Value));
-    const bool rows = o.isDense() & (o.rowStep() == row);
-    if constexpr (Operand::many)
-        return rows & ((count == 1) | (o.objects().step == row * shape.height));
-    else
-        return rows;
+    constexpr auto element = ptrdiff_t(sizeof(typename Operand::Value));
+    const ptrdiff_t row = shape.width * element;
+    ptrdiff_t gaps = (o.columnStep() - element) | (o.rowStep() - row);
+    if (Operand::many && count > 1)
+        gaps |= o.objects().step - row * shape.height;
+    return gaps;
 }
 
 // Bindings ---------------------------------------------------------------------------------------
@@ -318,8 +319,8 @@ ZonStatus sumStrided(A src1, B src2, D dst, Shape shape, int32_t count)
         const auto d = bytes(dst.base);
         const auto a = bytes(src1.base), b = bytes(src2.base);
         const ptrdiff_t elements = ptrdiff_t(shape.width) * shape.height;
-        const bool packed = isPacked(src1, shape, count) & isPacked(src2, shape, count) &
-                            isPacked(dst, shape, count);
+        const bool packed =
+            (gaps(src1, shape, count) | gaps(src2, shape, count) | gaps(dst, shape, count)) == 0;
         if constexpr (A::many == B::many) {
             if (packed && keepsOrder(d, a, 0, 0) && keepsOrder(d, b, 0, 0))
                 return sumRun<Op, T>(d, a, b, elements * count);
