@@ -52,6 +52,7 @@ foreach(library zonm zonm_static)
 endforeach()
 
 if(WIN32)
+  set_target_properties(zonm PROPERTIES PREFIX "")
   target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
 else()
   set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
