@@ -52,8 +52,8 @@
  *
  * This is the standard order, each step where the export has such arguments; exceptions stand with
  * their families. Strides have no upper bound and are not compared: rows may overlap. Elements may
- * lie at any address; tables and pivots are aligned as C has them. Overlap of dst and sources is not
- * tested: keep them apart, unless the family allows dst in place of a source.
+ * lie at any address; tables and pivots are aligned as C has them. Overlap of dst and sources is
+ * not tested: keep them apart, unless the family allows dst in place of a source.
  *
  * Arithmetic. 32f expressions are evaluated in double and rounded when they are stored; orders of
  * operations are fixed. The same call gives the same bits with every compiler and on every
