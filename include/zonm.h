@@ -57,7 +57,8 @@
  *
  * Arithmetic. 32f expressions are evaluated in double and rounded when they are stored; orders of
  * operations are fixed. The same call gives the same bits with every compiler and on every
- * processor (the kit's rotations and fields of view as far as the platform's sin and cos do).
+ * processor (but for the payload of a NaN; and the kit's rotations and fields of view depend on the
+ * platform's sin and cos). The rounding mode and the like are yours and stay as you set them.
  *
  * Nothing is allocated, nothing is kept between calls. Any calls may run at the same time on memory
  * that none of them writes for another; each needs a `buffer` of its own where the list has one.
