@@ -471,14 +471,14 @@ FAMILIES = {
     An m4 matrix is 16 floats, row after row: m(r, c) = m[4*r + c]. Vectors multiply from the left,
     as rows: translation is row 3, and src1 * src2 applies src1 first. Angles are in radians.
 
-    zonmIdentity, zonmTranspose, zonmDet    as named; zonmDet writes one number
-    zonmIsIdentity                *dst = 1 if src equals the identity exactly (-0 is 0), else 0
-    zonmMul_mm4x4, zonmMulTranspose    dst = src1 * src2, or the transpose of that
-    zonmInvert                    dst = inverse; *det = determinant unless det is null
-    zonmScaling, zonmTranslation       factors on the diagonal; tx, ty, tz in row 3
-    zonmRotationX, Y, Z           turn y to z, z to x, x to y
-    zonmRotationAxis              about axis, which is normalised first; a zero axis gives NaNs
-    zonmRotationYawPitchRoll      roll about z first, then pitch about x, then yaw about y
+    zonmIdentity, zonmTranspose, zonmDet   as named; zonmDet writes one number
+    zonmIsIdentity                         *dst = 1 if src is exactly the identity (-0 is 0), else 0
+    zonmMul_mm4x4, zonmMulTranspose        dst = src1 * src2, or the transpose of that
+    zonmInvert                             dst = inverse; *det = determinant unless det is null
+    zonmScaling, zonmTranslation           factors on the diagonal; tx, ty, tz in row 3
+    zonmRotationX, Y, Z                    turn y to z, z to x, x to y
+    zonmRotationAxis                       about axis, normalised first; a zero axis gives NaNs
+    zonmRotationYawPitchRoll               roll about z first, then pitch about x, then yaw about y
 
     Nothing is checked and the status is zonStsOk, with two exceptions: zonmMul_mm4x4 tests its
     pointers (zonStsNullPointer); zonmInvert returns zonStsSingular when the largest element left in
