@@ -98,7 +98,7 @@ enum {
     zonStsSingular = -195,            /**< a pivot below the singularity limit */
     zonStsBadShift = -202,            /**< a shift is negative or no multiple of it */
     zonStsBadCount = -203,            /**< count below 1 */
-    zonStsShapeMismatch = -204,       /**< the sizes of the operands do not fit together */
+    zonStsShapeMismatch = -204,       /**< operands of sizes that do not match */
     zonStsNoConvergence = -205        /**< an iteration limit was reached */
 };
 
@@ -3315,8 +3315,8 @@ ZONM_API ZonStatus zonmLComb_vava_64f_P(
  *
  * dst[k](i) = src1[k](i) * val + src2[k](i)
  *
- * val stands behind the block of src1 and is not judged. vav scales each vector of the array and
- * adds the single one; vva scales the single one and adds each vector of the array.
+ * val stands behind the block of src1 and is not judged. In vav the array is
+ * scaled and the single vector added to each; in vva it is the other way round.
  * Bits: the same in every form; a 32f element is rounded once.
  * In place: dst may be a source of the same layout.
  * Checks: standard orders. Nothing can fail after them.
@@ -4621,7 +4621,7 @@ ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_64f(int32_t size, int32_t *b
  *
  * The kit is 32f, its objects are dense runs of elements and nothing is checked: a null pointer
  * faults, and the status is zonStsOk. Equal elements and NaNs give src2[i] in zonmMin and zonmMax.
- * s is not limited to 0 to 1. A formula is evaluated in double and rounded at the store.
+ * s may lie outside 0 to 1. A formula is evaluated in double and rounded at the store.
  * dst may be a source, except in zonmCrossProduct.
  */
 ZONM_API ZonStatus zonmAdd_v2_32f(const float *src1, const float *src2, float *dst);
@@ -4740,8 +4740,8 @@ ZONM_API ZonStatus zonmInterpolationCatmullRom_v4_32f(
 /**
  * 4x4 matrices
  *
- * An m4 matrix is 16 floats, row after row: m(r, c) = m[4*r + c]. Vectors multiply from the left,
- * as rows: translation is row 3, and src1 * src2 applies src1 first. Angles are in radians.
+ * An m4 matrix is 16 floats, row after row: m(r, c) = m[4*r + c]. Vectors are rows, left of
+ * the matrix: translation is row 3, and src1 * src2 applies src1 first. Angles are in radians.
  *
  * zonmIdentity, zonmTranspose, zonmDet   as named; zonmDet writes one number
  * zonmIsIdentity                         *dst = 1 if src is exactly the identity (-0 is 0), else 0
@@ -4790,7 +4790,7 @@ ZONM_API ZonStatus zonmRotationYawPitchRoll_m4_32f(float yaw, float pitch, float
  * zonmPerspectiveFov         cot(fovY/2)/aspect and cot(fovY/2) in place of the first two cells;
  *                            fovY in radians, aspect is width over height
  *
- * width and height are those of the view volume, in perspective at zNear. Nothing is checked: a
+ * width and height measure the view volume, in perspective at zNear. Nothing is checked: a
  * division by zero leaves infinities or NaNs, and the status is zonStsOk.
  */
 ZONM_API ZonStatus zonmLookAtLH_m4_32f(
