@@ -2,12 +2,10 @@
 #include "support/call.hpp"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace test
 {
@@ -38,24 +36,6 @@ Element elementOf(const ArgumentInfo &a)
            : a.type.find("float") != std::string::npos ? Element::f32
                                                        : Element::i32;
 }
-
-// An access outside the operands ends the process; this says in which call.
-char running[512];
-
-extern "C" void reportFault(int signal)
-{
-    for (const char *text : {"\nfault in ", static_cast<const char *>(running), "\n"})
-        if (write(STDERR_FILENO, text, std::strlen(text)) < 0)
-            break;
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
-const bool reporting = [] {
-    for (const int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE})
-        std::signal(signal, reportFault);
-    return true;
-}();
 
 } // namespace
 
@@ -250,9 +230,7 @@ ZonStatus Call::run()
                 return other.second.output && other.second.memory == o.memory;
             }))
             o.memory->protect(PROT_READ);
-    const std::string text = describe();
-    running[text.copy(running, sizeof running - 1)] = '\0';
-    const ZonStatus status = invoke(callee.name, arguments);
+    const ZonStatus status = invoke(callee.name, arguments, describe());
     for (auto &[name, o] : operands)
         o.memory->protect(PROT_READ | PROT_WRITE);
     expectSurroundingsUntouched();

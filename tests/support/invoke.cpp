@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/invoke.hpp"
 
+#include <csignal>
+#include <cstring>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <unordered_map>
 #include <utility>
 
@@ -39,13 +42,34 @@ const std::unordered_map<std::string_view, Callee> callees = {
 #undef ZONM_EXPORT
 };
 
+// The call under way, for the report of a fault.
+char running[512];
+
+extern "C" void reportFault(int signal)
+{
+    for (const char *text : {"\nfault in ", static_cast<const char *>(running), "\n"})
+        if (write(STDERR_FILENO, text, std::strlen(text)) < 0)
+            break;
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+const bool reporting = [] {
+    for (const int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE})
+        std::signal(signal, reportFault);
+    return true;
+}();
+
 } // namespace
 
-ZonStatus invoke(std::string_view exportName, std::span<const Argument> arguments)
+ZonStatus invoke(std::string_view exportName, std::span<const Argument> arguments,
+                 std::string_view description)
 {
     const auto it = callees.find(exportName);
     if (it == callees.end())
         throw std::invalid_argument("not built: " + std::string(exportName));
+    const std::string_view text = description.empty() ? exportName : description;
+    running[text.copy(running, sizeof running - 1)] = '\0';
     return it->second.call(it->second.address, arguments);
 }
 
