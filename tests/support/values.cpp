@@ -32,33 +32,24 @@ template <class T> double drawAs(Values values, Random &random)
     const T sign = random.oneIn(2) ? T(1) : T(-1);
     const T mantissa = T(1) + T(random.unit()); // 1 .. 2
     switch (values) {
-    case Values::smallIntegers:
-        return random.between(-9, 9);
-    case Values::uniform:
-        return sign * T(random.unit());
+    case Values::smallIntegers: return random.between(-9, 9);
+    case Values::uniform: return sign * T(random.unit());
     case Values::manyExponents:
         return sign *
                std::ldexp(mantissa, random.between(Limits::min_exponent, Limits::max_exponent - 2));
-    case Values::denormals:
-        return sign * std::ldexp(T(random.unit()), Limits::min_exponent - 1);
+    case Values::denormals: return sign * std::ldexp(T(random.unit()), Limits::min_exponent - 1);
     case Values::nearLimits: {
         const T limit = random.pick({Limits::max(), Limits::min(), Limits::denorm_min(),
                                      Limits::epsilon(), T(1), T(2) * Limits::min()});
         switch (random.below(3)) {
-        case 0:
-            return sign * std::nextafter(limit, T(0));
-        case 1:
-            return sign * limit;
-        default:
-            return sign * std::nextafter(limit, Limits::infinity());
+        case 0: return sign * std::nextafter(limit, T(0));
+        case 1: return sign * limit;
+        default: return sign * std::nextafter(limit, Limits::infinity());
         }
     }
-    case Values::signedZeros:
-        return random.oneIn(4) ? T(random.between(-2, 2)) : sign * T(0);
-    case Values::infinities:
-        return random.oneIn(3) ? sign * Limits::infinity() : sign * mantissa;
-    case Values::notANumber:
-        return random.oneIn(4) ? sign * Limits::quiet_NaN() : sign * mantissa;
+    case Values::signedZeros: return random.oneIn(4) ? T(random.between(-2, 2)) : sign * T(0);
+    case Values::infinities: return random.oneIn(3) ? sign * Limits::infinity() : sign * mantissa;
+    case Values::notANumber: return random.oneIn(4) ? sign * Limits::quiet_NaN() : sign * mantissa;
     case Values::randomBits: {
         const std::uint64_t bits = random.bits();
         T value;
