@@ -235,6 +235,16 @@ TEST(Checks, WithOneObjectAnyLegalStride0Passes)
     }
 }
 
+// The entries of a table are not judged: the fault comes where one is followed, and not before.
+TEST(ChecksDeathTest, ANullEntryFaultsAtItsAccess)
+{
+    const float *sources[] = {nullptr};
+    float sum, *results[] = {&sum};
+    EXPECT_EQ(zonmAdd_mm_32f_P(sources, 0, sources, 0, results, 0, 1, 0), zonStsBadSize);
+    EXPECT_EQ(zonmAdd_mm_32f_P(sources, 0, sources, 0, results, 2, 1, 1), zonStsBadShift);
+    EXPECT_DEATH(zonmAdd_mm_32f_P(sources, 0, sources, 0, results, 0, 1, 1), "");
+}
+
 // The cases that the interface names itself.
 TEST(Checks, NamedCases)
 {

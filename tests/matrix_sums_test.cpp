@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Matrix sums on operands that do not overlap: every export equals the naive sum to the last bit.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include "support/call.hpp"
 
@@ -47,6 +48,72 @@ TEST(MatrixSums, AreTheNaiveSumsForLongRunsAndManyObjects)
                  {Shape{1, 67}, {2, 33}, {67, 1}, {12, 11}, {3, 3}, {4, 4}, {8, 8}, {9, 8}})
                 for (const int count : {1, 7, 8, 9, 25})
                     checkOnce(*e, seed++, shape, count, Values::manyExponents, spread);
+}
+
+// Objects and rows more than 4 GiB apart: addresses are formed in the width of a pointer.
+TEST(MatrixSums, ReachAllOfTheAddressSpace)
+{
+    if (sizeof(void *) < 8)
+        GTEST_SKIP() << "needs a 64-bit address space";
+    constexpr std::int32_t object = 1 << 30, row = (1 << 30) + 4096, n = 3, count = 3;
+    constexpr std::size_t reach = std::size_t{8} << 30;
+    void *p = mmap(nullptr, reach, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (p == MAP_FAILED)
+        GTEST_SKIP() << "no 8 GiB of address space";
+    const auto memory = static_cast<std::byte *>(p);
+    for (const Export *e : builtExports("matrix_sums")) {
+        if (e->description == "L")
+            continue;
+        const Element type = e->element == "32f" ? Element::f32 : Element::f64;
+        const int many = e->argument("count") ? count : 1;
+        // The operands lie 1 KiB apart in the same pages.
+        auto at = [&](const OperandInfo &o, int k, int i, int j) {
+            if (o.transposed)
+                std::swap(i, j);
+            return memory + (&o - e->operands.data()) * 1024 +
+                   std::size_t(o.array ? k : 0) * object + std::size_t(i) * row +
+                   std::size_t(j) * 8;
+        };
+        std::vector<std::vector<std::byte *>> tables(3);
+        std::vector<Argument> arguments;
+        for (const ArgumentInfo &a : e->arguments) {
+            const OperandInfo *o = e->operand(a.operand);
+            if (a.role == "pointer")
+                arguments.push_back(at(*o, 0, 0, 0));
+            else if (a.role == "table") {
+                auto &table = tables[std::size_t(o - e->operands.data())];
+                for (int i = 0; i < n; ++i)
+                    for (int j = 0; j < n; ++j)
+                        table.push_back(o->transposed ? at(*o, 0, j, i) : at(*o, 0, i, j));
+                arguments.push_back(table.data());
+            } else
+                arguments.push_back(a.role == "shift"     ? 0
+                                    : a.role == "stride0" ? object
+                                    : a.role == "stride1" ? row
+                                    : a.role == "stride2" ? 8
+                                    : a.role == "count"   ? count
+                                                          : n);
+        }
+        auto forEach = [&](auto visit) {
+            for (int k = 0; k < many; ++k)
+                for (int i = 0; i < n; ++i)
+                    for (int j = 0; j < n; ++j)
+                        visit(k, i, j);
+        };
+        forEach([&](int k, int i, int j) {
+            store(type, at(e->operands[0], k, i, j), 100 * k + 10 * i + j);
+            store(type, at(e->operands[1], k, i, j), 7 * k - 3 * i + 2 * j);
+        });
+        ASSERT_EQ(invoke(e->name, arguments), zonStsOk) << e->name;
+        forEach([&](int k, int i, int j) {
+            const double a = load(type, at(e->operands[0], k, i, j)),
+                         b = load(type, at(e->operands[1], k, i, j));
+            ASSERT_EQ(load(type, at(e->operands[2], k, i, j)), combine(*e, a, b))
+                << e->name << " object " << k << " (" << i << ", " << j << ')';
+        });
+    }
+    munmap(p, reach);
 }
 
 // The memory that a test lays out by itself, and pointers into it under each description.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/call.hpp"
 
-#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -219,17 +218,17 @@ ZonStatus Call::run()
         arguments.push_back(valueOf(a));
     for (auto &[name, o] : operands) {
         o.memory->remember();
-        if (o.output)
-            for (const std::ptrdiff_t offset : o.layout.elements)
-                o.memory->release(o.base + offset, std::size_t(sizeOf(o.element)));
+        o.memory->protect(PROT_READ);
         if (o.tableMemory)
             o.tableMemory->protect(PROT_READ);
     }
-    for (auto &[name, o] : operands)
-        if (!o.output && std::ranges::none_of(operands, [&](auto &other) {
-                return other.second.output && other.second.memory == o.memory;
-            }))
-            o.memory->protect(PROT_READ);
+    for (auto &[name, o] : operands) {
+        if (!o.output)
+            continue;
+        o.memory->protect(PROT_READ | PROT_WRITE);
+        for (const std::ptrdiff_t offset : o.layout.elements)
+            o.memory->release(o.base + offset, std::size_t(sizeOf(o.element)));
+    }
     const ZonStatus status = invoke(callee.name, arguments, describe());
     for (auto &[name, o] : operands)
         o.memory->protect(PROT_READ | PROT_WRITE);
