@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/call.hpp"
+#include "support/digest.hpp"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -233,6 +234,11 @@ ZonStatus Call::run()
     for (auto &[name, o] : operands)
         o.memory->protect(PROT_READ | PROT_WRITE);
     expectSurroundingsUntouched();
+    for (const auto &[name, o] : operands)
+        if (o.output)
+            for (const std::ptrdiff_t offset : o.layout.elements)
+                addToDigest(callee.name, load(o.element, o.base + offset));
+    addToDigest(callee.name, status);
     return status;
 }
 
