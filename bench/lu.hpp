@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // LU decomposition and back substitution. The matrices are random and all different: branch
 // predictors learn the pivots of a small set.
+#pragma once
+
 #include "harness.hpp"
 #include "peers.hpp"
 
@@ -15,7 +17,7 @@ namespace bench
 namespace
 {
 
-constexpr int systems = 20000;
+inline constexpr int systems = 20000;
 
 // The scaled residual of A x = b, within 16 N roundings. A step of 0 is one matrix.
 template <class T> double solutionError(Matrices<T> a, int stepA, Vectors<T> b, Vectors<T> x)
@@ -179,10 +181,17 @@ template <class T, int N> void enterEigen(const Systems<T, N> &s)
 
     factors(s.row("zonmLUDecomp_ma")).add("Eigen", decompose, onAll(solve));
     s.row("zonmLUBackSubst_mava").add("Eigen", solve);
-    s.row("zonmLUBackSubst_mva", 0).add("Eigen", [=](int, int n) {
-        for (int k = 0; k < n; ++k)
-            X[k] = lu->solve(B[k]);
-    });
+    s.row("zonmLUBackSubst_mva", 0)
+        .add("Eigen",
+             [=](int, int n) {
+                 for (int k = 0; k < n; ++k)
+                     X[k] = lu->solve(B[k]);
+             })
+        .add("Eigen dynamic", [=](int, int n) {
+            using Columns = Eigen::Matrix<T, N, Eigen::Dynamic>;
+            Eigen::Map<Columns>(X->data(), N, n) =
+                lu->solve(Eigen::Map<const Columns>(B->data(), N, n));
+        });
     s.row("zonmLUDecomp_ma, zonmLUBackSubst_mava").add("Eigen", [=](int, int n) {
         for (int k = 0; k < n; ++k)
             X[k] = A[k].partialPivLu().solve(B[k]);
@@ -240,7 +249,7 @@ template <class T, int N> void enterOpenBLAS(const Systems<T, N> &s)
 }
 #endif
 
-template <class T, int N> void lu()
+template <class T, int N> void rows()
 {
     static const Systems<T, N> s;
     enterZonm(s);
@@ -252,9 +261,7 @@ template <class T, int N> void lu()
 
 template <class T> void luOfType()
 {
-    lu<T, 3>(), lu<T, 4>(), lu<T, 5>(), lu<T, 6>(), lu<T, 7>(), lu<T, 8>(), lu<T, 12>();
+    rows<T, 3>(), rows<T, 4>(), rows<T, 5>(), rows<T, 6>(), rows<T, 7>(), rows<T, 8>(),
+        rows<T, 12>();
 }
-const Group group32f(luOfType<float>), group64f(luOfType<double>);
-
-} // namespace
-} // namespace bench
+} // namespace bench::lu

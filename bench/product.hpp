@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Matrix product: dst = src1 src2, square matrices, all operands within the second-level cache.
+#pragma once
+
 #include "harness.hpp"
 #include "peers.hpp"
 
@@ -13,7 +15,7 @@ namespace bench
 namespace
 {
 
-constexpr std::size_t operandBytes = 85u << 10; // of one of the three operands
+inline constexpr std::size_t operandBytes = 85u << 10; // of one of the three operands
 
 // Against sums in double, within 2 N roundings of the sum of magnitudes. A step of 0 is one matrix.
 template <class T>
@@ -137,7 +139,4 @@ template <class T> void productsOfType()
     products<T, 3>(), products<T, 4>(), products<T, 5>(), products<T, 6>();
     products<T, 8>(), products<T, 12>(), products<T, 16>(), products<T, 32>();
 }
-const Group group32f(productsOfType<float>), group64f(productsOfType<double>);
-
-} // namespace
-} // namespace bench
+} // namespace bench::product
