@@ -109,7 +109,6 @@ int main(int argc, char **argv)
         return 1;
     benchmark::AddCustomContext("compiler", BENCH_COMPILER);
     benchmark::AddCustomContext("flags", BENCH_FLAGS);
-    benchmark::AddCustomContext("zonm_build", BENCH_LIBRARY_BUILD);
     bench::introducePeers([](const char *name, const std::string &value) {
         benchmark::AddCustomContext(name, value);
     });

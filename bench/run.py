@@ -72,7 +72,7 @@ def trim(raw, settings, command):
     return {
         "date": context["date"][:10],
         "machine": f"{machine()}, {context['num_cpus']} cores, {caches(context)}",
-        **{key: context[key] for key in ("compiler", "flags", "zonm_build")},
+        **{key: context[key] for key in ("compiler", "flags")},
         "peers": {key: context[key] for key in ("Eigen", "OpenBLAS", "LIBXSMM") if key in context},
         "command": command,
         "repetitions": settings["repetitions"],
