@@ -12,9 +12,7 @@
 #include <memory>
 #include <zonm.h>
 
-namespace bench
-{
-namespace
+namespace bench::lu
 {
 
 inline constexpr int systems = 20000;
@@ -249,7 +247,7 @@ template <class T, int N> void enterOpenBLAS(const Systems<T, N> &s)
 }
 #endif
 
-template <class T, int N> void rows()
+template <class T, int N> void solutions()
 {
     static const Systems<T, N> s;
     enterZonm(s);
@@ -259,9 +257,7 @@ template <class T, int N> void rows()
 #endif
 }
 
-template <class T> void luOfType()
-{
-    rows<T, 3>(), rows<T, 4>(), rows<T, 5>(), rows<T, 6>(), rows<T, 7>(), rows<T, 8>(),
-        rows<T, 12>();
-}
+template <class T, int... N> void sizes() { (solutions<T, N>(), ...); }
+template <class T> void rows() { sizes<T, 3, 4, 5, 6, 7, 8, 12>(); }
+
 } // namespace bench::lu

@@ -10,9 +10,7 @@
 #include <limits>
 #include <zonm.h>
 
-namespace bench
-{
-namespace
+namespace bench::product
 {
 
 inline constexpr std::size_t operandBytes = 85u << 10; // of one of the three operands
@@ -134,9 +132,7 @@ template <class T, int N> void products()
     addPeers<T, N, 1, 1>(mm, a, b, d);
 }
 
-template <class T> void productsOfType()
-{
-    products<T, 3>(), products<T, 4>(), products<T, 5>(), products<T, 6>();
-    products<T, 8>(), products<T, 12>(), products<T, 16>(), products<T, 32>();
-}
+template <class T, int... N> void sizes() { (products<T, N>(), ...); }
+template <class T> void rows() { sizes<T, 3, 4, 5, 6, 8, 12, 16, 32>(); }
+
 } // namespace bench::product

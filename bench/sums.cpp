@@ -90,11 +90,8 @@ template <class T, int N> void sums()
         singleSums<T, N>(size);
 }
 
-template <class T> void sumsOfType()
-{
-    sums<T, 3>(), sums<T, 4>(), sums<T, 5>(), sums<T, 6>(), sums<T, 8>();
-}
-const Group group32f(sumsOfType<float>), group64f(sumsOfType<double>);
+template <class T, int... N> void sizes() { (sums<T, N>(), ...); }
+const Group group32f(sizes<float, 3, 4, 5, 6, 8>), group64f(sizes<double, 3, 4, 5, 6, 8>);
 
 } // namespace
 } // namespace bench

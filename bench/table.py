@@ -39,12 +39,13 @@ def line(cells):
 
 
 class Operation:
-    """The rows of one operation; every figure is the least of the repetitions."""
+    """The rows of one operation in one element type; a figure is the least of the repetitions."""
 
-    def __init__(self, name, rows):
+    def __init__(self, name, type_, rows):
         self.name = name
-        self.rows = [(type_, size, count, {who: t[0] for who, t in times.items()})
-                     for _, _, type_, size, count, times in rows]
+        self.type = type_
+        self.rows = [(size, count, {who: t[0] for who, t in times.items()})
+                     for *_, size, count, times in rows]
         present = {who for *_, times in self.rows for who in times}
         self.ours = [who for who in OURS if who in present]
         self.peers = [who for who in PEERS if who in present]
@@ -54,43 +55,44 @@ class Operation:
         return [times["zonm"] / times[who] for *_, times in self.rows if who in times]
 
     def table(self, limit):
-        head = ["type", "N", "count"] + [w.replace("zonm _", "_") for w in self.ours]
-        head += ["limit"] * bool(limit) + self.peers
-        text = line(head) + line(["---"] + ["---:"] * (len(head) - 1))
-        for type_, size, count, times in self.rows:
-            cells = [type_, str(size), str(count)]
+        text = line(["N", "count"] + [w.replace("zonm _", "_") for w in self.ours] +
+                    ["limit"] * bool(limit) + self.peers)
+        text += line(["---:"] * (2 + len(self.ours) + bool(limit) + len(self.peers)))
+        for size, count, times in self.rows:
+            cells = [str(size), str(count)]
             cells += [number(times[w]) if w in times else "" for w in self.ours]
             if limit:
                 cells.append(f"{200 * size**3 / times['zonm'] / limit:.0f} %")
             cells += [f"{number(times[w])} ({times['zonm'] / times[w]:.2f})" if w in times else ""
                       for w in self.peers]
             text += line(cells)
-        foot = ["**mean**", "", "", ""]
+        foot = ["**mean**", "", ""]
         foot += [f"×{1 / geometric_mean(self.ratios(w)):.2f}" for w in self.ours[1:]]
-        foot += [""] * bool(limit) + [f"**({geometric_mean(self.ratios(w)):.2f})**" for w in self.peers]
+        foot += [""] * bool(limit)
+        foot += [f"**({geometric_mean(self.ratios(w)):.2f})**" for w in self.peers]
         return text + line(foot)
 
 
 def operations(rows):
     """Calls on arrays of one object stand apart: they measure the call."""
-    names = {}
+    tables = {}
     for row in rows:
-        _, name, _, _, count, _ = row
-        names.setdefault(name + (", count 1" if count == 1 else ""), []).append(row)
-    return [Operation(name, chosen) for name, chosen in names.items()]
+        _, name, type_, _, count, _ = row
+        tables.setdefault((name + (", count 1" if count == 1 else ""), type_), []).append(row)
+    return [Operation(*key, chosen) for key, chosen in tables.items()]
 
 
 def summary(chosen):
     peers = [w for w in PEERS if any(w in o.peers for o in chosen)]
-    text = line(["operation"] + peers) + line(["---"] + ["---:"] * len(peers))
+    text = line(["operation", "type"] + peers) + line(["---", "---"] + ["---:"] * len(peers))
 
     def means(ratios):
         return [f"{geometric_mean(r):.2f}" if r else "" for r in ratios]
 
     for o in chosen:
-        text += line([f"`{o.name}`"] + means(o.ratios(w) for w in peers))
+        text += line([f"`{o.name}`", o.type] + means(o.ratios(w) for w in peers))
     everything = means([r for o in chosen for r in o.ratios(w)] for w in peers)
-    return text + line(["**all**"] + [f"**{m}**" if m else "" for m in everything])
+    return text + line(["**all**", ""] + [f"**{m}**" if m else "" for m in everything])
 
 
 def markdown(data):
@@ -120,7 +122,7 @@ an `_L` or `_P` form over its strided twin.
         note = note.format(limit=f"{limit:.1f}") if of_product else note.split(" *Limit*")[0]
         text += f"\n## {title}\n\n{note}\n\nRatio of zonm's time to the peer's:\n\n{summary(chosen)}"
         for o in chosen:
-            text += f"\n### `{o.name}`\n\n{o.table(of_product)}"
+            text += f"\n### `{o.name}`, {o.type}\n\n{o.table(of_product)}"
     return text
 
 
