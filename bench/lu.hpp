@@ -106,7 +106,9 @@ template <class T, int N> void enterZonm(const Systems<T, N> &s)
     const auto a = s.a, lu = s.lu;
     const auto b = s.b, x = s.x;
     const auto pivots = [rows = s.rowOrder](int k, int) { return rows + k * N; };
-    const auto pivots0 = fixed(pivots), lu0 = fixed(single(lu)), luP = fixed(singleElements(lu));
+    const auto pivots0 = fixed(pivots);
+    const auto lu0 = fixed(single(lu));
+    const auto lu0Elements = fixed(singleElements(lu));
 
     const auto decompose = callOf(ZONM(zonmLUDecomp_ma), array(a), pivots, array(lu), N, count);
     const auto solve =
@@ -136,8 +138,8 @@ template <class T, int N> void enterZonm(const Systems<T, N> &s)
         .calls("zonm", ZONM(zonmLUBackSubst_mva), lu0, pivots0, array(b), array(x), N, count)
         .calls("zonm _L", ZONM_L(zonmLUBackSubst_mva), lu0, pivots0, objects(b), objects(x), N,
                count)
-        .calls("zonm _P", ZONM_P(zonmLUBackSubst_mva), luP, pivots0, elements(b), elements(x), N,
-               count);
+        .calls("zonm _P", ZONM_P(zonmLUBackSubst_mva), lu0Elements, pivots0, elements(b),
+               elements(x), N, count);
     factors(s.row("zonmLUDecomp_ma, zonmLUBackSubst_mava")).add("zonm", both(decompose, solve));
 
     factors(s.row("zonmLUDecomp_m"))

@@ -104,9 +104,10 @@ template <class Say> void introducePeers(Say say)
                      '.' + std::to_string(EIGEN_MINOR_VERSION));
 #ifdef BENCH_OPENBLAS
     openblas_set_num_threads(1);
-    std::string config = openblas_get_config();
-    config = config.substr(0, config.find(' ', config.find(' ') + 1));
-    say("OpenBLAS", config + ", kernels for " + openblas_get_corename() + ", one thread");
+    std::string version = openblas_get_config(); // "OpenBLAS 0.3.21 ..."
+    version = version.substr(version.find(' ') + 1);
+    version = version.substr(0, version.find(' '));
+    say("OpenBLAS", version + ", kernels for " + openblas_get_corename() + ", one thread");
 #endif
 #ifdef BENCH_LIBXSMM
     say("LIBXSMM", std::string(LIBXSMM_VERSION) + ", code for " + libxsmm_get_target_arch());

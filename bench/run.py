@@ -16,7 +16,7 @@ from pathlib import Path
 
 import table
 
-FULL = {"repetitions": 9, "min_time": 0.02}
+FULL = {"repetitions": 9, "min_time": 0.01}
 QUICK = {"repetitions": 3, "min_time": 0.004}
 
 
@@ -97,7 +97,7 @@ def main():
     options = parser.parse_args()
 
     settings = QUICK if options.quick else FULL
-    print(f"about {'half a minute' if options.quick else 'XXX minutes'} ...", file=sys.stderr)
+    print(f"about {'one minute' if options.quick else 'four minutes'} ...", file=sys.stderr)
     data = trim(run(options.program, settings, options.filter), settings, "./dev bench")
     if options.json:
         write(options.json, data)

@@ -44,7 +44,8 @@ template <class T, int N> void sumsOfArrays(int perCall)
         .calls("zonm _L", ZONM_L(zonmAdd_mama), objects(a), objects(b), objects(d), N, N, count)
         .calls("zonm _P", ZONM_P(zonmAdd_mama), elements(a), elements(b), elements(d), N, N, count);
     auto mam = row("zonmAdd_mam", true);
-    const auto b0 = fixed(single(b)), b0Elements = fixed(singleElements(b));
+    const auto b0 = fixed(single(b));
+    const auto b0Elements = fixed(singleElements(b));
     mam.calls("zonm", ZONM(zonmAdd_mam), array(a), b0, array(d), N, N, count)
         .calls("zonm _L", ZONM_L(zonmAdd_mam), objects(a), b0, objects(d), N, N, count)
         .calls("zonm _P", ZONM_P(zonmAdd_mam), elements(a), b0Elements, elements(d), N, N, count);

@@ -17,8 +17,9 @@ call with run-time strides. Elsewhere it is fixed-size code over an array."""),
     "product": ("Matrix product", """\
 Square matrices, dense rows, operands within the second-level cache. *Limit*: the share of the
 machine's rate of packed `64f` multiplications and additions, {limit} Gflop/s at the register width
-of this build, that `zonm` reaches; both element types are summed in double, or as the path says.
-OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, whatever the build."""),
+of this build, that `zonm` reaches; it is the limit for `32f` too, whose products are formed in double.
+OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, whatever the build.
+The peers multiply `32f` in single precision."""),
     "lu": ("LU decomposition and back substitution", """\
 20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
 sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Beside the single forms, Eigen stands behind a
@@ -79,7 +80,7 @@ def operations(rows):
     for row in rows:
         _, name, type_, _, count, _ = row
         tables.setdefault((name + (", count 1" if count == 1 else ""), type_), []).append(row)
-    return [Operation(*key, chosen) for key, chosen in tables.items()]
+    return [Operation(*key, chosen) for key, chosen in sorted(tables.items())]
 
 
 def summary(chosen):
@@ -100,7 +101,7 @@ def markdown(data):
     limits = {row[2]: 1 / row[5]["machine"][0] for row in data["rows"] if row[0] == "limit"}
     limit = limits.get("64f")
     spread = [t[1] / t[0] for row in rows for t in row[5].values()]
-    peers = "; ".join(f"{name} {version}" for name, version in data["peers"].items())
+    peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
     text = f"""# Benchmarks
 
 Written by `{data["command"]}` on {data["date"]}; not to be edited. [How they are made](../bench/README.md).
