@@ -20,6 +20,8 @@ machine's rate of packed `64f` multiplications and additions, {limit} Gflop/s at
 of this build, that `zonm` reaches; it is the limit for `32f` too, whose products are formed in double.
 OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, whatever the build.
 The peers multiply `32f` in single precision."""),
+    "product_narrow": ("Matrix product, all at the width of the baseline", """\
+As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte registers."""),
     "lu": ("LU decomposition and back substitution", """\
 20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
 sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Beside the single forms, Eigen stands behind a
@@ -119,7 +121,7 @@ an `_L` or `_P` form over its strided twin.
         chosen = operations([row for row in rows if row[0] == group])
         if not chosen:
             continue
-        of_product = limit if group == "product" else None
+        of_product = limit if group.startswith("product") else None
         note = note.format(limit=f"{limit:.1f}") if of_product else note.split(" *Limit*")[0]
         text += f"\n## {title}\n\n{note}\n\nRatio of zonm's time to the peer's:\n\n{summary(chosen)}"
         for o in chosen:
