@@ -7,6 +7,7 @@ set(ZONM_SOURCES
   src/frame/version.cpp
   src/frame/generated/exports.cpp
   src/elementwise/matrix_sums.cpp
+  src/products/matrix_product.cpp
 )
 list(TRANSFORM ZONM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
 

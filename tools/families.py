@@ -21,6 +21,7 @@ class Built:
 BUILT = {
     "version": Built("frame"),
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
+    "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
 }
 
 FAMILIES = {
