@@ -17,56 +17,6 @@
 namespace zonm {
 namespace {
 
-// Operands as the kernels take them ------------------------------------------------------------
-
-template <class T, class Objects> struct DenseRowsOf {
-    Objects objects;
-    ptrdiff_t rowStep;
-    DenseMatrix<T> operator()(ptrdiff_t k) const { return {objects(k), rowStep}; }
-};
-
-template <class T, class Objects> struct DenseColumnsOf {
-    Objects objects;
-    ptrdiff_t columnStep;
-    DenseColumns<T> operator()(ptrdiff_t k) const { return {objects(k), columnStep}; }
-};
-
-template <class T, class Objects> struct StridedOf {
-    Objects objects;
-    ptrdiff_t rowStep, columnStep;
-    StridedMatrix<T> operator()(ptrdiff_t k) const { return {objects(k), rowStep, columnStep}; }
-};
-
-template <class T> struct ScatteredOf {
-    ScatteredMatrix<T> first;
-    ptrdiff_t step;
-    ScatteredMatrix<T> operator()(ptrdiff_t k) const
-    {
-        return {first.table, first.offset + k * step, first.rowPitch, first.columnPitch};
-    }
-};
-
-template <template <class> class Objects, class Operand> auto dense(Operand o)
-{
-    using T = typename Operand::Value;
-    if constexpr (Operand::transposed)
-        return DenseColumnsOf<T, Objects<T>>{o.objects(), o.columnStep()};
-    else
-        return DenseRowsOf<T, Objects<T>>{o.objects(), o.rowStep()};
-}
-
-template <template <class> class Objects, class Operand> auto strided(Operand o)
-{
-    using T = typename Operand::Value;
-    return StridedOf<T, Objects<T>>{o.objects(), o.rowStep(), o.columnStep()};
-}
-
-template <class Operand> auto scattered(Operand o, ptrdiff_t width)
-{
-    using T = typename Operand::Value;
-    return ScatteredOf<T>{o.object(0, int32_t(width)), o.stride0};
-}
-
 // Which paths an export has --------------------------------------------------------------------
 
 enum class Order { rows, blocks };
@@ -98,28 +48,23 @@ int32_t squareSize(Shape a, Shape b)
     return a.width >= 3 && a.width <= 6 && isSquare(a.width, a, b) ? a.width : 0;
 }
 
-// Calls f with the size as a constant.
+// f with the size as a constant.
 template <class F> ZONM_INLINE ZonStatus withSize(int32_t n, F f)
 {
     switch (n) {
     case 3:
-        f(std::integral_constant<int, 3>{});
-        break;
+        return f(std::integral_constant<int, 3>{});
     case 4:
-        f(std::integral_constant<int, 4>{});
-        break;
+        return f(std::integral_constant<int, 4>{});
     case 5:
-        f(std::integral_constant<int, 5>{});
-        break;
+        return f(std::integral_constant<int, 5>{});
     default:
-        f(std::integral_constant<int, 6>{});
-        break;
+        return f(std::integral_constant<int, 6>{});
     }
-    return zonStsOk;
 }
 
 // Whether no two elements of dst share an address.
-bool areApart(ptrdiff_t rowStep, ptrdiff_t columnStep, Extents e)
+bool areApart(ptrdiff_t rowStep, ptrdiff_t columnStep, const Extents &e)
 {
     return e.rows == 1 || (e.columns - 1) * columnStep < rowStep ||
            (e.rows - 1) * rowStep < columnStep;
@@ -127,64 +72,44 @@ bool areApart(ptrdiff_t rowStep, ptrdiff_t columnStep, Extents e)
 
 // Any size -------------------------------------------------------------------------------------
 
-template <Order O, class A, class B, class D>
-ZonStatus denseProducts(A a, B b, D d, Extents e, ptrdiff_t count)
+template <Order O, Layout LA, Layout LB, class P> ZONM_APART ZonStatus denseProducts(const P &call)
 {
-    const bool apart = areApart(d.rowStep, sizeof(typename decltype(d(0))::Element), e);
-    for (ptrdiff_t k = 0; k < count; ++k) {
+    const bool apart = areApart(call.d.rowStep, call.d.columnStep, call.extents);
+    for (ptrdiff_t k = 0; k < call.count; ++k) {
         if (apart)
-            tiledProduct<2, 4, Sum::wide>(a(k), b(k), d(k), e);
-        else if (O == Order::rows)
-            tiledProduct<1, 1, Sum::wide>(a(k), b(k), d(k), e);
+            tiledProduct<2, 4, Sum::wide>(call.a.template view<LA>(k), call.b.template view<LB>(k),
+                                          call.d.template view<Layout::denseRows>(k), call.extents);
+        else if constexpr (O == Order::rows)
+            tiledProduct<1, 4, Sum::wide>(call.a.template view<Layout::strided>(k),
+                                          call.b.template view<Layout::strided>(k),
+                                          call.d.template view<Layout::strided>(k), call.extents);
         else
-            productInBlockOrder(a(k), b(k), d(k), e);
+            productInBlockOrder(call.a.template view<Layout::strided>(k),
+                                call.b.template view<Layout::strided>(k),
+                                call.d.template view<Layout::strided>(k), call.extents);
     }
     return zonStsOk;
 }
 
-template <class A, class B, class D>
-ZonStatus stridedProducts(A a, B b, D d, Extents e, ptrdiff_t count)
+// One row at a time, in row order: right for any dst.
+template <Layout L, Sum S, class P> ZonStatus rowwiseProducts(const P &call)
 {
-    for (ptrdiff_t k = 0; k < count; ++k)
-        tiledProduct<1, 4, Sum::wide>(a(k), b(k), d(k), e);
+    for (ptrdiff_t k = 0; k < call.count; ++k)
+        tiledProduct<1, 4, S>(call.a.template view<L>(k), call.b.template view<L>(k),
+                              call.d.template view<L>(k), call.extents);
     return zonStsOk;
 }
 
-template <class A, class B, class D>
-ZonStatus scatteredProducts(A a, B b, D d, Extents e, ptrdiff_t count)
+template <Layout L, Sum S, class P> ZONM_APART ZonStatus generalProducts(const P &call, int32_t size)
 {
-    for (ptrdiff_t k = 0; k < count; ++k)
-        tiledProduct<1, 4, Sum::inDst>(a(k), b(k), d(k), e);
-    return zonStsOk;
+    if (size == 0)
+        return rowwiseProducts<L, S>(call);
+    return withSize(size, [&](auto n) ZONM_UNROLLED {
+        return squareProducts<n, Start::product, Held::none, L, L, L>(call);
+    });
 }
 
 // Choice of the kernel -------------------------------------------------------------------------
-
-template <template <class> class Objects, class A, class B, class D>
-ZonStatus multiplyStrided(A src1, Shape shape1, B src2, Shape shape2, D dst, Extents e,
-                          int32_t count)
-{
-    const int32_t size = squareSize(shape1, shape2);
-    if (src1.isDense() & src2.isDense() & dst.isDense()) {
-        const auto a = dense<Objects>(src1);
-        const auto b = dense<Objects>(src2);
-        const auto d = dense<Objects>(dst);
-        constexpr Start start = Paths<A, B>::denseSquares ? Start::product : Start::zero;
-        if (size != 0 && (start == Start::product || areApart(d.rowStep, sizeof(typename D::Value), e)))
-            return withSize(size, [&](auto n) ZONM_UNROLLED {
-                squareProducts<n, start, held<A, B>>(a, b, d, count);
-            });
-        return denseProducts<Paths<A, B>::denseOrder>(dense<Tabled>(src1), dense<Tabled>(src2),
-                                                      dense<Tabled>(dst), e, count);
-    }
-    if (size != 0)
-        return withSize(size, [&](auto n) ZONM_UNROLLED {
-            squareProducts<n, Start::product, Held::none>(
-                strided<Objects>(src1), strided<Objects>(src2), strided<Objects>(dst), count);
-        });
-    return stridedProducts(strided<Tabled>(src1), strided<Tabled>(src2), strided<Tabled>(dst), e,
-                           count);
-}
 
 // `zonmMul_mm_32f_P` and `zonmMul_tt_64f_P` take 3×3 for sizes whose bitwise OR is 3.
 template <class A, class B>
@@ -192,8 +117,7 @@ inline constexpr bool hasOddSizeTest =
     !A::many && !B::many && A::transposed == B::transposed &&
     A::transposed == (sizeof(typename A::Value) == sizeof(double));
 
-template <class A, class B>
-int32_t scatteredSize(Shape a, Shape b)
+template <class A, class B> int32_t scatteredSize(Shape a, Shape b)
 {
     if constexpr (hasOddSizeTest<A, B>) {
         const int32_t bits = a.width | a.height | b.width | b.height;
@@ -204,26 +128,55 @@ int32_t scatteredSize(Shape a, Shape b)
 }
 
 template <class A, class B, class D>
-ZonStatus multiplyMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst, int32_t count)
+ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2, D dst,
+                                            const Extents &e, int32_t count)
+{
+    const Product call{scatteredOperand(src1, shape1.width), scatteredOperand(src2, shape2.width),
+                       scatteredOperand(dst, e.columns), e, count};
+    return generalProducts<Layout::scattered, Sum::inDst>(call, scatteredSize<A, B>(shape1, shape2));
+}
+
+template <class A, class B, class D>
+ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
+                                              const Extents &e, int32_t count)
+{
+    using P = Paths<A, B>;
+    const auto call = [&] {
+        if constexpr (P::tables)
+            return Product{steppedOperand<Tabled>(src1), steppedOperand<Tabled>(src2),
+                           steppedOperand<Tabled>(dst), e, count};
+        else
+            return Product{steppedOperand<Stepped>(src1), steppedOperand<Stepped>(src2),
+                           steppedOperand<Stepped>(dst), e, count};
+    }();
+    const int32_t size = squareSize(shape1, shape2);
+    if (!(src1.isDense() & src2.isDense() & dst.isDense()))
+        return generalProducts<Layout::strided, Sum::wide>(call, size);
+
+    constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
+    constexpr Layout rowsOfB = B::transposed ? Layout::denseColumns : Layout::denseRows;
+    if (size == 0 || (!P::denseSquares && !areApart(call.d.rowStep, call.d.columnStep, e)))
+        return denseProducts<P::denseOrder, rowsOfA, rowsOfB>(call);
+    return withSize(size, [&](auto n) ZONM_UNROLLED {
+        constexpr Start start = P::denseSquares ? Start::product : Start::zero;
+        constexpr Held hold = held<A, B>;
+        return squareProducts<n, start, hold, hold == Held::first ? Layout::strided : rowsOfA,
+                              hold == Held::second ? Layout::strided : rowsOfB, Layout::denseRows>(
+            call);
+    });
+}
+
+template <class A, class B, class D>
+ZONM_INLINE ZonStatus multiplyMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
+                                       int32_t count)
 {
     const Extents e{A::transposed ? shape1.width : shape1.height,
                     B::transposed ? shape2.height : shape2.width,
                     A::transposed ? shape1.height : shape1.width};
-    if constexpr (!isElementTable<A>) {
-        if constexpr (Paths<A, B>::tables)
-            return multiplyStrided<Tabled>(src1, shape1, src2, shape2, dst, e, count);
-        else
-            return multiplyStrided<Stepped>(src1, shape1, src2, shape2, dst, e, count);
-    } else {
-        const auto a = scattered(src1, shape1.width);
-        const auto b = scattered(src2, shape2.width);
-        const auto d = scattered(dst, e.columns);
-        if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
-            return withSize(size, [&](auto n) ZONM_UNROLLED {
-                squareProducts<n, Start::product, Held::none>(a, b, d, count);
-            });
-        return scatteredProducts(a, b, d, e, count);
-    }
+    if constexpr (isElementTable<A>)
+        return multiplyElementTables(src1, shape1, src2, shape2, dst, e, count);
+    else
+        return multiplySteppedMatrices(src1, shape1, src2, shape2, dst, e, count);
 }
 
 } // namespace

@@ -4,7 +4,9 @@
 // An operand comes as a function from k to the view of its object k. dst is written row by row.
 #pragma once
 
+#include "products/operands.hpp"
 #include "products/sums.hpp"
+#include "zonm.h"
 
 namespace zonm {
 
@@ -67,33 +69,38 @@ ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
     });
 }
 
-// Whether a row of B is as quickly loaded again for each row of A as kept.
-template <class B> inline constexpr bool isCheapToReload =
-    hasDenseRows<B> && sizeof(typename B::Element) == sizeof(double);
-
-template <int N, Start S, Held H, class A, class B, class D>
-void squareProducts(A a, B b, D d, ptrdiff_t count)
+template <int N, Start S, class A, class B, class D>
+ZONM_INLINE void multiplyRows(const A &a, const B &b, const D &d)
 {
+    // Rows of doubles are as quickly loaded again for each row of A as kept, when there are many.
+    if constexpr (std::is_same_v<B, PackedRows<N>> ||
+                  (N > 4 && hasDenseRows<B> && sizeof(typename B::Element) == sizeof(double)))
+        squareProduct<N, S>(a, b, d);
+    else
+        squareProduct<N, S>(a, PackedRows<N>(b), d);
+}
+
+// With rows of `LA`, `LB` and `LD`; a held operand has any layout, since it is read once.
+template <int N, Start S, Held H, Layout LA, Layout LB, Layout LD, class P>
+ZONM_APART ZonStatus squareProducts(const P &call)
+{
+    const auto a = call.a, b = call.b;
+    const auto d = call.d;
+    const ptrdiff_t count = call.count;
     if constexpr (H == Held::first) {
-        const SpreadElements<N> held(a(0));
-        for (ptrdiff_t k = 0; k < count; ++k) {
-            if constexpr (N > 4 && isCheapToReload<decltype(b(k))>)
-                squareProduct<N, S>(held, b(k), d(k));
-            else
-                squareProduct<N, S>(held, PackedRows<N>(b(k)), d(k));
-        }
-    } else if constexpr (H == Held::second) {
-        const PackedRows<N> held(b(0));
+        const SpreadElements<N> held(a.template view<LA>(0));
         for (ptrdiff_t k = 0; k < count; ++k)
-            squareProduct<N, S>(a(k), held, d(k));
+            multiplyRows<N, S>(held, b.template view<LB>(k), d.template view<LD>(k));
+    } else if constexpr (H == Held::second) {
+        const PackedRows<N> held(b.template view<LB>(0));
+        for (ptrdiff_t k = 0; k < count; ++k)
+            multiplyRows<N, S>(a.template view<LA>(k), held, d.template view<LD>(k));
     } else {
-        for (ptrdiff_t k = 0; k < count; ++k) {
-            if constexpr (N > 4 && isCheapToReload<decltype(b(k))>)
-                squareProduct<N, S>(a(k), b(k), d(k));
-            else
-                squareProduct<N, S>(a(k), PackedRows<N>(b(k)), d(k));
-        }
+        for (ptrdiff_t k = 0; k < count; ++k)
+            multiplyRows<N, S>(a.template view<LA>(k), b.template view<LB>(k),
+                               d.template view<LD>(k));
     }
+    return zonStsOk;
 }
 
 } // namespace zonm

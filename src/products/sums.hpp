@@ -4,7 +4,7 @@
 #pragma once
 
 #include "frame/lanes.hpp"
-#include "frame/operands.hpp"
+#include "products/operands.hpp"
 
 #include <utility>
 
@@ -17,9 +17,11 @@ namespace zonm {
 #if defined(__GNUC__)
 #define ZONM_INLINE inline __attribute__((always_inline))
 #define ZONM_UNROLLED __attribute__((always_inline))
+#define ZONM_APART __attribute__((noinline))
 #else
 #define ZONM_INLINE inline
 #define ZONM_UNROLLED
+#define ZONM_APART
 #endif
 
 // The number of sums that fill a register.
@@ -127,19 +129,6 @@ template <class T, int W> ZONM_INLINE Sums<W> rounded(Sums<W> sums)
         }(std::make_integer_sequence<int, W>{});
     }
 }
-
-// A stored matrix with dense rows, used as its transpose: the columns are dense.
-template <class T> struct DenseColumns : ElementAt<T> {
-    Bytes<T> base;
-    ptrdiff_t columnStep;
-
-    DenseColumns(Bytes<T> b, ptrdiff_t column) : base(b), columnStep(column) {}
-    Bytes<T> at(ptrdiff_t i, ptrdiff_t j) const
-    {
-        return base + i * ptrdiff_t(sizeof(T)) + j * columnStep;
-    }
-    auto operator()(ptrdiff_t i, ptrdiff_t j) const { return load<T>(at(i, j)); }
-};
 
 template <class M> inline constexpr bool hasDenseRows = false;
 template <class T> inline constexpr bool hasDenseRows<DenseMatrix<T>> = true;

@@ -6,10 +6,6 @@
 
 namespace zonm {
 
-struct Extents {
-    ptrdiff_t rows, columns, inner;
-};
-
 // Where the sum of an element lives while it grows: in a register, or in dst, which rounds it.
 enum class Sum { wide, inDst };
 
@@ -59,8 +55,9 @@ ZONM_INLINE void band(const A &a, const B &b, const D &d, ptrdiff_t i, ptrdiff_t
 
 // One object. With one row at a time the elements of dst are stored in row order.
 template <int R, int C, Sum Kept, class A, class B, class D>
-void tiledProduct(const A &a, const B &b, const D &d, Extents e)
+ZONM_APART void tiledProduct(A a, B b, D d, const Extents &extents)
 {
+    const Extents e = extents;
     ptrdiff_t i = 0;
     for (; i + R <= e.rows; i += R)
         band<R, C, sumLanes, Kept>(a, b, d, i, 0, e);
@@ -72,8 +69,9 @@ void tiledProduct(const A &a, const B &b, const D &d, Extents e)
 // Element after element, in the order in which the block of four rows and two columns stores them:
 // for a dst whose elements coincide.
 template <class A, class B, class D>
-void productInBlockOrder(const A &a, const B &b, const D &d, Extents e)
+ZONM_APART void productInBlockOrder(A a, B b, D d, const Extents &extents)
 {
+    const Extents e = extents;
     const auto column = [&](ptrdiff_t i, ptrdiff_t end, ptrdiff_t j) {
         for (; i < end; ++i)
             tile<1, 1, 1, Sum::wide>(a, b, d, i, j, e.inner);
