@@ -35,11 +35,6 @@ template <class A, class B> struct Paths {
     static constexpr Order denseOrder = rowOrder ? Order::rows : Order::blocks;
 };
 
-template <class A, class B>
-inline constexpr Held held = A::many == B::many ? Held::none
-                             : A::many          ? Held::second
-                                                : Held::first;
-
 bool isSquare(int32_t n, Shape a, Shape b) { return a.isSquare(n) && b.isSquare(n); }
 
 // N of a call whose matrices are all N×N, N from 3 to 6, else 0.
@@ -72,41 +67,63 @@ bool areApart(ptrdiff_t rowStep, ptrdiff_t columnStep, const Extents &e)
 
 // Any size -------------------------------------------------------------------------------------
 
-template <Order O, Layout LA, Layout LB, class P> ZONM_APART ZonStatus denseProducts(const P &call)
+// Rows of A and B as `LA` and `LB`, dense where the call is contiguous.
+template <Order O, Layout LA, Layout LB, Layout LD, class P>
+ZONM_APART ZonStatus steppedProducts(const P &call)
 {
     const bool apart = areApart(call.d.rowStep, call.d.columnStep, call.extents);
+    constexpr Layout any = Layout::strided;
     for (ptrdiff_t k = 0; k < call.count; ++k) {
         if (apart)
-            tiledProduct<2, 4, Sum::wide>(call.a.template view<LA>(k), call.b.template view<LB>(k),
-                                          call.d.template view<Layout::denseRows>(k), call.extents);
+            tiledProduct<Sum::wide>(call.a.template view<LA>(k), call.b.template view<LB>(k),
+                                    call.d.template view<LD>(k), call.extents);
         else if constexpr (O == Order::rows)
-            tiledProduct<1, 4, Sum::wide>(call.a.template view<Layout::strided>(k),
-                                          call.b.template view<Layout::strided>(k),
-                                          call.d.template view<Layout::strided>(k), call.extents);
+            productInRowOrder<Sum::wide>(call.a.template view<any>(k), call.b.template view<any>(k),
+                                         call.d.template view<any>(k), call.extents);
         else
-            productInBlockOrder(call.a.template view<Layout::strided>(k),
-                                call.b.template view<Layout::strided>(k),
-                                call.d.template view<Layout::strided>(k), call.extents);
+            productInBlockOrder(call.a.template view<any>(k), call.b.template view<any>(k),
+                                call.d.template view<any>(k), call.extents);
     }
     return zonStsOk;
 }
 
-// One row at a time, in row order: right for any dst.
-template <Layout L, Sum S, class P> ZonStatus rowwiseProducts(const P &call)
+// Up to this size the operands are gathered beforehand.
+constexpr int gatheredSize = 16;
+
+template <class T> struct Gathered {
+    alignas(registerBytes) T element[gatheredSize][gatheredSize];
+
+    DenseMatrix<T> view() { return {bytes(&element[0][0]), sizeof element[0]}; }
+};
+
+template <class View, class M> void gather(View to, const M &from, ptrdiff_t rows, ptrdiff_t columns)
 {
-    for (ptrdiff_t k = 0; k < call.count; ++k)
-        tiledProduct<1, 4, S>(call.a.template view<L>(k), call.b.template view<L>(k),
-                              call.d.template view<L>(k), call.extents);
-    return zonStsOk;
+    for (ptrdiff_t i = 0; i < rows; ++i)
+        for (ptrdiff_t j = 0; j < columns; ++j)
+            to.set(i, j, typename View::Element(from(i, j)));
 }
 
-template <Layout L, Sum S, class P> ZONM_APART ZonStatus generalProducts(const P &call, int32_t size)
+template <class P> ZONM_APART ZonStatus scatteredProducts(const P &call)
 {
-    if (size == 0)
-        return rowwiseProducts<L, S>(call);
-    return withSize(size, [&](auto n) ZONM_UNROLLED {
-        return squareProducts<n, Start::product, Held::none, L, L, L>(call);
-    });
+    using T = typename decltype(call.d.template view<Layout::scattered>(0))::Element;
+    const Extents e = call.extents;
+    const bool small = e.rows <= gatheredSize && e.columns <= gatheredSize && e.inner <= gatheredSize;
+    Gathered<double> left, right;
+    Gathered<T> product;
+    for (ptrdiff_t k = 0; k < call.count; ++k) {
+        const auto a = call.a.template view<Layout::scattered>(k);
+        const auto b = call.b.template view<Layout::scattered>(k);
+        const auto d = call.d.template view<Layout::scattered>(k);
+        if (small) {
+            gather(left.view(), a, e.rows, e.inner);
+            gather(right.view(), b, e.inner, e.columns);
+            tiledProduct<Sum::inDst>(left.view(), right.view(), product.view(), e);
+            gather(d, product.view(), e.rows, e.columns);
+        } else {
+            productInRowOrder<Sum::inDst>(a, b, d, e);
+        }
+    }
+    return zonStsOk;
 }
 
 // Choice of the kernel -------------------------------------------------------------------------
@@ -127,13 +144,34 @@ template <class A, class B> int32_t scatteredSize(Shape a, Shape b)
     return squareSize(a, b);
 }
 
+// Which single operand the N×N kernels keep.
+template <int N, class A, class B>
+inline constexpr Held held = A::many == B::many || N > 4 ? Held::none
+                             : A::many                   ? Held::second
+                                                         : Held::first;
+
 template <class A, class B, class D>
 ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2, D dst,
                                             const Extents &e, int32_t count)
 {
     const Product call{scatteredOperand(src1, shape1.width), scatteredOperand(src2, shape2.width),
                        scatteredOperand(dst, e.columns), e, count};
-    return generalProducts<Layout::scattered, Sum::inDst>(call, scatteredSize<A, B>(shape1, shape2));
+    if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
+        return withSize(size, [&](auto n) ZONM_UNROLLED {
+            return squareProducts<n, Start::product, held<n, A, B>, false, Layout::scattered,
+                                  Layout::scattered, Layout::scattered>(call);
+        });
+    return scatteredProducts(call);
+}
+
+template <class P> ZONM_APART ZonStatus stridedProducts(const P &call, int32_t size)
+{
+    constexpr Layout strided = Layout::strided;
+    if (size == 0)
+        return steppedProducts<Order::rows, strided, strided, strided>(call);
+    return withSize(size, [&](auto n) ZONM_UNROLLED {
+        return squareProducts<n, Start::product, Held::none, false, strided, strided, strided>(call);
+    });
 }
 
 template <class A, class B, class D>
@@ -150,17 +188,18 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
                            steppedOperand<Stepped>(dst), e, count};
     }();
     const int32_t size = squareSize(shape1, shape2);
-    if (!(src1.isDense() & src2.isDense() & dst.isDense()))
-        return generalProducts<Layout::strided, Sum::wide>(call, size);
+    if (!(src1.isDense() && src2.isDense() && dst.isDense()))
+        return stridedProducts(call, size);
 
     constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
     constexpr Layout rowsOfB = B::transposed ? Layout::denseColumns : Layout::denseRows;
     if (size == 0 || (!P::denseSquares && !areApart(call.d.rowStep, call.d.columnStep, e)))
-        return denseProducts<P::denseOrder, rowsOfA, rowsOfB>(call);
+        return steppedProducts<P::denseOrder, rowsOfA, rowsOfB, Layout::denseRows>(call);
     return withSize(size, [&](auto n) ZONM_UNROLLED {
         constexpr Start start = P::denseSquares ? Start::product : Start::zero;
-        constexpr Held hold = held<A, B>;
-        return squareProducts<n, start, hold, hold == Held::first ? Layout::strided : rowsOfA,
+        constexpr Held hold = held<n, A, B>;
+        return squareProducts<n, start, hold, hold != Held::none || (A::many && B::many),
+                              hold == Held::first ? Layout::strided : rowsOfA,
                               hold == Held::second ? Layout::strided : rowsOfB, Layout::denseRows>(
             call);
     });

@@ -6,7 +6,10 @@
 
 namespace zonm {
 
-// A stored matrix with dense rows, used as its transpose: the columns are dense.
+// How the elements of an operand, as used, lie in memory.
+enum class Layout { denseRows, denseColumns, strided, scattered };
+
+// A stored matrix with dense rows, used as its transpose.
 template <class T> struct DenseColumns : ElementAt<T> {
     Bytes<T> base;
     ptrdiff_t columnStep;
@@ -19,8 +22,13 @@ template <class T> struct DenseColumns : ElementAt<T> {
     auto operator()(ptrdiff_t i, ptrdiff_t j) const { return load<T>(at(i, j)); }
 };
 
-// How the elements of an operand, as used, lie in memory.
-enum class Layout { denseRows, denseColumns, strided, scattered };
+// Object k where table entry k points: `Tabled` of an operand that surely has a table.
+template <class T> struct Listed {
+    T *const *table;
+    ptrdiff_t shift;
+
+    Bytes<T> operator()(ptrdiff_t k) const { return bytes(table[k]) + shift; }
+};
 
 // Objects whose elements are reached by steps.
 template <class T, template <class> class Objects> struct SteppedOperand {
@@ -53,8 +61,8 @@ struct Extents {
     ptrdiff_t rows, columns, inner;
 };
 
-// One call after its checks. Kernels copy what they use: a store into dst might change the original,
-// as far as the compiler knows.
+// One call after its checks. Kernels copy what they use: as far as the compiler knows, a store into
+// dst might change the original.
 template <class A, class B, class D> struct Product {
     A a;
     B b;
@@ -62,6 +70,7 @@ template <class A, class B, class D> struct Product {
     Extents extents;
     ptrdiff_t count;
 };
+template <class A, class B, class D> Product(A, B, D, Extents, ptrdiff_t) -> Product<A, B, D>;
 
 template <template <class> class Objects, class Block> auto steppedOperand(Block o)
 {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Products of N×N matrices in straight-line code, N a constant, for arrays of them.
-//
-// An operand comes as a function from k to the view of its object k. dst is written row by row.
+// Elements of dst are stored in row order, so that nothing is asked of dst.
 #pragma once
 
 #include "products/operands.hpp"
@@ -16,7 +15,7 @@ enum class Start { product, zero };
 // The operand that is one matrix for all k, if its elements stay in registers.
 enum class Held { none, first, second };
 
-// B as rows of packs, widened.
+// B row by row in packs.
 template <int N> struct PackedRows {
     static constexpr int padded = (N + sumLanes - 1) / sumLanes * sumLanes;
     using Element = double;
@@ -25,80 +24,160 @@ template <int N> struct PackedRows {
     template <class B> explicit ZONM_INLINE PackedRows(const B &b)
     {
         cut<N>([&](auto j, auto w) ZONM_UNROLLED {
-            unrolled<N>([&](auto p) ZONM_UNROLLED {
-                storeNarrowed<double, w>(bytes(&element[p][j]), row<w>(b, p, j));
-            });
+            unrolled<N / 2>([&](auto p) ZONM_UNROLLED { keep<2, j, w>(b, 2 * p); });
+            if constexpr (N % 2 != 0)
+                keep<1, j, w>(b, N - 1);
         });
     }
     const std::byte *at(int i, int j) const { return bytes(&element[i][j]); }
-};
-template <int N> inline constexpr bool hasDenseRows<PackedRows<N>> = true;
 
-// A with every element in all lanes.
-template <int N> struct SpreadElements {
-    Sums<sumLanes> element[N][N];
-
-    template <class A> explicit ZONM_INLINE SpreadElements(const A &a)
+  private:
+    template <int R, int J, int W, class B> ZONM_INLINE void keep(const B &b, int p)
     {
-        unrolled<N>([&](auto i) ZONM_UNROLLED {
-            unrolled<N>([&](auto p) ZONM_UNROLLED { element[i][p] = spread<sumLanes>(a, i, p); });
+        Sums<W> rows[R];
+        loadRows<R, W>(rows, b, p, J);
+        unrolled<R>([&](auto r) ZONM_UNROLLED {
+            storeNarrowed<double, W>(bytes(&element[p + r][J]), rows[r]);
         });
     }
 };
-template <int W, int N>
-ZONM_INLINE Sums<W> spread(const SpreadElements<N> &a, ptrdiff_t i, ptrdiff_t p)
+template <int N> inline constexpr bool hasDenseRows<PackedRows<N>> = true;
+
+// A with each element in all lanes.
+template <int N> struct SpreadElements {
+    Sums<sumLanes> element[N][N];
+
+    template <class A> explicit ZONM_INLINE SpreadElements(const A &a) { spread(element, a, 0, 0); }
+};
+
+template <int R, int C, int N>
+ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const SpreadElements<N> &a, ptrdiff_t i,
+                        ptrdiff_t p)
 {
-    return first<W>(a.element[i][p]);
+    unrolled<R>([&](auto r) ZONM_UNROLLED {
+        unrolled<C>([&](auto c) ZONM_UNROLLED { f[r][c] = a.element[i + r][p + c]; });
+    });
 }
 
-template <int N, Start S, class A, class B, class D>
-ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
+// How many rows of dst have their sums in registers at a time.
+template <int N> inline constexpr int rowsAtATime = N <= 4 ? N : 3;
+
+// Adds the products of columns P to P + Q - 1 of A to the sums of rows i to i + R - 1 of dst.
+template <int N, int R, Start S, int P, int Q, class A, class B>
+ZONM_INLINE void addProducts(PackedSums<N> (&sum)[R], const A &a, const B &b, ptrdiff_t i)
 {
-    unrolled<N>([&](auto i) ZONM_UNROLLED {
-        Sums<sumLanes> factor[N];
-        unrolled<N>([&](auto p) ZONM_UNROLLED { factor[p] = spread<sumLanes>(a, i, p); });
-        cut<N>([&](auto j, auto w) ZONM_UNROLLED {
-            Sums<w> sum = first<w>(factor[0]) * row<w>(b, 0, j);
-            if constexpr (S == Start::zero)
-                sum = all<w>(0.0) + sum;
-            unrolled<N - 1>([&](auto p) ZONM_UNROLLED {
-                sum = sum + first<w>(factor[p + 1]) * row<w>(b, p + 1, j);
+    Sums<sumLanes> left[R][Q];
+    spread(left, a, i, P);
+    cut<N>([&](auto j, auto w) ZONM_UNROLLED {
+        Sums<w> right[Q];
+        loadRows<Q, w>(right, b, P, j);
+        unrolled<Q>([&](auto q) ZONM_UNROLLED {
+            unrolled<R>([&](auto r) ZONM_UNROLLED {
+                const Sums<w> product = first<w>(left[r][q]) * right[q];
+                auto &s = sum[r].template part<j, w>();
+                if constexpr (P + q > 0)
+                    s = s + product;
+                else if constexpr (S == Start::zero)
+                    s = all<w>(0.0) + product;
+                else
+                    s = product;
             });
-            setRow<w>(d, i, j, sum);
+        });
+    });
+}
+
+// Rows i to i + R - 1 of dst.
+template <int N, int R, Start S, class A, class B, class D>
+ZONM_INLINE void multiplyRows(const A &a, const B &b, const D &d, ptrdiff_t i)
+{
+    PackedSums<N> sum[R];
+    unrolled<N / 2>([&](auto p) ZONM_UNROLLED { addProducts<N, R, S, 2 * p, 2>(sum, a, b, i); });
+    if constexpr (N % 2 != 0)
+        addProducts<N, R, S, N - 1, 1>(sum, a, b, i);
+    unrolled<R>([&](auto r) ZONM_UNROLLED {
+        cut<N>([&](auto j, auto w) ZONM_UNROLLED {
+            setRow<w>(d, i + r, j, sum[r].template part<j, w>());
         });
     });
 }
 
 template <int N, Start S, class A, class B, class D>
-ZONM_INLINE void multiplyRows(const A &a, const B &b, const D &d)
+ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
 {
-    // Rows of doubles are as quickly loaded again for each row of A as kept, when there are many.
-    if constexpr (std::is_same_v<B, PackedRows<N>> ||
-                  (N > 4 && hasDenseRows<B> && sizeof(typename B::Element) == sizeof(double)))
-        squareProduct<N, S>(a, b, d);
-    else
+    constexpr int R = rowsAtATime<N>;
+    // Packed beforehand: rows of B that are used more than once and cost more than their loads.
+    if constexpr (R < N && !(hasDenseRows<B> && sizeof(typename B::Element) == sizeof(double))) {
         squareProduct<N, S>(a, PackedRows<N>(b), d);
+    } else {
+        unrolled<N / R>([&](auto i) ZONM_UNROLLED { multiplyRows<N, R, S>(a, b, d, i * R); });
+        if constexpr (N % R != 0)
+            multiplyRows<N, N % R, S>(a, b, d, N / R * R);
+    }
 }
 
-// With rows of `LA`, `LB` and `LD`; a held operand has any layout, since it is read once.
-template <int N, Start S, Held H, Layout LA, Layout LB, Layout LD, class P>
+// An element table of an N×N matrix in row order of the matrix as used.
+template <class T, int N> struct LocatedOperand {
+    Bytes<T> element[N][N];
+    ptrdiff_t step;
+
+    struct View : ElementAt<T> {
+        const LocatedOperand &operand;
+        ptrdiff_t offset;
+
+        View(const LocatedOperand &o, ptrdiff_t off) : operand(o), offset(off) {}
+        Bytes<T> at(ptrdiff_t i, ptrdiff_t j) const { return operand.element[i][j] + offset; }
+        auto operator()(ptrdiff_t i, ptrdiff_t j) const { return load<T>(at(i, j)); }
+        void set(ptrdiff_t i, ptrdiff_t j, T value) const { store<T>(at(i, j), value); }
+    };
+
+    explicit ZONM_INLINE LocatedOperand(const ScatteredOperand<T> &o) : step(o.step)
+    {
+        unrolled<N>([&](auto i) ZONM_UNROLLED {
+            unrolled<N>([&](auto j) ZONM_UNROLLED {
+                element[i][j] = o.template view<Layout::scattered>(0).at(i, j);
+            });
+        });
+    }
+    template <Layout> View view(ptrdiff_t k) const { return View(*this, k * step); }
+};
+
+// An operand as an N×N kernel keeps it; whether it has a table is known where it cannot be the
+// single one.
+template <int N, bool Many, class T, template <class> class Objects>
+ZONM_INLINE auto localCopy(const SteppedOperand<T, Objects> &o)
+{
+    if constexpr (Many && std::is_same_v<Objects<T>, Tabled<T>>)
+        return SteppedOperand<T, Listed>{{o.objects.table, o.objects.step}, o.rowStep, o.columnStep};
+    else
+        return o;
+}
+template <int N, bool, class T> ZONM_INLINE auto localCopy(const ScatteredOperand<T> &o)
+{
+    return LocatedOperand<T, N>(o);
+}
+
+// `Tables`: every array operand of a `Tabled` call has a table.
+template <int N, Start S, Held H, bool Tables, Layout LA, Layout LB, Layout LD, class P>
 ZONM_APART ZonStatus squareProducts(const P &call)
 {
-    const auto a = call.a, b = call.b;
-    const auto d = call.d;
+    const auto a = localCopy<N, Tables && H != Held::first>(call.a);
+    const auto b = localCopy<N, Tables && H != Held::second>(call.b);
+    const auto d = localCopy<N, Tables>(call.d);
     const ptrdiff_t count = call.count;
+    const auto left = [&](ptrdiff_t k) ZONM_UNROLLED { return a.template view<LA>(k); };
+    const auto right = [&](ptrdiff_t k) ZONM_UNROLLED { return b.template view<LB>(k); };
+    const auto product = [&](ptrdiff_t k) ZONM_UNROLLED { return d.template view<LD>(k); };
     if constexpr (H == Held::first) {
-        const SpreadElements<N> held(a.template view<LA>(0));
+        const SpreadElements<N> held(left(0));
         for (ptrdiff_t k = 0; k < count; ++k)
-            multiplyRows<N, S>(held, b.template view<LB>(k), d.template view<LD>(k));
+            squareProduct<N, S>(held, right(k), product(k));
     } else if constexpr (H == Held::second) {
-        const PackedRows<N> held(b.template view<LB>(0));
+        const PackedRows<N> held(right(0));
         for (ptrdiff_t k = 0; k < count; ++k)
-            multiplyRows<N, S>(a.template view<LA>(k), held, d.template view<LD>(k));
+            squareProduct<N, S>(left(k), held, product(k));
     } else {
         for (ptrdiff_t k = 0; k < count; ++k)
-            multiplyRows<N, S>(a.template view<LA>(k), b.template view<LB>(k),
-                               d.template view<LD>(k));
+            squareProduct<N, S>(left(k), right(k), product(k));
     }
     return zonStsOk;
 }

@@ -55,6 +55,25 @@ template <int N, int First = 0, int W = sumLanes, class F> ZONM_INLINE void cut(
     }
 }
 
+// The sums of a row of `N` columns, as `cut` cuts it.
+template <int N, int First = 0, int W = sumLanes> struct PackedSums {
+    static constexpr bool fits = First + W <= N;
+    struct None {
+    };
+    using Rest = std::conditional_t<(First + (fits ? W : 0) < N),
+                                    PackedSums<N, First + (fits ? W : 0), fits ? W : W / 2>, None>;
+    [[no_unique_address]] std::conditional_t<fits, Sums<W>, None> pack;
+    [[no_unique_address]] Rest rest;
+
+    template <int J, int V> ZONM_INLINE auto &part()
+    {
+        if constexpr (J == First && V == W)
+            return pack;
+        else
+            return rest.template part<J, V>();
+    }
+};
+
 template <int W> ZONM_INLINE Sums<W> all(double x)
 {
     if constexpr (W == 1)
@@ -156,10 +175,60 @@ ZONM_INLINE void setRow(const M &m, ptrdiff_t i, ptrdiff_t j, Sums<W> sums)
         unrolled<W>([&](auto c) ZONM_UNROLLED { m.set(i, j + c, T(sums[int(c)])); });
 }
 
-// Element (i, j) in every lane.
-template <int W, class M> ZONM_INLINE Sums<W> spread(const M &m, ptrdiff_t i, ptrdiff_t j)
+// The same of rows i to i + R - 1. Narrow elements of dense columns come in pairs of a column.
+template <int R, int W, class M>
+ZONM_INLINE void loadRows(Sums<W> (&rows)[R], const M &m, ptrdiff_t i, ptrdiff_t j)
 {
-    return all<W>(double(m(i, j)));
+    using T = typename M::Element;
+    if constexpr (hasDenseColumns<M> && sizeof(T) < sizeof(double) && R == 2 && W == 2) {
+        const auto left = widened<T, 2>(m.at(i, j)), right = widened<T, 2>(m.at(i, j + 1));
+        rows[0] = Sums<2>{left[0], right[0]};
+        rows[1] = Sums<2>{left[1], right[1]};
+    } else {
+        unrolled<R>([&](auto r) ZONM_UNROLLED { rows[r] = row<W>(m, i + r, j); });
+    }
+}
+
+// One lane of a pair in both.
+template <int I> ZONM_INLINE Sums<2> lane(Sums<2> pair)
+{
+#if defined(__SSE2__)
+    // Unlike the unpacking instructions this one leaves the pair as it is.
+    constexpr int both = I == 0 ? 0x44 : 0xee;
+    return Sums<2>(_mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(__m128d(pair)), both)));
+#else
+    return Sums<2>{pair[I], pair[I]};
+#endif
+}
+
+// Elements (i, j) to (i + R - 1, j + C - 1), each in all lanes.
+template <int R, int C, class M>
+ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const M &m, ptrdiff_t i, ptrdiff_t j)
+{
+    using T = typename M::Element;
+    if constexpr (sumLanes == 2 && hasDenseRows<M> && C == 2) {
+        unrolled<R>([&](auto r) ZONM_UNROLLED {
+            const auto pair = widened<T, 2>(m.at(i + r, j));
+            f[r][0] = lane<0>(pair);
+            f[r][1] = lane<1>(pair);
+        });
+    } else if constexpr (sumLanes == 2 && hasDenseColumns<M> && R > 1) {
+        unrolled<C>([&](auto c) ZONM_UNROLLED {
+            unrolled<R / 2>([&](auto r) ZONM_UNROLLED {
+                const auto pair = widened<T, 2>(m.at(i + 2 * r, j + c));
+                f[2 * r][c] = lane<0>(pair);
+                f[2 * r + 1][c] = lane<1>(pair);
+            });
+            if constexpr (R % 2 != 0)
+                f[R - 1][c] = all<2>(double(m(i + R - 1, j + c)));
+        });
+    } else {
+        unrolled<R>([&](auto r) ZONM_UNROLLED {
+            unrolled<C>([&](auto c) ZONM_UNROLLED {
+                f[r][c] = all<sumLanes>(double(m(i + r, j + c)));
+            });
+        });
+    }
 }
 
 } // namespace zonm
