@@ -150,6 +150,11 @@ inline constexpr Held held = A::many == B::many || N > 4 ? Held::none
                              : A::many                   ? Held::second
                                                          : Held::first;
 
+template <class A, class B>
+inline constexpr Arrays arraysOf = !B::many   ? Arrays::first
+                                   : !A::many ? Arrays::second
+                                              : Arrays::both;
+
 template <class A, class B, class D>
 ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2, D dst,
                                             const Extents &e, int32_t count)
@@ -158,7 +163,7 @@ ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape 
                        scatteredOperand(dst, e.columns), e, count};
     if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
         return withSize(size, [&](auto n) ZONM_UNROLLED {
-            return squareProducts<n, Start::product, held<n, A, B>, false, Layout::scattered,
+            return squareProducts<n, Start::product, held<n, A, B>, Arrays::unknown, Layout::scattered,
                                   Layout::scattered, Layout::scattered>(call);
         });
     return scatteredProducts(call);
@@ -170,7 +175,8 @@ template <class P> ZONM_APART ZonStatus stridedProducts(const P &call, int32_t s
     if (size == 0)
         return steppedProducts<Order::rows, strided, strided, strided>(call);
     return withSize(size, [&](auto n) ZONM_UNROLLED {
-        return squareProducts<n, Start::product, Held::none, false, strided, strided, strided>(call);
+        return squareProducts<n, Start::product, Held::none, Arrays::unknown, strided, strided,
+                              strided>(call);
     });
 }
 
@@ -179,6 +185,19 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
                                               const Extents &e, int32_t count)
 {
     using P = Paths<A, B>;
+    constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
+    constexpr Layout rowsOfB = B::transposed ? Layout::denseColumns : Layout::denseRows;
+    const int32_t size = squareSize(shape1, shape2);
+    const bool contiguous = src1.isDense() && src2.isDense() && dst.isDense();
+    if constexpr (!D::many) {
+        if (contiguous && size != 0)
+            return withSize(size, [&](auto n) ZONM_UNROLLED {
+                return squareObject<n, Start::product>(
+                    steppedOperand<Stepped>(src1).template view<rowsOfA>(0),
+                    steppedOperand<Stepped>(src2).template view<rowsOfB>(0),
+                    steppedOperand<Stepped>(dst).template view<Layout::denseRows>(0));
+            });
+    }
     const auto call = [&] {
         if constexpr (P::tables)
             return Product{steppedOperand<Tabled>(src1), steppedOperand<Tabled>(src2),
@@ -187,22 +206,20 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
             return Product{steppedOperand<Stepped>(src1), steppedOperand<Stepped>(src2),
                            steppedOperand<Stepped>(dst), e, count};
     }();
-    const int32_t size = squareSize(shape1, shape2);
-    if (!(src1.isDense() && src2.isDense() && dst.isDense()))
+    if (!contiguous)
         return stridedProducts(call, size);
-
-    constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
-    constexpr Layout rowsOfB = B::transposed ? Layout::denseColumns : Layout::denseRows;
-    if (size == 0 || (!P::denseSquares && !areApart(call.d.rowStep, call.d.columnStep, e)))
-        return steppedProducts<P::denseOrder, rowsOfA, rowsOfB, Layout::denseRows>(call);
-    return withSize(size, [&](auto n) ZONM_UNROLLED {
-        constexpr Start start = P::denseSquares ? Start::product : Start::zero;
-        constexpr Held hold = held<n, A, B>;
-        return squareProducts<n, start, hold, hold != Held::none || (A::many && B::many),
-                              hold == Held::first ? Layout::strided : rowsOfA,
-                              hold == Held::second ? Layout::strided : rowsOfB, Layout::denseRows>(
-            call);
-    });
+    if constexpr (D::many) {
+        if (size != 0 && (P::denseSquares || areApart(call.d.rowStep, call.d.columnStep, e)))
+            return withSize(size, [&](auto n) ZONM_UNROLLED {
+                constexpr Start start = P::denseSquares ? Start::product : Start::zero;
+                constexpr Held hold = held<n, A, B>;
+                constexpr Arrays arrays = !P::tables ? Arrays::unknown : arraysOf<A, B>;
+                constexpr Layout la = hold == Held::first ? Layout::strided : rowsOfA;
+                constexpr Layout lb = hold == Held::second ? Layout::strided : rowsOfB;
+                return squareProducts<n, start, hold, arrays, la, lb, Layout::denseRows>(call);
+            });
+    }
+    return steppedProducts<P::denseOrder, rowsOfA, rowsOfB, Layout::denseRows>(call);
 }
 
 template <class A, class B, class D>

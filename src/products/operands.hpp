@@ -22,6 +22,24 @@ template <class T> struct DenseColumns : ElementAt<T> {
     auto operator()(ptrdiff_t i, ptrdiff_t j) const { return load<T>(at(i, j)); }
 };
 
+// The part of a matrix from row i and column j on.
+template <class T> DenseMatrix<T> partFrom(const DenseMatrix<T> &m, ptrdiff_t i, ptrdiff_t j)
+{
+    return {m.at(i, j), m.rowStep};
+}
+template <class T> DenseColumns<T> partFrom(const DenseColumns<T> &m, ptrdiff_t i, ptrdiff_t j)
+{
+    return {m.at(i, j), m.columnStep};
+}
+template <class T> StridedMatrix<T> partFrom(const StridedMatrix<T> &m, ptrdiff_t i, ptrdiff_t j)
+{
+    return {m.at(i, j), m.rowStep, m.columnStep};
+}
+template <class T> ScatteredMatrix<T> partFrom(const ScatteredMatrix<T> &m, ptrdiff_t i, ptrdiff_t j)
+{
+    return {m.table + (i * m.rowPitch + j * m.columnPitch), m.offset, m.rowPitch, m.columnPitch};
+}
+
 // Object k where table entry k points: `Tabled` of an operand that surely has a table.
 template <class T> struct Listed {
     T *const *table;

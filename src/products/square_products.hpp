@@ -115,6 +115,14 @@ ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
     }
 }
 
+// One object, for sizes whose arithmetic outweighs a call, and for single matrices.
+template <int N, Start S, class A, class B, class D>
+ZONM_APART ZonStatus squareObject(A a, B b, D d)
+{
+    squareProduct<N, S>(a, b, d);
+    return zonStsOk;
+}
+
 // An element table of an N×N matrix in row order of the matrix as used.
 template <class T, int N> struct LocatedOperand {
     Bytes<T> element[N][N];
@@ -141,32 +149,37 @@ template <class T, int N> struct LocatedOperand {
     template <Layout> View view(ptrdiff_t k) const { return View(*this, k * step); }
 };
 
-// An operand as an N×N kernel keeps it; whether it has a table is known where it cannot be the
-// single one.
-template <int N, bool Many, class T, template <class> class Objects>
+// Which operands are arrays; of object tables, those and only those have a table then. `unknown` asks
+// each object.
+enum class Arrays { unknown, first, second, both };
+
+// An operand as an N×N kernel keeps it.
+template <int N, Arrays Known, bool Many, class T, template <class> class Objects>
 ZONM_INLINE auto localCopy(const SteppedOperand<T, Objects> &o)
 {
-    if constexpr (Many && std::is_same_v<Objects<T>, Tabled<T>>)
+    if constexpr (Known == Arrays::unknown || std::is_same_v<Objects<T>, Stepped<T>>)
+        return SteppedOperand<T, Objects>{Objects<T>(o.objects), o.rowStep, o.columnStep};
+    else if constexpr (Many)
         return SteppedOperand<T, Listed>{{o.objects.table, o.objects.step}, o.rowStep, o.columnStep};
     else
-        return o;
+        return SteppedOperand<T, Stepped>{{o.objects.base, 0}, o.rowStep, o.columnStep};
 }
-template <int N, bool, class T> ZONM_INLINE auto localCopy(const ScatteredOperand<T> &o)
+template <int N, Arrays, bool, class T> ZONM_INLINE auto localCopy(const ScatteredOperand<T> &o)
 {
     return LocatedOperand<T, N>(o);
 }
 
-// `Tables`: every array operand of a `Tabled` call has a table.
-template <int N, Start S, Held H, bool Tables, Layout LA, Layout LB, Layout LD, class P>
+template <int N, Start S, Held H, Arrays Many, Layout LA, Layout LB, Layout LD, class P>
 ZONM_APART ZonStatus squareProducts(const P &call)
 {
-    const auto a = localCopy<N, Tables && H != Held::first>(call.a);
-    const auto b = localCopy<N, Tables && H != Held::second>(call.b);
-    const auto d = localCopy<N, Tables>(call.d);
+    const auto a = localCopy<N, Many, Many != Arrays::second>(call.a);
+    const auto b = localCopy<N, Many, Many != Arrays::first>(call.b);
+    const auto d = localCopy<N, Many, true>(call.d);
     const ptrdiff_t count = call.count;
     const auto left = [&](ptrdiff_t k) ZONM_UNROLLED { return a.template view<LA>(k); };
     const auto right = [&](ptrdiff_t k) ZONM_UNROLLED { return b.template view<LB>(k); };
     const auto product = [&](ptrdiff_t k) ZONM_UNROLLED { return d.template view<LD>(k); };
+    constexpr bool steps = std::is_same_v<decltype(d), const SteppedOperand<typename decltype(product(0))::Element, Stepped>>;
     if constexpr (H == Held::first) {
         const SpreadElements<N> held(left(0));
         for (ptrdiff_t k = 0; k < count; ++k)
@@ -175,9 +188,12 @@ ZONM_APART ZonStatus squareProducts(const P &call)
         const PackedRows<N> held(right(0));
         for (ptrdiff_t k = 0; k < count; ++k)
             squareProduct<N, S>(left(k), held, product(k));
-    } else {
+    } else if constexpr (N <= 4 || steps) {
         for (ptrdiff_t k = 0; k < count; ++k)
             squareProduct<N, S>(left(k), right(k), product(k));
+    } else {
+        for (ptrdiff_t k = 0; k < count; ++k)
+            squareObject<N, S>(left(k), right(k), product(k));
     }
     return zonStsOk;
 }
