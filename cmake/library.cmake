@@ -3,16 +3,25 @@ set(ZONM_ARCH "" CACHE STRING
   "Processor to compile for, as -march takes it (x86-64-v3, native); empty for the platform's baseline")
 
 set(ZONM_SOURCES
-  src/frame/attach.cpp
-  src/frame/version.cpp
-  src/frame/generated/exports.cpp
   src/elementwise/matrix_sums.cpp
+  src/frame/attach.cpp
+  src/frame/generated/exports.cpp
+  src/frame/version.cpp
   src/products/matrix_product.cpp
 )
 list(TRANSFORM ZONM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
 
-# The kernels are written in the order in which registers suffice; this pass of GCC would defer the
-# arithmetic to the stores behind it and spill.
+# The same bits everywhere: no contraction, and never the x87. The other two change no result.
+set(ZONM_ARITHMETIC -ffp-contract=off -fno-math-errno -fno-trapping-math)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86|i[3-6]86")
+  list(APPEND ZONM_ARITHMETIC -msse2 -mfpmath=sse)
+endif()
+if(ZONM_ARCH)
+  list(APPEND ZONM_ARITHMETIC -march=${ZONM_ARCH})
+endif()
+
+# The products are written in an order in which registers suffice; this pass of GCC would put off
+# the arithmetic to the stores and spill.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
   COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
@@ -20,34 +29,39 @@ set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cp
 add_library(zonm_objects OBJECT ${ZONM_SOURCES})
 target_compile_features(zonm_objects PUBLIC cxx_std_20)
 set_target_properties(zonm_objects PROPERTIES
-  CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON
-  CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-target_include_directories(zonm_objects PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+  CXX_EXTENSIONS OFF
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_include_directories(zonm_objects PRIVATE
+  ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
 target_compile_definitions(zonm_objects PRIVATE ZONM_BUILDING)
 target_compile_options(zonm_objects PRIVATE
   -Wall -Wextra -Wpedantic -Wshadow -Wno-psabi
-  # The same bits everywhere: no contraction. Neither of the other two changes a result.
-  -ffp-contract=off -fno-math-errno -fno-trapping-math
+  ${ZONM_ARITHMETIC}
   # Nothing of the C++ run-time library is needed.
-  -fno-exceptions -fno-rtti -fno-threadsafe-statics
-  $<$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},i686>:-msse2 -mfpmath=sse>
-  $<$<BOOL:${ZONM_ARCH}>:-march=${ZONM_ARCH}>)
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics)
 
 add_library(zonm SHARED $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm_static STATIC $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm::zonm ALIAS zonm)
 add_library(zonm::static ALIAS zonm_static)
-# Linked as C: the C++ run-time library is neither needed nor named.
+# Linked as C, so that the C++ run-time library is not even named.
 set_target_properties(zonm zonm_static PROPERTIES LINKER_LANGUAGE C)
-set_target_properties(zonm PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-target_link_options(zonm PRIVATE
-  -Wl,--version-script=${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map -Wl,-z,now -Wl,-z,relro
-  -Wl,--no-undefined-version)
-set_target_properties(zonm PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
+set_target_properties(zonm PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 set_target_properties(zonm_static PROPERTIES OUTPUT_NAME zonm EXPORT_NAME static)
 target_compile_definitions(zonm_static INTERFACE ZONM_STATIC)
 foreach(library zonm zonm_static)
-  target_include_directories(${library} INTERFACE
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:include>)
+  target_include_directories(${library} INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(${library} PRIVATE m)
 endforeach()
+
+if(WIN32)
+  set_target_properties(zonm PROPERTIES PREFIX "")
+  target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
+else()
+  set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
+  target_link_options(zonm PRIVATE -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro)
+  set_target_properties(zonm PROPERTIES LINK_DEPENDS ${ZONM_MAP})
+endif()

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The one thing that happens when the library is loaded: the core library, if it is there, is asked
-// once for the enabled processor features. The answer is recorded and nothing reads it: there is one
-// code path for every processor.
+// once for the enabled processor features. The answer is recorded and nothing reads it: there is
+// one code path for every processor.
 #include <cstdint>
 
 #if defined(_WIN32)
@@ -11,7 +11,8 @@
 extern "C" std::uint32_t zonGetEnabledCpuFeatures(void) __attribute__((weak));
 #endif
 
-namespace {
+namespace
+{
 
 // The only byte that the library ever writes of its own, and only before any export can be called.
 volatile bool coreHasBothFeatures = false;

@@ -6,31 +6,29 @@
 #include "frame/memory.hpp"
 #include "zonm.h"
 
-namespace zonm {
-
-inline constexpr std::uint32_t signBit = 0x80000000u;
+namespace zonm
+{
 
 template <class... P> inline bool anyNull(const P *...p) { return (... | (p == nullptr)); }
 
-// A value below 1 has the sign bit set either in itself or in its predecessor.
 template <class... I> inline bool anyBelowOne(I... value)
 {
-    const auto bits = (... | (std::uint32_t(value) | (std::uint32_t(value) - 1u)));
-    return (bits & signBit) != 0;
+    return (... | (std::int64_t(value) - 1)) < 0;
 }
 
-// A stride is a positive multiple of the element size.
+// A stride is a positive multiple of the element size. Less one element it must not be negative,
+// and that leaves its low bits as they were.
 template <class T, class... I> inline bool anyBadStride(I... stride)
 {
-    const auto bits = (... | std::uint32_t(stride));
-    return ((bits & (sizeof(T) - 1)) != 0) | anyBelowOne(stride...);
+    const auto bits = (... | (std::int64_t(stride) - std::int64_t(sizeof(T))));
+    return (bits < 0) | ((bits & (sizeof(T) - 1)) != 0);
 }
 
 // A shift is zero or a positive multiple of the element size.
 template <class T, class... I> inline bool anyBadShift(I... shift)
 {
-    const auto bits = (... | std::uint32_t(shift));
-    return (bits & (signBit | (sizeof(T) - 1))) != 0;
+    const auto bits = (... | shift);
+    return (bits < 0) | ((bits & int32_t(sizeof(T) - 1)) != 0);
 }
 
 } // namespace zonm

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Short vectors of elements. `Pack<T, W>` has the element-wise operators of the language and nothing
-// else is assumed of the processor; a compiler without vector extensions gets the same in scalars.
+// Short vectors of elements. `Pack<T, W>` has the element-wise operators of the language and
+// nothing else is assumed of the processor; a compiler without vector extensions gets the same in
+// scalars.
 #pragma once
 
 #include "frame/memory.hpp"
 
-namespace zonm {
+namespace zonm
+{
 
 // The widest register that the target surely has. Wider vectors on a narrower target are split by
 // the compiler at a loss, so kernels never use more.
@@ -28,10 +30,22 @@ template <class T, int W> struct Pack {
     T lane[W];
     T &operator[](int i) { return lane[i]; }
     const T &operator[](int i) const { return lane[i]; }
-    friend Pack operator+(Pack a, const Pack &b) { return each(a, b, [](T x, T y) { return x + y; }); }
-    friend Pack operator-(Pack a, const Pack &b) { return each(a, b, [](T x, T y) { return x - y; }); }
-    friend Pack operator*(Pack a, const Pack &b) { return each(a, b, [](T x, T y) { return x * y; }); }
-    friend Pack operator/(Pack a, const Pack &b) { return each(a, b, [](T x, T y) { return x / y; }); }
+    friend Pack operator+(Pack a, const Pack &b)
+    {
+        return each(a, b, [](T x, T y) { return x + y; });
+    }
+    friend Pack operator-(Pack a, const Pack &b)
+    {
+        return each(a, b, [](T x, T y) { return x - y; });
+    }
+    friend Pack operator*(Pack a, const Pack &b)
+    {
+        return each(a, b, [](T x, T y) { return x * y; });
+    }
+    friend Pack operator/(Pack a, const Pack &b)
+    {
+        return each(a, b, [](T x, T y) { return x / y; });
+    }
 
   private:
     template <class F> static Pack each(Pack a, const Pack &b, F f)

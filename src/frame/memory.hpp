@@ -8,7 +8,16 @@
 #include <cstring>
 #include <type_traits>
 
-namespace zonm {
+// Results are the same to the last bit on every platform; these modes would change them.
+#if defined(__FAST_MATH__) || (defined(_MSC_VER) && defined(_M_FP_FAST))
+#error "zonm must not be compiled with fast-math: results would no longer be reproducible"
+#endif
+#if defined(__FLT_EVAL_METHOD__) && __FLT_EVAL_METHOD__ != 0
+#error "zonm needs FLT_EVAL_METHOD 0: on 32-bit x86 compile with -msse2 -mfpmath=sse"
+#endif
+
+namespace zonm
+{
 
 using std::int32_t;
 using std::ptrdiff_t;
@@ -26,6 +35,9 @@ template <class T> inline std::remove_const_t<T> load(const std::byte *p)
     return value;
 }
 
-template <class T> inline void store(std::byte *p, T value) { std::memcpy(p, &value, sizeof value); }
+template <class T> inline void store(std::byte *p, T value)
+{
+    std::memcpy(p, &value, sizeof value);
+}
 
 } // namespace zonm

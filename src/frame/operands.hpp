@@ -11,7 +11,8 @@
 
 #include "frame/memory.hpp"
 
-namespace zonm {
+namespace zonm
+{
 
 enum class Description { strided, objectTable, elementTable };
 

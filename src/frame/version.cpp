@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "frame/generated/export_table.hpp"
 
-namespace {
+namespace
+{
 
 constexpr ZonVersionRecord record = {
     .major = 8,

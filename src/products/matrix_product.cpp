@@ -59,7 +59,7 @@ template <class F> ZONM_INLINE ZonStatus withSize(int32_t n, F f)
 }
 
 // Whether no two elements of dst share an address.
-bool areApart(ptrdiff_t rowStep, ptrdiff_t columnStep, const Extents &e)
+bool areApart(std::int64_t rowStep, std::int64_t columnStep, const Extents &e)
 {
     return e.rows == 1 || (e.columns - 1) * columnStep < rowStep ||
            (e.rows - 1) * rowStep < columnStep;
