@@ -2,8 +2,9 @@
 // Matrix product: dst(i, j) = A(i, 0)*B(0, j) + A(i, 1)*B(1, j) + ...
 //
 // A is src1 or its transpose, B is src2 or its transpose. The sum is one chain in ascending order,
-// in every path, never split and never contracted; the products of a `32f` chain and the chain itself
-// are doubles, rounded at the store. The paths of an export can be told apart by three things only:
+// in every path, never split and never contracted; the products of a `32f` chain and the chain
+// itself are doubles, rounded at the store. The paths of an export can be told apart by three
+// things only:
 //   - a chain starts from its first product (sizes 3, 4, 5, 6, all square) or from 0.0 (otherwise):
 //     seen in the sign of a zero;
 //   - element tables keep the sum of other sizes in dst, so that `32f` rounds at every step;
@@ -14,24 +15,26 @@
 #include "products/square_products.hpp"
 #include "products/tiled_products.hpp"
 
-namespace zonm {
-namespace {
+namespace zonm
+{
+namespace
+{
 
 // Which paths an export has --------------------------------------------------------------------
 
 enum class Order { rows, blocks };
 
 template <class A, class B> struct Paths {
-    static constexpr bool tables = A::description == Description::objectTable ||
-                                   B::description == Description::objectTable;
+    static constexpr bool tables =
+        A::description == Description::objectTable || B::description == Description::objectTable;
     static constexpr bool manyByOne = A::many && !B::many;
     static constexpr bool doubles = sizeof(typename A::Value) == sizeof(double);
 
     // With dense rows: the sizes 3 to 6 on their own, and how the others store.
     static constexpr bool denseSquares = !tables || manyByOne;
     static constexpr bool rowOrder =
-        !tables && (manyByOne ||
-                    (doubles && A::many && B::many && !A::transposed && B::transposed));
+        !tables &&
+        (manyByOne || (doubles && A::many && B::many && !A::transposed && B::transposed));
     static constexpr Order denseOrder = rowOrder ? Order::rows : Order::blocks;
 };
 
@@ -47,14 +50,10 @@ int32_t squareSize(Shape a, Shape b)
 template <class F> ZONM_INLINE ZonStatus withSize(int32_t n, F f)
 {
     switch (n) {
-    case 3:
-        return f(std::integral_constant<int, 3>{});
-    case 4:
-        return f(std::integral_constant<int, 4>{});
-    case 5:
-        return f(std::integral_constant<int, 5>{});
-    default:
-        return f(std::integral_constant<int, 6>{});
+    case 3: return f(std::integral_constant<int, 3>{});
+    case 4: return f(std::integral_constant<int, 4>{});
+    case 5: return f(std::integral_constant<int, 5>{});
+    default: return f(std::integral_constant<int, 6>{});
     }
 }
 
@@ -96,7 +95,8 @@ template <class T> struct Gathered {
     DenseMatrix<T> view() { return {bytes(&element[0][0]), sizeof element[0]}; }
 };
 
-template <class View, class M> void gather(View to, const M &from, ptrdiff_t rows, ptrdiff_t columns)
+template <class View, class M>
+void gather(View to, const M &from, ptrdiff_t rows, ptrdiff_t columns)
 {
     for (ptrdiff_t i = 0; i < rows; ++i)
         for (ptrdiff_t j = 0; j < columns; ++j)
@@ -107,7 +107,8 @@ template <class P> ZONM_APART ZonStatus scatteredProducts(const P &call)
 {
     using T = typename decltype(call.d.template view<Layout::scattered>(0))::Element;
     const Extents e = call.extents;
-    const bool small = e.rows <= gatheredSize && e.columns <= gatheredSize && e.inner <= gatheredSize;
+    const bool small =
+        e.rows <= gatheredSize && e.columns <= gatheredSize && e.inner <= gatheredSize;
     Gathered<double> left, right;
     Gathered<T> product;
     for (ptrdiff_t k = 0; k < call.count; ++k) {
@@ -163,8 +164,8 @@ ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape 
                        scatteredOperand(dst, e.columns), e, count};
     if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
         return withSize(size, [&](auto n) ZONM_UNROLLED {
-            return squareProducts<n, Start::product, held<n, A, B>, Arrays::unknown, Layout::scattered,
-                                  Layout::scattered, Layout::scattered>(call);
+            return squareProducts<n, Start::product, held<n, A, B>, Arrays::unknown,
+                                  Layout::scattered, Layout::scattered, Layout::scattered>(call);
         });
     return scatteredProducts(call);
 }

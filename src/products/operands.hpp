@@ -4,7 +4,8 @@
 
 #include "frame/operands.hpp"
 
-namespace zonm {
+namespace zonm
+{
 
 // How the elements of an operand, as used, lie in memory.
 enum class Layout { denseRows, denseColumns, strided, scattered };
@@ -35,7 +36,8 @@ template <class T> StridedMatrix<T> partFrom(const StridedMatrix<T> &m, ptrdiff_
 {
     return {m.at(i, j), m.rowStep, m.columnStep};
 }
-template <class T> ScatteredMatrix<T> partFrom(const ScatteredMatrix<T> &m, ptrdiff_t i, ptrdiff_t j)
+template <class T>
+ScatteredMatrix<T> partFrom(const ScatteredMatrix<T> &m, ptrdiff_t i, ptrdiff_t j)
 {
     return {m.table + (i * m.rowPitch + j * m.columnPitch), m.offset, m.rowPitch, m.columnPitch};
 }

@@ -7,9 +7,11 @@
 #include "products/sums.hpp"
 #include "zonm.h"
 
-namespace zonm {
+namespace zonm
+{
 
-// What a chain begins with: its first product, or the sum of 0.0 and that. The sign of a zero tells.
+// What a chain begins with: its first product, or the sum of 0.0 and that. The sign of a zero
+// tells.
 enum class Start { product, zero };
 
 // The operand that is one matrix for all k, if its elements stay in registers.
@@ -95,9 +97,8 @@ ZONM_INLINE void multiplyRows(const A &a, const B &b, const D &d, ptrdiff_t i)
     if constexpr (N % 2 != 0)
         addProducts<N, R, S, N - 1, 1>(sum, a, b, i);
     unrolled<R>([&](auto r) ZONM_UNROLLED {
-        cut<N>([&](auto j, auto w) ZONM_UNROLLED {
-            setRow<w>(d, i + r, j, sum[r].template part<j, w>());
-        });
+        cut<N>([&](auto j, auto w)
+                   ZONM_UNROLLED { setRow<w>(d, i + r, j, sum[r].template part<j, w>()); });
     });
 }
 
@@ -149,8 +150,8 @@ template <class T, int N> struct LocatedOperand {
     template <Layout> View view(ptrdiff_t k) const { return View(*this, k * step); }
 };
 
-// Which operands are arrays; of object tables, those and only those have a table then. `unknown` asks
-// each object.
+// Which operands are arrays; of object tables, those and only those have a table then. `unknown`
+// asks each object.
 enum class Arrays { unknown, first, second, both };
 
 // An operand as an N×N kernel keeps it.
@@ -160,7 +161,8 @@ ZONM_INLINE auto localCopy(const SteppedOperand<T, Objects> &o)
     if constexpr (Known == Arrays::unknown || std::is_same_v<Objects<T>, Stepped<T>>)
         return SteppedOperand<T, Objects>{Objects<T>(o.objects), o.rowStep, o.columnStep};
     else if constexpr (Many)
-        return SteppedOperand<T, Listed>{{o.objects.table, o.objects.step}, o.rowStep, o.columnStep};
+        return SteppedOperand<T, Listed>{
+            {o.objects.table, o.objects.step}, o.rowStep, o.columnStep};
     else
         return SteppedOperand<T, Stepped>{{o.objects.base, 0}, o.rowStep, o.columnStep};
 }
@@ -179,7 +181,9 @@ ZONM_APART ZonStatus squareProducts(const P &call)
     const auto left = [&](ptrdiff_t k) ZONM_UNROLLED { return a.template view<LA>(k); };
     const auto right = [&](ptrdiff_t k) ZONM_UNROLLED { return b.template view<LB>(k); };
     const auto product = [&](ptrdiff_t k) ZONM_UNROLLED { return d.template view<LD>(k); };
-    constexpr bool steps = std::is_same_v<decltype(d), const SteppedOperand<typename decltype(product(0))::Element, Stepped>>;
+    constexpr bool steps =
+        std::is_same_v<decltype(d),
+                       const SteppedOperand<typename decltype(product(0))::Element, Stepped>>;
     if constexpr (H == Held::first) {
         const SpreadElements<N> held(left(0));
         for (ptrdiff_t k = 0; k < count; ++k)

@@ -12,7 +12,8 @@
 #include <emmintrin.h>
 #endif
 
-namespace zonm {
+namespace zonm
+{
 
 #if defined(__GNUC__)
 #define ZONM_INLINE inline __attribute__((always_inline))
@@ -39,9 +40,11 @@ template <int W> using Sums = typename SumsOf<W>::type;
 // f(0), f(1), ... f(N - 1), each with its index as a constant.
 template <int N, class F> ZONM_INLINE void unrolled(F f)
 {
-    [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED {
+    [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+    {
         (f(std::integral_constant<int, I>{}), ...);
-    }(std::make_integer_sequence<int, N>{});
+    }
+    (std::make_integer_sequence<int, N>{});
 }
 
 // A row of `N` columns cut into packs, the widest first: f(first column, columns in the pack).
@@ -79,9 +82,11 @@ template <int W> ZONM_INLINE Sums<W> all(double x)
     if constexpr (W == 1)
         return x;
     else
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED {
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        {
             return Sums<W>{((void)I, x)...};
-        }(std::make_integer_sequence<int, W>{});
+        }
+    (std::make_integer_sequence<int, W>{});
 }
 
 // The first `W` of a wider pack, for packs whose lanes are all the same.
@@ -107,9 +112,11 @@ template <class T, int W> ZONM_INLINE Sums<W> widened(const std::byte *p)
             return Sums<W>(_mm_cvtps_pd(
                 _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)))));
 #endif
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED {
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        {
             return Sums<W>{double(load<T>(p + I * ptrdiff_t(sizeof(T))))...};
-        }(std::make_integer_sequence<int, W>{});
+        }
+        (std::make_integer_sequence<int, W>{});
     }
 }
 
@@ -127,7 +134,8 @@ template <class T, int W> ZONM_INLINE void storeNarrowed(std::byte *p, Sums<W> s
             return;
         }
 #endif
-        unrolled<W>([&](auto c) ZONM_UNROLLED { store<T>(p + c * ptrdiff_t(sizeof(T)), T(sums[int(c)])); });
+        unrolled<W>([&](auto c)
+                        ZONM_UNROLLED { store<T>(p + c * ptrdiff_t(sizeof(T)), T(sums[int(c)])); });
     }
 }
 
@@ -143,9 +151,11 @@ template <class T, int W> ZONM_INLINE Sums<W> rounded(Sums<W> sums)
         if constexpr (W == 2)
             return Sums<W>(_mm_cvtps_pd(_mm_cvtpd_ps(__m128d(sums))));
 #endif
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED {
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        {
             return Sums<W>{double(T(sums[I]))...};
-        }(std::make_integer_sequence<int, W>{});
+        }
+        (std::make_integer_sequence<int, W>{});
     }
 }
 
@@ -160,9 +170,11 @@ template <int W, class M> ZONM_INLINE Sums<W> row(const M &m, ptrdiff_t i, ptrdi
     if constexpr (hasDenseRows<M> || W == 1)
         return widened<typename M::Element, W>(m.at(i, j));
     else
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED {
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        {
             return Sums<W>{double(m(i, j + I))...};
-        }(std::make_integer_sequence<int, W>{});
+        }
+    (std::make_integer_sequence<int, W>{});
 }
 
 template <int W, class M>
@@ -224,9 +236,8 @@ ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const M &m, ptrdiff_t i, ptrd
         });
     } else {
         unrolled<R>([&](auto r) ZONM_UNROLLED {
-            unrolled<C>([&](auto c) ZONM_UNROLLED {
-                f[r][c] = all<sumLanes>(double(m(i + r, j + c)));
-            });
+            unrolled<C>([&](auto c)
+                            ZONM_UNROLLED { f[r][c] = all<sumLanes>(double(m(i + r, j + c))); });
         });
     }
 }

@@ -5,7 +5,8 @@
 #include "products/operands.hpp"
 #include "products/sums.hpp"
 
-namespace zonm {
+namespace zonm
+{
 
 // Where the sum of an element lives while it grows: in a register, or in dst, which rounds it.
 enum class Sum { wide, inDst };
@@ -69,8 +70,8 @@ ZONM_INLINE void panel(const A &a, const B &b, const D &d, const Extents &e)
     }
 }
 
-// One object whose elements of dst are apart, in panels of eight, four and two columns; the last one
-// may overlap the one before.
+// One object whose elements of dst are apart, in panels of eight, four and two columns; the last
+// one may overlap the one before.
 template <Sum Kept, class A, class B, class D>
 ZONM_APART void tiledProduct(A a, B b, D d, const Extents &extents)
 {
