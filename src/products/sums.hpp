@@ -89,6 +89,19 @@ template <int W> ZONM_INLINE Sums<W> all(double x)
     (std::make_integer_sequence<int, W>{});
 }
 
+// Lane by lane in another type.
+template <class To, class From> ZONM_INLINE To converted(const From &from)
+{
+#if defined(__GNUC__)
+    return __builtin_convertvector(from, To);
+#else
+    To to;
+    for (int i = 0; i < int(sizeof to / sizeof to[0]); ++i)
+        to[i] = static_cast<std::remove_reference_t<decltype(to[0])>>(from[i]);
+    return to;
+#endif
+}
+
 // The first `W` of a wider pack, for packs whose lanes are all the same.
 template <int W, class V> ZONM_INLINE Sums<W> first(const V &v)
 {
@@ -98,65 +111,70 @@ template <int W, class V> ZONM_INLINE Sums<W> first(const V &v)
         return all<W>(v[0]);
 }
 
+// Narrow elements and sums, `W` at a time. The compilers know the conversion of a pair, alone in
+// its register, only by name. Lanes are never converted one by one: GCC 12 takes a pack of doubles
+// made of doubles rounded to float for the pack that they came from.
+template <int W> ZONM_INLINE Sums<W> fromFloats(const std::byte *p)
+{
+#if defined(__SSE2__)
+    if constexpr (W == 2)
+        return Sums<2>(
+            _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)))));
+#endif
+    return converted<Sums<W>>(loadPack<float, W>(p));
+}
+
+template <int W> ZONM_INLINE void storeFloats(std::byte *p, Sums<W> sums)
+{
+#if defined(__SSE2__)
+    if constexpr (W == 2) {
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(p),
+                         _mm_castps_si128(_mm_cvtpd_ps(__m128d(sums))));
+        return;
+    }
+#endif
+    storePack(p, converted<Pack<float, W>>(sums));
+}
+
+template <int W> ZONM_INLINE Sums<W> roundedToFloat(Sums<W> sums)
+{
+#if defined(__SSE2__)
+    if constexpr (W == 2)
+        return Sums<2>(_mm_cvtps_pd(_mm_cvtpd_ps(__m128d(sums))));
+#endif
+    return converted<Sums<W>>(converted<Pack<float, W>>(sums));
+}
+
 // Neighbouring elements.
 template <class T, int W> ZONM_INLINE Sums<W> widened(const std::byte *p)
 {
-    if constexpr (W == 1) {
+    if constexpr (W == 1)
         return double(load<T>(p));
-    } else if constexpr (sizeof(T) == sizeof(double)) {
+    else if constexpr (sizeof(T) == sizeof(double))
         return loadPack<double, W>(p);
-    } else {
-#if defined(__SSE2__)
-        // The compilers know this one instruction only by its name.
-        if constexpr (W == 2)
-            return Sums<W>(_mm_cvtps_pd(
-                _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)))));
-#endif
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
-        {
-            return Sums<W>{double(load<T>(p + I * ptrdiff_t(sizeof(T))))...};
-        }
-        (std::make_integer_sequence<int, W>{});
-    }
+    else
+        return fromFloats<W>(p);
 }
 
 template <class T, int W> ZONM_INLINE void storeNarrowed(std::byte *p, Sums<W> sums)
 {
-    if constexpr (W == 1) {
+    if constexpr (W == 1)
         store<T>(p, T(sums));
-    } else if constexpr (sizeof(T) == sizeof(double)) {
+    else if constexpr (sizeof(T) == sizeof(double))
         storePack(p, sums);
-    } else {
-#if defined(__SSE2__)
-        if constexpr (W == 2) {
-            _mm_storel_epi64(reinterpret_cast<__m128i *>(p),
-                             _mm_castps_si128(_mm_cvtpd_ps(__m128d(sums))));
-            return;
-        }
-#endif
-        unrolled<W>([&](auto c)
-                        ZONM_UNROLLED { store<T>(p + c * ptrdiff_t(sizeof(T)), T(sums[int(c)])); });
-    }
+    else
+        storeFloats<W>(p, sums);
 }
 
 // Sums that live in memory of the element type.
 template <class T, int W> ZONM_INLINE Sums<W> rounded(Sums<W> sums)
 {
-    if constexpr (sizeof(T) == sizeof(double)) {
+    if constexpr (sizeof(T) == sizeof(double))
         return sums;
-    } else if constexpr (W == 1) {
-        return double(T(sums));
-    } else {
-#if defined(__SSE2__)
-        if constexpr (W == 2)
-            return Sums<W>(_mm_cvtps_pd(_mm_cvtpd_ps(__m128d(sums))));
-#endif
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
-        {
-            return Sums<W>{double(T(sums[I]))...};
-        }
-        (std::make_integer_sequence<int, W>{});
-    }
+    else if constexpr (W == 1)
+        return double(float(sums));
+    else
+        return roundedToFloat<W>(sums);
 }
 
 template <class M> inline constexpr bool hasDenseRows = false;
