@@ -7,6 +7,7 @@ set(ZONM_SOURCES
   src/frame/attach.cpp
   src/frame/generated/exports.cpp
   src/frame/version.cpp
+  src/products/matrix_product.cpp
 )
 list(TRANSFORM ZONM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
 
@@ -18,6 +19,11 @@ endif()
 if(ZONM_ARCH)
   list(APPEND ZONM_ARITHMETIC -march=${ZONM_ARCH})
 endif()
+
+# The products are written in an order in which registers suffice; this pass of GCC would put off
+# the arithmetic to the stores and spill.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
+  COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
 # One set of objects serves the shared and the static library.
 add_library(zonm_objects OBJECT ${ZONM_SOURCES})

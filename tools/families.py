@@ -23,6 +23,7 @@ class Built:
 BUILT = {
     "version": Built("frame"),
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
+    "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front
