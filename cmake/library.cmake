@@ -46,7 +46,7 @@ add_library(zonm SHARED $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm_static STATIC $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm::zonm ALIAS zonm)
 add_library(zonm::static ALIAS zonm_static)
-# Linked as C, so that the C++ run-time library is not even named.
+# Linked as C, and only with what is used: the C++ run-time library is not even named.
 set_target_properties(zonm zonm_static PROPERTIES LINKER_LANGUAGE C)
 set_target_properties(zonm PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -62,6 +62,7 @@ if(WIN32)
   target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
 else()
   set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
-  target_link_options(zonm PRIVATE -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro)
+  target_link_options(zonm PRIVATE
+    -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
   set_target_properties(zonm PROPERTIES LINK_DEPENDS ${ZONM_MAP})
 endif()
