@@ -176,8 +176,14 @@ template <class P> ZONM_APART ZonStatus stridedProducts(const P &call, int32_t s
     if (size == 0)
         return steppedProducts<Order::rows, strided, strided, strided>(call);
     return withSize(size, [&](auto n) ZONM_UNROLLED {
-        return squareProducts<n, Start::product, Held::none, Arrays::unknown, strided, strided,
-                              strided>(call);
+        constexpr Held none = Held::none;
+        constexpr Arrays any = Arrays::unknown;
+        // Where the kernel is large, one for tables and arrays alike.
+        if constexpr (n <= 4)
+            return squareProducts<n, Start::product, none, any, strided, strided, strided>(call);
+        else
+            return squareProducts<n, Start::product, none, any, strided, strided, strided>(
+                tabled(call));
     });
 }
 

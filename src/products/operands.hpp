@@ -92,6 +92,17 @@ template <class A, class B, class D> struct Product {
 };
 template <class A, class B, class D> Product(A, B, D, Extents, ptrdiff_t) -> Product<A, B, D>;
 
+// The same call for the kernels that take tables and arrays alike.
+template <class T, template <class> class Objects>
+SteppedOperand<T, Tabled> tabled(const SteppedOperand<T, Objects> &o)
+{
+    return {Tabled<T>(o.objects), o.rowStep, o.columnStep};
+}
+template <class A, class B, class D> auto tabled(const Product<A, B, D> &p)
+{
+    return Product{tabled(p.a), tabled(p.b), tabled(p.d), p.extents, p.count};
+}
+
 template <template <class> class Objects, class Block> auto steppedOperand(Block o)
 {
     using T = typename Block::Value;

@@ -181,9 +181,6 @@ ZONM_APART ZonStatus squareProducts(const P &call)
     const auto left = [&](ptrdiff_t k) ZONM_UNROLLED { return a.template view<LA>(k); };
     const auto right = [&](ptrdiff_t k) ZONM_UNROLLED { return b.template view<LB>(k); };
     const auto product = [&](ptrdiff_t k) ZONM_UNROLLED { return d.template view<LD>(k); };
-    constexpr bool steps =
-        std::is_same_v<decltype(d),
-                       const SteppedOperand<typename decltype(product(0))::Element, Stepped>>;
     if constexpr (H == Held::first) {
         const SpreadElements<N> held(left(0));
         for (ptrdiff_t k = 0; k < count; ++k)
@@ -192,7 +189,7 @@ ZONM_APART ZonStatus squareProducts(const P &call)
         const PackedRows<N> held(right(0));
         for (ptrdiff_t k = 0; k < count; ++k)
             squareProduct<N, S>(left(k), held, product(k));
-    } else if constexpr (N <= 4 || steps) {
+    } else if constexpr (N <= 4 || Many == Arrays::unknown) {
         for (ptrdiff_t k = 0; k < count; ++k)
             squareProduct<N, S>(left(k), right(k), product(k));
     } else {

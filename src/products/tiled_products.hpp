@@ -73,7 +73,7 @@ ZONM_INLINE void panel(const A &a, const B &b, const D &d, const Extents &e)
 // One object whose elements of dst are apart, in panels of eight, four and two columns; the last
 // one may overlap the one before.
 template <Sum Kept, class A, class B, class D>
-ZONM_APART void tiledProduct(A a, B b, D d, const Extents &extents)
+ZONM_APART void tiledProduct(const A &a, const B &b, const D &d, const Extents &extents)
 {
     const Extents e = extents;
     constexpr int W = sumLanes;
@@ -97,7 +97,7 @@ ZONM_APART void tiledProduct(A a, B b, D d, const Extents &extents)
 
 // One object, stored in row order.
 template <Sum Kept, class A, class B, class D>
-ZONM_APART void productInRowOrder(A a, B b, D d, const Extents &extents)
+ZONM_APART void productInRowOrder(const A &a, const B &b, const D &d, const Extents &extents)
 {
     const Extents e = extents;
     for (ptrdiff_t i = 0; i < e.rows; ++i) {
@@ -119,7 +119,7 @@ ZONM_APART void productInRowOrder(A a, B b, D d, const Extents &extents)
 // One object, stored in the order of the block of four rows and two columns: column after column in
 // each block, then the odd column, then the rows below the blocks column by column.
 template <class A, class B, class D>
-ZONM_APART void productInBlockOrder(A a, B b, D d, const Extents &extents)
+ZONM_APART void productInBlockOrder(const A &a, const B &b, const D &d, const Extents &extents)
 {
     const Extents e = extents;
     const auto column = [&](ptrdiff_t i, ptrdiff_t end, ptrdiff_t j) {
