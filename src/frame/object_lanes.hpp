@@ -25,11 +25,47 @@
 #include <bit>
 #include <tuple>
 #include <utility>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+// Straight-line kernels stand on everything in them being inlined, lambdas too.
+#if defined(__GNUC__)
+#define ZONM_INLINED __attribute__((always_inline))
+#else
+#define ZONM_INLINED
+#endif
 
 namespace zonm
 {
 
-#if defined(__GNUC__)
+#if defined(__SSE2__)
+
+// Intrinsics, since a compiler that sees bits as integers regroups their operations, and moves
+// numbers between the integer and the floating-point units.
+inline constexpr int objectLanes = 2;
+using LaneRegister = __m128d;
+using LaneIntegers = Pack<std::int64_t, objectLanes>;
+using LaneRegisterBits = __m128d;
+
+inline bool anySet(__m128d mask) { return _mm_movemask_pd(mask) != 0; }
+inline __m128d largerMask(__m128d a, __m128d b) { return _mm_cmpgt_pd(a, b); }
+inline __m128d largerOf(__m128d a, __m128d b) { return _mm_max_pd(a, b); }
+inline __m128d bitAnd(__m128d a, __m128d b) { return _mm_and_pd(a, b); }
+inline __m128d bitOr(__m128d a, __m128d b) { return _mm_or_pd(a, b); }
+inline __m128d bitXor(__m128d a, __m128d b) { return _mm_xor_pd(a, b); }
+inline __m128d bitAndNot(__m128d a, __m128d b) { return _mm_andnot_pd(b, a); }
+template <class T> inline auto narrowed(__m128d a)
+{
+    if constexpr (sizeof(T) == sizeof(double))
+        return a;
+    else
+        return _mm_cvtpd_ps(a);
+}
+inline __m128d widened(__m128 a) { return _mm_cvtps_pd(a); }
+template <class P> inline auto laneOf(const P &a, int l) { return a[l]; }
+
+#elif defined(__GNUC__)
 
 inline constexpr int objectLanes = registerBytes / int(sizeof(double));
 using LaneRegister = Pack<double, objectLanes>;
@@ -69,20 +105,20 @@ template <class T> inline T laneOf(T a, int) { return a; }
 // Loops ----------------------------------------------------------------------------------------
 
 template <int From, int Step, int... I, class F>
-[[gnu::always_inline]] inline void unrolledOver(std::integer_sequence<int, I...>, F &body)
+ZONM_INLINED inline void unrolledOver(std::integer_sequence<int, I...>, F &body)
 {
     (body(std::integral_constant<int, From + Step * I>{}), ...);
 }
 
 // body(From), ..., body(To - 1), each index a constant.
-template <int From, int To, class F> [[gnu::always_inline]] inline void unrolled(F body)
+template <int From, int To, class F> ZONM_INLINED inline void unrolled(F body)
 {
     if constexpr (From < To)
         unrolledOver<From, 1>(std::make_integer_sequence<int, To - From>{}, body);
 }
 
 // body(From - 1), ..., body(To).
-template <int From, int To, class F> [[gnu::always_inline]] inline void unrolledDown(F body)
+template <int From, int To, class F> ZONM_INLINED inline void unrolledDown(F body)
 {
     if constexpr (From > To)
         unrolledOver<From - 1, -1>(std::make_integer_sequence<int, From - To>{}, body);
@@ -94,84 +130,75 @@ struct LaneBits {
     LaneRegisterBits v;
 
     // The same integer in all lanes.
-    [[gnu::always_inline]] static LaneBits all(std::int64_t value)
+    ZONM_INLINED static LaneBits all(std::int64_t value)
     {
         return {std::bit_cast<LaneRegisterBits>(value - LaneIntegers{})};
     }
-    [[gnu::always_inline]] std::int64_t operator[](int lane) const
+    ZONM_INLINED std::int64_t operator[](int lane) const
     {
         return laneOf(std::bit_cast<LaneIntegers>(v), lane);
     }
-    // Whether a bit is set in any lane.
-    [[gnu::always_inline]] bool any() const
-    {
-        std::int64_t found = 0;
-        unrolled<0, objectLanes>([&](auto lane) { found |= (*this)[lane]; });
-        return found != 0;
-    }
-    [[gnu::always_inline]] friend LaneBits operator&(LaneBits a, LaneBits b) { return {a.v & b.v}; }
-    [[gnu::always_inline]] friend LaneBits operator|(LaneBits a, LaneBits b) { return {a.v | b.v}; }
-    [[gnu::always_inline]] friend LaneBits operator^(LaneBits a, LaneBits b) { return {a.v ^ b.v}; }
-    [[gnu::always_inline]] friend LaneBits operator~(LaneBits a) { return {~a.v}; }
+    // Whether a lane of a mask is set.
+    ZONM_INLINED bool any() const { return anySet(v); }
+    ZONM_INLINED friend LaneBits operator&(LaneBits a, LaneBits b) { return {bitAnd(a.v, b.v)}; }
+    ZONM_INLINED friend LaneBits operator|(LaneBits a, LaneBits b) { return {bitOr(a.v, b.v)}; }
+    ZONM_INLINED friend LaneBits operator^(LaneBits a, LaneBits b) { return {bitXor(a.v, b.v)}; }
+    ZONM_INLINED friend LaneBits andNot(LaneBits a, LaneBits b) { return {bitAndNot(a.v, b.v)}; }
 };
 
 struct Lanes {
     LaneRegister v;
 
-    [[gnu::always_inline]] static Lanes all(double value) { return {value - LaneRegister{}}; }
+    ZONM_INLINED static Lanes all(double value) { return {value - LaneRegister{}}; }
 
-    [[gnu::always_inline]] friend Lanes operator+(Lanes a, Lanes b) { return {a.v + b.v}; }
-    [[gnu::always_inline]] friend Lanes operator-(Lanes a, Lanes b) { return {a.v - b.v}; }
-    [[gnu::always_inline]] friend Lanes operator*(Lanes a, Lanes b) { return {a.v * b.v}; }
-    [[gnu::always_inline]] friend Lanes operator/(Lanes a, Lanes b) { return {a.v / b.v}; }
+    ZONM_INLINED friend Lanes operator+(Lanes a, Lanes b) { return {a.v + b.v}; }
+    ZONM_INLINED friend Lanes operator-(Lanes a, Lanes b) { return {a.v - b.v}; }
+    ZONM_INLINED friend Lanes operator*(Lanes a, Lanes b) { return {a.v * b.v}; }
+    ZONM_INLINED friend Lanes operator/(Lanes a, Lanes b) { return {a.v / b.v}; }
     // False wherever one of the two is a NaN.
-    [[gnu::always_inline]] friend LaneBits operator>(Lanes a, Lanes b)
-    {
-        return {largerMask(a.v, b.v)};
-    }
-    [[gnu::always_inline]] friend LaneBits operator<(Lanes a, Lanes b) { return b > a; }
+    ZONM_INLINED friend LaneBits operator>(Lanes a, Lanes b) { return {largerMask(a.v, b.v)}; }
+    ZONM_INLINED friend LaneBits operator<(Lanes a, Lanes b) { return b > a; }
 
-    [[gnu::always_inline]] LaneBits bits() const { return {std::bit_cast<LaneRegisterBits>(v)}; }
-    [[gnu::always_inline]] static Lanes ofBits(LaneBits a)
-    {
-        return {std::bit_cast<LaneRegister>(a.v)};
-    }
+    ZONM_INLINED LaneBits bits() const { return {std::bit_cast<LaneRegisterBits>(v)}; }
+    ZONM_INLINED static Lanes ofBits(LaneBits a) { return {std::bit_cast<LaneRegister>(a.v)}; }
     // The bits in which two numbers differ, and a number with such bits turned over.
-    [[gnu::always_inline]] friend LaneBits operator^(Lanes a, Lanes b)
-    {
-        return a.bits() ^ b.bits();
-    }
-    [[gnu::always_inline]] friend Lanes operator^(Lanes a, LaneBits b)
-    {
-        return ofBits(a.bits() ^ b);
-    }
+    ZONM_INLINED friend LaneBits operator^(Lanes a, Lanes b) { return a.bits() ^ b.bits(); }
+    ZONM_INLINED friend Lanes operator^(Lanes a, LaneBits b) { return ofBits(a.bits() ^ b); }
 };
 
-[[gnu::always_inline]] inline Lanes abs(Lanes a)
+ZONM_INLINED inline Lanes abs(Lanes a)
 {
     return Lanes::ofBits(a.bits() & LaneBits::all(0x7fffffffffffffff));
 }
 // a > b ? a : b, so b wherever one of the two is a NaN.
-[[gnu::always_inline]] inline Lanes larger(Lanes a, Lanes b) { return {a.v > b.v ? a.v : b.v}; }
+ZONM_INLINED inline Lanes larger(Lanes a, Lanes b) { return {largerOf(a.v, b.v)}; }
 
 // a where the mask is set, else b.
-[[gnu::always_inline]] inline Lanes select(LaneBits mask, Lanes a, Lanes b)
-{
-    return b ^ (mask & (a ^ b));
-}
+ZONM_INLINED inline Lanes select(LaneBits mask, Lanes a, Lanes b) { return b ^ (mask & (a ^ b)); }
 
-// The elements element(0), element(1), ... of the objects in the lanes.
-template <class F> [[gnu::always_inline]] inline Lanes gather(F element)
+// The numbers element(0), element(1), ..., one for each lane. Compilers load rows that are gathered
+// element by element in wider pieces.
+template <class F> ZONM_INLINED inline Lanes gather(F element)
 {
-    return [&]<int... L>(std::integer_sequence<int, L...>)
+    return [&]<int... L>(std::integer_sequence<int, L...>) ZONM_INLINED
     {
         return Lanes{LaneRegister{double(element(L))...}};
     }
     (std::make_integer_sequence<int, objectLanes>{});
 }
 
+// The elements of type T at the addresses at(0), at(1), ...: better for elements that stand alone.
+template <class T, class F> ZONM_INLINED inline Lanes gatherFrom(F at)
+{
+#if defined(__SSE2__)
+    if constexpr (sizeof(T) == sizeof(double))
+        return {_mm_loadh_pd(_mm_set_sd(load<T>(at(0))), reinterpret_cast<const double *>(at(1)))};
+#endif
+    return gather([&](int lane) ZONM_INLINED { return load<T>(at(lane)); });
+}
+
 // What an element of type T holds after `a` is stored to it.
-template <class T> [[gnu::always_inline]] inline Lanes rounded(Lanes a)
+template <class T> ZONM_INLINED inline Lanes rounded(Lanes a)
 {
     if constexpr (sizeof(T) == sizeof(double))
         return a;
@@ -180,7 +207,7 @@ template <class T> [[gnu::always_inline]] inline Lanes rounded(Lanes a)
 }
 
 // One lane as an element.
-template <class T> [[gnu::always_inline]] inline T element(Lanes a, int lane)
+template <class T> ZONM_INLINED inline T element(Lanes a, int lane)
 {
     return laneOf(narrowed<T>(a.v), lane);
 }
@@ -205,7 +232,7 @@ struct Extent {
     Extent(std::uintptr_t b, std::size_t n) : begin(b), size(n) {}
     // That of objects anywhere in memory.
     static Extent everything() { return {0, ~std::uintptr_t(0)}; }
-    template <class T> Extent(const T *p, std::size_t n) : begin(std::uintptr_t(p)), size(n) {}
+    template <class T> Extent(T *p, std::size_t n) : begin(std::uintptr_t(p)), size(n) {}
     friend bool meet(Extent a, Extent b)
     {
         return (b.begin - a.begin < a.size) | (a.begin - b.begin < b.size);
@@ -213,8 +240,7 @@ struct Extent {
 };
 
 template <std::size_t A, std::size_t B>
-[[gnu::always_inline]] inline bool anyMeet(const std::array<Extent, A> &a,
-                                           const std::array<Extent, B> &b)
+ZONM_INLINED inline bool anyMeet(const std::array<Extent, A> &a, const std::array<Extent, B> &b)
 {
     bool met = false;
     for (const Extent x : a)
@@ -230,11 +256,13 @@ template <class... Objects> struct Covered {
     explicit Covered(const Objects &...o) : objects(o...) {}
     auto of(ptrdiff_t k) const
     {
-        return std::apply([=](auto &...o) { return std::array{o.extent(k)...}; }, objects);
+        return std::apply([=](auto &...o) ZONM_INLINED { return std::array{o.extent(k)...}; },
+                          objects);
     }
     auto all(int32_t count) const
     {
-        return std::apply([=](auto &...o) { return std::array{o.wholeExtent(count)...}; }, objects);
+        return std::apply(
+            [=](auto &...o) ZONM_INLINED { return std::array{o.wholeExtent(count)...}; }, objects);
     }
 };
 
@@ -254,8 +282,8 @@ template <class Written, class Read>
 // done again one by one; `single(k)` returns false to end the run. Within a group objects must be
 // written one after the other, since what they write may meet.
 template <class Written, class Read, class Together, class Single>
-[[gnu::always_inline]] inline bool forEachGroup(int32_t count, const Written &written,
-                                                const Read &read, Together together, Single single)
+ZONM_INLINED inline bool forEachGroup(int32_t count, const Written &written, const Read &read,
+                                      Together together, Single single)
 {
     int32_t k = 0;
     if (count >= groupSize) {
@@ -277,83 +305,157 @@ template <class Written, class Read, class Together, class Single>
 
 // Objects as views -----------------------------------------------------------------------------
 //
-// What a kernel over many objects needs of an operand: the view of object k, and its extent.
-// Strided operands and object tables share one type, and so the instances of the kernels.
+// What a kernel over many objects needs of an operand: a view of object k, and the extents. Strided
+// operands and object tables share one type, and so do arrays and single objects: kernels are
+// instantiated per layout.
 
-// Where object k begins, without a branch: a base is a table with one entry for all objects. It
-// refers to its operand.
-template <class T> struct Beginnings {
+// Strided objects and object tables. A base is a table with one entry for all objects, so that
+// neither asks which of the two it is. Refers to the operand that it is made of.
+template <class T> struct LocatedObjects {
+    using Value = T;
+
     T *const *table;
-    ptrdiff_t entries; // a mask
-    ptrdiff_t shift, step;
+    ptrdiff_t entries = 0; // a mask for indices
+    ptrdiff_t shift = 0, step = 0;
+    std::size_t size;
 
-    template <class Block> explicit Beginnings(const Block &o)
+    template <class Block> LocatedObjects(const Block &o, std::size_t bytes) : size(bytes)
     {
-        if constexpr (Block::description == Description::objectTable) {
-            table = o.table, entries = -1, shift = o.shift, step = 0;
-        } else {
-            table = &o.base, entries = 0, shift = 0, step = o.objects().step;
-        }
+        if constexpr (Block::description == Description::objectTable)
+            table = o.table, entries = -1, shift = o.shift;
+        else
+            table = &o.base, step = o.objects().step;
     }
-    Bytes<T> operator()(ptrdiff_t k) const
+    Bytes<T> begin(ptrdiff_t k, int place) const
     {
-        return bytes(table[k & entries]) + (shift + k * step);
+        return bytes(table[(k + place) & entries]) + (shift + k * step + place * step);
     }
-    Extent whole(std::size_t size, int32_t count) const
+    Extent extent(ptrdiff_t k) const { return {begin(k, 0), size}; }
+    Extent wholeExtent(int32_t count) const
     {
         if (entries)
             return Extent::everything();
-        return {(*this)(0), size + (count - 1) * std::size_t(step)};
+        return {begin(0, 0), size + (count - 1) * std::size_t(step)};
     }
 };
 
-template <class T> struct DenseMatrices {
-    using Value = T;
-    Beginnings<T> objects;
+template <class T> struct DenseMatrices : LocatedObjects<T> {
     ptrdiff_t rowStep;
-    std::size_t size;
 
     template <class Block>
     DenseMatrices(const Block &o, int32_t rows, int32_t columns)
-        : objects(o), rowStep(o.rowStep()), size((rows - 1) * rowStep + columns * sizeof(T))
+        : LocatedObjects<T>(o, (rows - 1) * o.rowStep() + columns * sizeof(T)), rowStep(o.rowStep())
     {
     }
-    DenseMatrix<T> operator()(ptrdiff_t k) const { return {objects(k), rowStep}; }
-    Extent extent(ptrdiff_t k) const { return {objects(k), size}; }
-    Extent wholeExtent(int32_t count) const { return objects.whole(size, count); }
+    DenseMatrix<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return {this->begin(k, place), rowStep};
+    }
 };
 
-template <class T> struct StridedMatrices {
-    using Value = T;
-    Beginnings<T> objects;
+template <class T> struct StridedMatrices : LocatedObjects<T> {
     ptrdiff_t rowStep, columnStep;
-    std::size_t size;
 
     template <class Block>
     StridedMatrices(const Block &o, int32_t rows, int32_t columns)
-        : objects(o), rowStep(o.rowStep()), columnStep(o.columnStep()),
-          size((rows - 1) * rowStep + (columns - 1) * columnStep + sizeof(T))
+        : LocatedObjects<T>(o,
+                            (rows - 1) * o.rowStep() + (columns - 1) * o.columnStep() + sizeof(T)),
+          rowStep(o.rowStep()), columnStep(o.columnStep())
     {
     }
-    StridedMatrix<T> operator()(ptrdiff_t k) const { return {objects(k), rowStep, columnStep}; }
-    Extent extent(ptrdiff_t k) const { return {objects(k), size}; }
-    Extent wholeExtent(int32_t count) const { return objects.whole(size, count); }
+    StridedMatrix<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return {this->begin(k, place), rowStep, columnStep};
+    }
 };
 
-template <class T> struct StridedVectors {
-    using Value = T;
-    Beginnings<T> objects;
-    ptrdiff_t step;
-    std::size_t size;
+template <class T> struct DenseVector : ElementAt<T> {
+    Bytes<T> base;
+
+    explicit DenseVector(Bytes<T> b) : base(b) {}
+    Bytes<T> at(ptrdiff_t i) const { return base + i * ptrdiff_t(sizeof(T)); }
+    auto operator()(ptrdiff_t i) const { return load<T>(at(i)); }
+    void set(ptrdiff_t i, T value) const { store<T>(at(i), value); }
+};
+
+template <class T> struct DenseVectors : LocatedObjects<T> {
+    template <class Block>
+    DenseVectors(const Block &o, int32_t length) : LocatedObjects<T>(o, length * sizeof(T))
+    {
+    }
+    DenseVector<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return DenseVector<T>(this->begin(k, place));
+    }
+};
+
+template <class T> struct StridedVectors : LocatedObjects<T> {
+    ptrdiff_t elementStep;
 
     template <class Block>
     StridedVectors(const Block &o, int32_t length)
-        : objects(o), step(o.step()), size((length - 1) * step + sizeof(T))
+        : LocatedObjects<T>(o, (length - 1) * o.step() + sizeof(T)), elementStep(o.step())
     {
     }
-    StridedVector<T> operator()(ptrdiff_t k) const { return {objects(k), step}; }
-    Extent extent(ptrdiff_t k) const { return {objects(k), size}; }
-    Extent wholeExtent(int32_t count) const { return objects.whole(size, count); }
+    StridedVector<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return {this->begin(k, place), elementStep};
+    }
+};
+
+// Element tables: the elements of object 0 lie anywhere, those of object k k*step behind them.
+template <class T> struct ScatteredObjects {
+    using Value = T;
+
+    T *const *table;
+    ptrdiff_t shift, step;
+    Extent first{0, 0}; // of object 0 without the shift; known where a group is filled
+
+    template <class Block>
+    ScatteredObjects(const Block &o, ptrdiff_t elements, int32_t count)
+        : table(o.table), shift(o.shift), step(o.stride0)
+    {
+        if (count < groupSize)
+            return;
+        auto low = ~std::uintptr_t(0), high = std::uintptr_t(0);
+        for (ptrdiff_t e = 0; e < elements; ++e) {
+            low = std::min(low, std::uintptr_t(table[e]));
+            high = std::max(high, std::uintptr_t(table[e]));
+        }
+        first = {low, high - low + sizeof(T)};
+    }
+    ptrdiff_t offset(ptrdiff_t k, int place) const { return shift + k * step + place * step; }
+    Extent extent(ptrdiff_t k) const { return {first.begin + offset(k, 0), first.size}; }
+    Extent wholeExtent(int32_t count) const
+    {
+        return {extent(0).begin, first.size + (count - 1) * std::size_t(step)};
+    }
+};
+
+template <class T> struct ScatteredMatrices : ScatteredObjects<T> {
+    ptrdiff_t width;
+
+    template <class Block>
+    ScatteredMatrices(const Block &o, int32_t rows, int32_t columns, int32_t count)
+        : ScatteredObjects<T>(o, rows * ptrdiff_t(columns), count), width(columns)
+    {
+    }
+    ScatteredMatrix<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return {this->table, this->offset(k, place), width, 1};
+    }
+};
+
+template <class T> struct ScatteredVectors : ScatteredObjects<T> {
+    template <class Block>
+    ScatteredVectors(const Block &o, int32_t length, int32_t count)
+        : ScatteredObjects<T>(o, length, count)
+    {
+    }
+    ScatteredVector<T> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return {this->table, this->offset(k, place)};
+    }
 };
 
 // Runs of `length` integers back to back.
@@ -361,59 +463,19 @@ template <class I> struct IntegerRuns {
     I *base;
     ptrdiff_t length;
 
-    I *operator()(ptrdiff_t k) const { return base + k * length; }
+    I *operator()(ptrdiff_t k, int place = 0) const { return base + k * length + place * length; }
     Extent extent(ptrdiff_t k) const { return {(*this)(k), length * sizeof(I)}; }
     Extent wholeExtent(int32_t count) const { return {base, count * length * sizeof(I)}; }
-};
-
-// The elements of object 0 may lie anywhere; all objects have them in the same places.
-template <class Block> struct Scattered : Block {
-    using T = typename Block::Value;
-
-    Scattered(const Block &o, int32_t rows, int32_t columns, int32_t count)
-        : Block(o), width(columns),
-          whole(count >= groupSize ? all(rows * ptrdiff_t(columns)) : Extent(0, 0))
-    {
-    }
-    Scattered(const Block &o, int32_t length, int32_t count) : Scattered(o, 1, length, count) {}
-    auto operator()(ptrdiff_t k) const
-    {
-        if constexpr (Block::rank == 2)
-            return Block::object(k, width);
-        else
-            return Block::object(k);
-    }
-    // Of arrays that fill a group only.
-    Extent extent(ptrdiff_t k) const { return {whole.begin + Block::offset(k), whole.size}; }
-    Extent wholeExtent(int32_t count) const
-    {
-        return {extent(0).begin, whole.size + (count - 1) * std::size_t(Block::stride0)};
-    }
-
-  private:
-    int32_t width;
-    Extent whole;
-
-    Extent all(ptrdiff_t elements) const
-    {
-        auto low = ~std::uintptr_t(0), high = std::uintptr_t(0);
-        for (ptrdiff_t e = 0; e < elements; ++e) {
-            low = std::min(low, std::uintptr_t(Block::table[e]));
-            high = std::max(high, std::uintptr_t(Block::table[e]));
-        }
-        return {low, high - low + sizeof(T)};
-    }
 };
 
 // The views of a group, those of one register after those of another.
 template <class View> using GroupViews = std::array<std::array<View, objectLanes>, interleaved>;
 
-template <class Objects>
-[[gnu::always_inline]] inline auto views(const Objects &objects, Group group)
+template <class Objects> ZONM_INLINED inline auto views(const Objects &objects, Group group)
 {
-    return [&]<int... P>(std::integer_sequence<int, P...>)
+    return [&]<int... P>(std::integer_sequence<int, P...>) ZONM_INLINED
     {
-        return GroupViews<decltype(objects(0))>{objects(group[P])...};
+        return GroupViews<decltype(objects(0))>{objects(group.first, P)...};
     }
     (std::make_integer_sequence<int, groupSize>{});
 }

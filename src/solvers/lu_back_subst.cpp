@@ -29,36 +29,37 @@ namespace
 // Turns b, in the order of the pivots, into x: R systems of double, or R registers of systems, with
 // their rows in turn. `factor(r, i, j)` is that of system r.
 template <int N, int R, class V, class Factor, class Divide>
-[[gnu::always_inline]] inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagonal)
+ZONM_INLINED inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagonal)
 {
-    unrolled<1, N>([&](auto i) {
-        unrolled<0, R>([&](auto r) {
-            unrolledDown<i, 0>([&](auto j) { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
+    unrolled<1, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
+            unrolledDown<i, 0>([&](auto j)
+                                   ZONM_INLINED { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
         });
     });
-    unrolledDown<N, 0>([&](auto i) {
-        unrolled<0, R>([&](auto r) {
-            unrolled<i + 1, N>([&](auto j) { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
+    unrolledDown<N, 0>([&](auto i) ZONM_INLINED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
+            unrolled<i + 1, N>([&](auto j)
+                                   ZONM_INLINED { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
             x[r][i] = byDiagonal(x[r][i], r, i);
         });
     });
 }
 
-template <class Dst, int N>
-[[gnu::always_inline]] inline void write(const Dst &dst, const double (&x)[N])
+template <class Dst, int N> ZONM_INLINED inline void write(const Dst &dst, const double (&x)[N])
 {
-    unrolled<0, N>([&](auto i) { dst.set(i, typename Dst::Element(x[i])); });
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename Dst::Element(x[i])); });
 }
 
 template <class Dst, int N>
-[[gnu::always_inline]] inline void writeGroup(const Dst &dst, Group group,
-                                              const Lanes (&x)[interleaved][N])
+ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x)[interleaved][N])
 {
     const auto d = views(dst, group);
-    unrolled<0, groupSize>([&](auto place) {
+    unrolled<0, groupSize>([&](auto place) ZONM_INLINED {
         constexpr int r = place / objectLanes, lane = place % objectLanes;
-        unrolled<0, N>(
-            [&](auto i) { d[r][lane].set(i, element<typename Dst::Value>(x[r][i], lane)); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            d[r][lane].set(i, element<typename Dst::Value>(x[r][i], lane));
+        });
     });
 }
 
@@ -68,34 +69,35 @@ template <int N, class A, class B, class D>
                                 int32_t count)
 {
     const IntegerRuns<const int32_t> pivotsOf{pivots, N};
-    const auto together = [&](Group group) {
+    const auto together = [&](Group group) ZONM_INLINED {
         const auto a = views(src1, group);
         const auto b = views(src2, group);
         const auto p = views(pivotsOf, group);
         Lanes factors[interleaved][N][N], x[interleaved][N];
-        unrolled<0, N>([&](auto i) {
-            unrolled<0, interleaved>([&](auto r) {
-                unrolled<0, N>([&](auto j) {
-                    factors[r][i][j] = gather([&](auto l) { return a[r][l](p[r][l][i], j); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+                unrolled<0, N>([&](auto j) ZONM_INLINED {
+                    factors[r][i][j] =
+                        gather([&](int l) ZONM_INLINED { return a[r][l](p[r][l][i], j); });
                 });
-                x[r][i] = gather([&](auto l) { return b[r][l](p[r][l][i]); });
+                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](p[r][l][i]); });
             });
         });
         substitute(
-            x, [&](auto r, auto i, auto j) { return factors[r][i][j]; },
-            [&](Lanes s, auto r, auto i) { return s / factors[r][i][i]; });
+            x, [&](auto r, auto i, auto j) ZONM_INLINED { return factors[r][i][j]; },
+            [&](Lanes s, auto r, auto i) ZONM_INLINED { return s / factors[r][i][i]; });
         writeGroup(dst, group, x);
         return true;
     };
-    const auto single = [&](int32_t k) {
+    const auto single = [&](int32_t k) ZONM_INLINED {
         const auto a = src1(k);
         const auto b = src2(k);
         const int32_t *p = pivotsOf(k);
         double x[1][N];
-        unrolled<0, N>([&](auto i) { x[0][i] = b(p[i]); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(p[i]); });
         substitute(
-            x, [&](auto, auto i, auto j) { return double(a(p[i], j)); },
-            [&](double s, auto, auto i) { return s / a(p[i], i); });
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(p[i], j)); },
+            [&](double s, auto, auto i) ZONM_INLINED { return s / a(p[i], i); });
         write(dst(k), x[0]);
         return true;
     };
@@ -124,31 +126,32 @@ template <int N, class B, class D>
                                    int32_t count)
 {
     Lanes factors[N][N], reciprocals[N];
-    unrolled<0, N>([&](auto i) {
-        unrolled<0, N>([&](auto j) { factors[i][j] = Lanes::all(shared.factor[i][j]); });
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j)
+                           ZONM_INLINED { factors[i][j] = Lanes::all(shared.factor[i][j]); });
         reciprocals[i] = Lanes::all(shared.reciprocal[i]);
     });
-    const auto together = [&](Group group) {
+    const auto together = [&](Group group) ZONM_INLINED {
         const auto b = views(src2, group);
         Lanes x[interleaved][N];
-        unrolled<0, N>([&](auto i) {
-            unrolled<0, interleaved>([&](auto r) {
-                x[r][i] = gather([&](auto l) { return b[r][l](shared.order[i]); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](shared.order[i]); });
             });
         });
         substitute(
-            x, [&](auto, auto i, auto j) { return factors[i][j]; },
-            [&](Lanes s, auto, auto i) { return s * reciprocals[i]; });
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return factors[i][j]; },
+            [&](Lanes s, auto, auto i) ZONM_INLINED { return s * reciprocals[i]; });
         writeGroup(dst, group, x);
         return true;
     };
-    const auto single = [&](int32_t k) {
+    const auto single = [&](int32_t k) ZONM_INLINED {
         const auto b = src2(k);
         double x[1][N];
-        unrolled<0, N>([&](auto i) { x[0][i] = b(shared.order[i]); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(shared.order[i]); });
         substitute(
-            x, [&](auto, auto i, auto j) { return shared.factor[i][j]; },
-            [&](double s, auto, auto i) { return s * shared.reciprocal[i]; });
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return shared.factor[i][j]; },
+            [&](double s, auto, auto i) ZONM_INLINED { return s * shared.reciprocal[i]; });
         write(dst(k), x[0]);
         return true;
     };
@@ -176,13 +179,59 @@ void solveOne(const A &a, const int32_t *pivots, const B &b, const D &x, int32_t
     }
 }
 
-// A shared matrix has one vector of pivots, so they step by `pivotStep` entries.
+// The same for a group whose results are apart from all that it reads.
+template <class A, class B, class D>
+ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<const int32_t *> &p, const B &b,
+                                       const D &x, int32_t n)
+{
+    using T = typename std::remove_cvref_t<decltype(x[0][0])>::Element;
+    const auto factor = [&](int r, int32_t i, int32_t j) ZONM_INLINED {
+        return gatherFrom<T>([&](int l) ZONM_INLINED { return a[r][l].at(p[r][l][i], j); });
+    };
+    const auto known = [&](int r, int32_t j) ZONM_INLINED {
+        return gatherFrom<T>([&](int l) ZONM_INLINED { return x[r][l].at(j); });
+    };
+    const auto set = [&](int r, int32_t i, Lanes value) ZONM_INLINED {
+        unrolled<0, objectLanes>([&](auto l)
+                                     ZONM_INLINED { x[r][l].set(i, element<T>(value, l)); });
+    };
+    Lanes s[interleaved];
+    const auto sum = [&](int32_t i, int32_t from, int32_t to) ZONM_INLINED {
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { s[r] = Lanes::all(0); });
+        for (int32_t j = from; j < to; ++j)
+            unrolled<0, interleaved>(
+                [&](auto r) ZONM_INLINED { s[r] = s[r] + factor(r, i, j) * known(r, j); });
+    };
+    for (int32_t i = 0; i < n; ++i) {
+        sum(i, 0, i);
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+            set(r, i,
+                gatherFrom<T>([&](int l) ZONM_INLINED { return b[r][l].at(p[r][l][i]); }) - s[r]);
+        });
+    }
+    for (int32_t i = n - 1; i >= 0; --i) {
+        sum(i, i + 1, n);
+        unrolled<0, interleaved>(
+            [&](auto r) ZONM_INLINED { set(r, i, (known(r, i) - s[r]) / factor(r, i, i)); });
+    }
+}
+
 template <class A, class B, class D>
 [[gnu::noinline]] void solveGeneral(const A &src1, const int32_t *pivots, ptrdiff_t pivotStep,
                                     const B &src2, const D &dst, int32_t n, int32_t count)
 {
-    for (int32_t k = 0; k < count; ++k)
-        solveOne(src1(k), pivots + k * pivotStep, src2(k), dst(k), n);
+    const IntegerRuns<const int32_t> pivotsOf{pivots, pivotStep};
+    int32_t k = 0;
+    if (count >= groupSize &&
+        !anyMeet(Covered(dst).all(count),
+                 Covered(src1, src2, IntegerRuns<const int32_t>{pivots, n}).all(count)))
+        for (; k <= count - groupSize; k += groupSize) {
+            const Group group{k};
+            solveTogether(views(src1, group), views(pivotsOf, group), views(src2, group),
+                          views(dst, group), n);
+        }
+    for (; k < count; ++k)
+        solveOne(src1(k), pivotsOf(k), src2(k), dst(k), n);
 }
 
 // Bindings -------------------------------------------------------------------------------------
@@ -218,8 +267,12 @@ ZonStatus luBackSubstitute(const A &src1, const int32_t *pivots, const B &src2, 
     using T = typename D::Value;
     constexpr bool shared = B::many && !A::many;
     if constexpr (isElementTable<A>)
-        return solveAll<shared>(Scattered(src1, size, size, count), pivots,
-                                Scattered(src2, size, count), Scattered(dst, size, count), size,
+        return solveAll<shared>(ScatteredMatrices<const T>(src1, size, size, count), pivots,
+                                ScatteredVectors<const T>(src2, size, count),
+                                ScatteredVectors<T>(dst, size, count), size, count);
+    else if (src1.isDense() && src2.isDense() && dst.isDense())
+        return solveAll<shared>(DenseMatrices<const T>(src1, size, size), pivots,
+                                DenseVectors<const T>(src2, size), DenseVectors<T>(dst, size), size,
                                 count);
     else
         return solveAll<shared>(StridedMatrices<const T>(src1, size, size), pivots,

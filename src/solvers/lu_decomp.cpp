@@ -41,28 +41,27 @@ template <int K, int N> struct PivotSearch {
     LaneBits isRow[N];
     Lanes magnitude;
 
-    [[gnu::always_inline]] explicit PivotSearch(const Lanes (&column)[N])
-        : magnitude(abs(column[K]))
+    ZONM_INLINED explicit PivotSearch(const Lanes (&column)[N]) : magnitude(abs(column[K]))
     {
-        unrolled<K + 1, N>([&](auto i) {
+        unrolled<K + 1, N>([&](auto i) ZONM_INLINED {
             const Lanes best = larger(abs(column[i]), magnitude);
             isRow[i] = best > magnitude;
             magnitude = best;
         });
         // Of the rows that were largest so far, the last one was largest of all.
         LaneBits later = LaneBits::all(0);
-        unrolledDown<N, K + 1>([&](auto i) {
+        unrolledDown<N, K + 1>([&](auto i) ZONM_INLINED {
             const LaneBits larger = isRow[i];
-            isRow[i] = larger & ~later;
+            isRow[i] = andNot(larger, later);
             later = later | larger;
         });
     }
 
     // All rows compare with the old row K, so that they need not wait for one another.
-    template <class V> [[gnu::always_inline]] void exchange(V (&row)[N]) const
+    template <class V> ZONM_INLINED void exchange(V (&row)[N]) const
     {
         const V old = row[K];
-        unrolled<K + 1, N>([&](auto i) {
+        unrolled<K + 1, N>([&](auto i) ZONM_INLINED {
             const LaneBits difference = isRow[i] & (old ^ row[i]);
             row[i] = row[i] ^ difference;
             row[K] = row[K] ^ difference;
@@ -78,61 +77,66 @@ template <class T, int N> struct Elimination {
     LaneBits order[N];
     LaneBits singular = LaneBits::all(0);
 
-    [[gnu::always_inline]] Elimination()
+    ZONM_INLINED Elimination()
     {
-        unrolled<0, N>([&](auto i) { order[i] = LaneBits::all(i); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED { order[i] = LaneBits::all(i); });
     }
 
     template <class Views, int J>
-    [[gnu::always_inline]] void column(const Views &a, std::integral_constant<int, J> j)
+    ZONM_INLINED void column(const Views &a, std::integral_constant<int, J> j)
     {
         Lanes(&w)[N] = factors[J];
-        unrolled<0, N>(
-            [&](auto i) { w[i] = gather([&](int lane) { return a[lane](order[i][lane], j); }); });
-        unrolled<0, J>([&](auto k) {
-            unrolled<k + 1, N>([&](auto i) { w[i] = rounded<T>(w[i] - factors[k][i] * w[k]); });
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            w[i] =
+                gatherFrom<T>([&](int lane) ZONM_INLINED { return a[lane].at(order[i][lane], j); });
+        });
+        unrolled<0, J>([&](auto k) ZONM_INLINED {
+            unrolled<k + 1, N>(
+                [&](auto i) ZONM_INLINED { w[i] = rounded<T>(w[i] - factors[k][i] * w[k]); });
         });
         const PivotSearch<J, N> pivot(w);
         singular = singular | (pivot.magnitude < Lanes::all(straightLimit<T>));
         pivot.exchange(order);
-        unrolled<0, J + 1>([&](auto k) { pivot.exchange(factors[k]); });
+        unrolled<0, J + 1>([&](auto k) ZONM_INLINED { pivot.exchange(factors[k]); });
         if constexpr (J < N - 2) {
             const Lanes r = Lanes::all(1) / w[J];
-            unrolled<J + 1, N>([&](auto i) { w[i] = rounded<T>(w[i] * r); });
+            unrolled<J + 1, N>([&](auto i) ZONM_INLINED { w[i] = rounded<T>(w[i] * r); });
         } else if constexpr (J == N - 2) {
             w[N - 1] = rounded<T>(w[N - 1] / w[J]);
         }
     }
 
-    template <class View>
-    [[gnu::always_inline]] void write(int lane, int32_t *pivots, const View &dst) const
+    template <class View> ZONM_INLINED void write(int lane, int32_t *pivots, const View &dst) const
     {
-        unrolled<0, N>([&](auto i) {
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
             const auto row = order[i][lane];
             pivots[i] = int32_t(row);
-            unrolled<0, N>([&](auto j) { dst.set(row, j, element<T>(factors[j][i], lane)); });
+            unrolled<0, N>([&](auto j)
+                               ZONM_INLINED { dst.set(row, j, element<T>(factors[j][i], lane)); });
         });
     }
 };
 
 // Returns false, with nothing stored, if an object of the group is singular.
 template <class T, int N, class A, class D>
-[[gnu::always_inline]] inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &pivots,
-                                               const D &dst, Group group)
+ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &pivots, const D &dst,
+                                     Group group)
 {
     const auto a = views(src, group);
     Elimination<T, N> elimination[interleaved];
-    unrolled<0, N>(
-        [&](auto j) { unrolled<0, interleaved>([&](auto r) { elimination[r].column(a[r], j); }); });
+    unrolled<0, N>([&](auto j) ZONM_INLINED {
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { elimination[r].column(a[r], j); });
+    });
     LaneBits singular = LaneBits::all(0);
-    unrolled<0, interleaved>([&](auto r) { singular = singular | elimination[r].singular; });
+    unrolled<0, interleaved>([&](auto r)
+                                 ZONM_INLINED { singular = singular | elimination[r].singular; });
     if (singular.any())
         return false;
 
     const auto d = views(dst, group);
-    unrolled<0, groupSize>([&](auto place) {
+    unrolled<0, groupSize>([&](auto place) ZONM_INLINED {
         constexpr int r = place / objectLanes, lane = place % objectLanes;
-        elimination[r].write(lane, pivots(group[place]), d[r][lane]);
+        elimination[r].write(lane, pivots(group.first, place), d[r][lane]);
     });
     return true;
 }
@@ -181,8 +185,8 @@ template <class T, int N, class A, class D>
     const IntegerRuns<int32_t> pivotsOf{pivots, N};
     forEachGroup(
         count, Covered(dst, pivotsOf), Covered(src),
-        [&](Group group) { return factorGroup<T, N>(src, pivotsOf, dst, group); },
-        [&](int32_t k) {
+        [&](Group group) ZONM_INLINED { return factorGroup<T, N>(src, pivotsOf, dst, group); },
+        [&](int32_t k) ZONM_INLINED {
             status = factorOne<T, N>(src(k), pivotsOf(k), dst(k));
             return status == zonStsOk;
         });
@@ -190,6 +194,88 @@ template <class T, int N, class A, class D>
 }
 
 // Other sizes ----------------------------------------------------------------------------------
+
+// Finds the pivot of a column, one row after the other.
+struct RowSearch {
+    int32_t row;
+    double best;
+
+    RowSearch(int32_t i, double first) : row(i), best(std::fabs(first)) {}
+    void visit(int32_t i, double element)
+    {
+        const double magnitude = std::fabs(element);
+        row = magnitude > best ? i : row;
+        best = magnitude > best ? magnitude : best;
+    }
+    bool isSingular(double limit) const { return best <= limit; }
+};
+
+// Steps 0 to n-2, to the letter: rows may even overlap.
+template <class T, class D> ZonStatus eliminate(int32_t *pivots, const D &dst, int32_t n)
+{
+    for (int32_t k = 0; k < n - 1; ++k) {
+        RowSearch pivot(k, dst(pivots[k], k));
+        for (int32_t i = k + 1; i < n; ++i)
+            pivot.visit(i, dst(pivots[i], k));
+        if (pivot.isSingular(generalLimit<T>))
+            return zonStsSingular;
+        std::swap(pivots[k], pivots[pivot.row]);
+        const double r = 1 / double(dst(pivots[k], k));
+        for (int32_t i = k + 1; i < n; ++i)
+            dst.set(pivots[i], k, T(dst(pivots[i], k) * r));
+        for (int32_t i = k + 1; i < n; ++i)
+            for (int32_t j = k + 1; j < n; ++j)
+                dst.set(pivots[i], j,
+                        T(dst(pivots[i], j) - double(dst(pivots[i], k)) * dst(pivots[k], j)));
+    }
+    return zonStsOk;
+}
+
+// row[j] -= factor * pivot[j] for j = 0 .. n-1.
+template <class T>
+inline void subtractRow(std::byte *__restrict row, double factor, const std::byte *__restrict pivot,
+                        int32_t n)
+{
+    constexpr ptrdiff_t size = sizeof(T);
+    ptrdiff_t j = 0;
+    if constexpr (sizeof(T) == sizeof(double)) {
+        using Two = Pack<double, 2>;
+        const Two factors{factor, factor};
+        for (; j <= n - 2; j += 2)
+            storePack(row + j * size, loadPack<double, 2>(row + j * size) -
+                                          factors * loadPack<double, 2>(pivot + j * size));
+    }
+    for (; j < n; ++j)
+        store<T>(row + j * size,
+                 T(load<T>(row + j * size) - factor * double(load<T>(pivot + j * size))));
+}
+
+// The same for dense rows that are apart: row by row, with the search of the next step on the way.
+template <class T> ZonStatus eliminateDense(int32_t *pivots, const DenseMatrix<T> &dst, int32_t n)
+{
+    RowSearch pivot(0, dst(0, 0));
+    for (int32_t i = 1; i < n; ++i)
+        pivot.visit(i, dst(i, 0));
+    for (int32_t k = 0; k < n - 1; ++k) {
+        if (pivot.isSingular(generalLimit<T>))
+            return zonStsSingular;
+        std::swap(pivots[k], pivots[pivot.row]);
+        const std::byte *pivotRow = dst.at(pivots[k], k + 1);
+        const double r = 1 / double(dst(pivots[k], k));
+        for (int32_t i = k + 1; i < n; ++i) {
+            std::byte *row = dst.at(pivots[i], k + 1);
+            const T factor = T(load<T>(row - sizeof(T)) * r);
+            store<T>(row - sizeof(T), factor);
+            subtractRow<T>(row, factor, pivotRow, n - k - 1);
+            const T next = load<T>(row);
+            if (i == k + 1)
+                pivot = RowSearch(i, next);
+            else
+                pivot.visit(i, next);
+        }
+    }
+    return zonStsOk;
+}
 
 template <class T, class A, class D>
 ZonStatus factorInPlace(const A &src, int32_t *pivots, const D &dst, int32_t n)
@@ -199,30 +285,16 @@ ZonStatus factorInPlace(const A &src, int32_t *pivots, const D &dst, int32_t n)
     for (int32_t i = 0; i < n; ++i)
         for (int32_t j = 0; j < n; ++j)
             dst.set(i, j, src(i, j));
-    for (int32_t k = 0; k < n - 1; ++k) {
-        int32_t m = k;
-        double best = std::fabs(double(dst(pivots[k], k)));
-        for (int32_t i = k + 1; i < n; ++i) {
-            const double magnitude = std::fabs(double(dst(pivots[i], k)));
-            if (magnitude > best) {
-                m = i;
-                best = magnitude;
-            }
-        }
-        if (best <= generalLimit<T>)
-            return zonStsSingular;
-        if (m != k)
-            std::swap(pivots[k], pivots[m]);
-        const double r = 1 / double(dst(pivots[k], k));
-        for (int32_t i = k + 1; i < n; ++i)
-            dst.set(pivots[i], k, T(dst(pivots[i], k) * r));
-        for (int32_t i = k + 1; i < n; ++i)
-            for (int32_t j = k + 1; j < n; ++j)
-                dst.set(pivots[i], j,
-                        T(dst(pivots[i], j) - double(dst(pivots[i], k)) * dst(pivots[k], j)));
-    }
-    return std::fabs(double(dst(pivots[n - 1], n - 1))) <= generalLimit<T> ? zonStsSingular
-                                                                           : zonStsOk;
+    const auto eliminated = [&] {
+        if constexpr (std::is_same_v<D, DenseMatrix<T>>)
+            if (dst.rowStep >= n * ptrdiff_t(sizeof(T)))
+                return eliminateDense<T>(pivots, dst, n);
+        return eliminate<T>(pivots, dst, n);
+    };
+    if (eliminated() != zonStsOk)
+        return zonStsSingular;
+    const RowSearch last(n - 1, dst(pivots[n - 1], n - 1));
+    return last.isSingular(generalLimit<T>) ? zonStsSingular : zonStsOk;
 }
 
 template <class T, class A, class D>
@@ -256,8 +328,8 @@ ZonStatus luDecompose(const A &src, int32_t *pivots, const D &dst, int32_t size,
 {
     using T = typename D::Value;
     if constexpr (isElementTable<A>)
-        return factorAll<T>(Scattered(src, size, size, count), pivots,
-                            Scattered(dst, size, size, count), size, count);
+        return factorAll<T>(ScatteredMatrices<const T>(src, size, size, count), pivots,
+                            ScatteredMatrices<T>(dst, size, size, count), size, count);
     else if (src.isDense() && dst.isDense())
         return factorAll<T>(DenseMatrices<const T>(src, size, size), pivots,
                             DenseMatrices<T>(dst, size, size), size, count);
