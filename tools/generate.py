@@ -178,6 +178,12 @@ def entries(key):
     return head + "namespace zonm {\n\n" + "\n".join(entry(e) for e in members) + "\n} // namespace zonm\n"
 
 
+def built_list():
+    """One macro line for each export of the library as built, for the tests and the benchmarks."""
+    names = "".join(f"ZONM_EXPORT({e.name})\n" for e in PRESENT if e.returns == "ZonStatus")
+    return f"// {LICENSE}\n// {NOTE}\n{names}"
+
+
 # Linker scripts and the machine-readable grammar ----------------------------------------------
 
 
@@ -222,6 +228,7 @@ def outputs():
         generated + "zonm.map": version_script(),
         generated + "zonm.def": definition_file(),
         "zonm.json": grammar(),
+        "tests/generated/exports.inc": built_list(),
     }
     for key, built in BUILT.items():
         if built.functions:
