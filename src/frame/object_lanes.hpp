@@ -331,6 +331,8 @@ template <class T> struct LocatedObjects {
         return bytes(table[(k + place) & entries]) + (shift + k * step + place * step);
     }
     Extent extent(ptrdiff_t k) const { return {begin(k, 0), size}; }
+    // Whether it is certain that no object meets another.
+    bool areApart() const { return !entries && std::size_t(step) >= size; }
     Extent wholeExtent(int32_t count) const
     {
         if (entries)
@@ -426,6 +428,7 @@ template <class T> struct ScatteredObjects {
     }
     ptrdiff_t offset(ptrdiff_t k, int place) const { return shift + k * step + place * step; }
     Extent extent(ptrdiff_t k) const { return {first.begin + offset(k, 0), first.size}; }
+    bool areApart() const { return std::size_t(step) >= first.size; }
     Extent wholeExtent(int32_t count) const
     {
         return {extent(0).begin, first.size + (count - 1) * std::size_t(step)};
@@ -458,14 +461,17 @@ template <class T> struct ScatteredVectors : ScatteredObjects<T> {
     }
 };
 
-// Runs of `length` integers back to back.
+// Runs of `length` integers back to back, or with a step of 0 the same one for every object.
 template <class I> struct IntegerRuns {
     I *base;
-    ptrdiff_t length;
+    ptrdiff_t length, step = length;
 
-    I *operator()(ptrdiff_t k, int place = 0) const { return base + k * length + place * length; }
+    I *operator()(ptrdiff_t k, int place = 0) const { return base + (k * step + place * step); }
     Extent extent(ptrdiff_t k) const { return {(*this)(k), length * sizeof(I)}; }
-    Extent wholeExtent(int32_t count) const { return {base, count * length * sizeof(I)}; }
+    Extent wholeExtent(int32_t count) const
+    {
+        return {base, ((count - 1) * step + length) * sizeof(I)};
+    }
 };
 
 // The views of a group, those of one register after those of another.

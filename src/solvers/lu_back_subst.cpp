@@ -220,11 +220,11 @@ template <class A, class B, class D>
 [[gnu::noinline]] void solveGeneral(const A &src1, const int32_t *pivots, ptrdiff_t pivotStep,
                                     const B &src2, const D &dst, int32_t n, int32_t count)
 {
-    const IntegerRuns<const int32_t> pivotsOf{pivots, pivotStep};
+    const IntegerRuns<const int32_t> pivotsOf{pivots, n, pivotStep};
     int32_t k = 0;
-    if (count >= groupSize &&
-        !anyMeet(Covered(dst).all(count),
-                 Covered(src1, src2, IntegerRuns<const int32_t>{pivots, n}).all(count)))
+    // A group reads its results back, so those must be apart as well.
+    if (count >= groupSize && dst.areApart() &&
+        !anyMeet(Covered(dst).all(count), Covered(src1, src2, pivotsOf).all(count)))
         for (; k <= count - groupSize; k += groupSize) {
             const Group group{k};
             solveTogether(views(src1, group), views(pivotsOf, group), views(src2, group),
