@@ -8,6 +8,8 @@ set(ZONM_SOURCES
   src/frame/generated/exports.cpp
   src/frame/version.cpp
   src/products/matrix_product.cpp
+  src/solvers/lu_back_subst.cpp
+  src/solvers/lu_decomp.cpp
 )
 list(TRANSFORM ZONM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
 

@@ -24,6 +24,8 @@ BUILT = {
     "version": Built("frame"),
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
+    "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
+    "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front

@@ -403,32 +403,32 @@ const zonm::ExportTable zonm::exportTable = {
     .zonmLComb_vv_32f_P = nullptr,
     .zonmLComb_vv_64f = nullptr,
     .zonmLComb_vv_64f_P = nullptr,
-    .zonmLUBackSubst_mava_32f = nullptr,
-    .zonmLUBackSubst_mava_32f_L = nullptr,
-    .zonmLUBackSubst_mava_32f_P = nullptr,
-    .zonmLUBackSubst_mava_64f = nullptr,
-    .zonmLUBackSubst_mava_64f_L = nullptr,
-    .zonmLUBackSubst_mava_64f_P = nullptr,
-    .zonmLUBackSubst_mv_32f = nullptr,
-    .zonmLUBackSubst_mv_32f_P = nullptr,
-    .zonmLUBackSubst_mv_64f = nullptr,
-    .zonmLUBackSubst_mv_64f_P = nullptr,
-    .zonmLUBackSubst_mva_32f = nullptr,
-    .zonmLUBackSubst_mva_32f_L = nullptr,
-    .zonmLUBackSubst_mva_32f_P = nullptr,
-    .zonmLUBackSubst_mva_64f = nullptr,
-    .zonmLUBackSubst_mva_64f_L = nullptr,
-    .zonmLUBackSubst_mva_64f_P = nullptr,
-    .zonmLUDecomp_m_32f = nullptr,
-    .zonmLUDecomp_m_32f_P = nullptr,
-    .zonmLUDecomp_m_64f = nullptr,
-    .zonmLUDecomp_m_64f_P = nullptr,
-    .zonmLUDecomp_ma_32f = nullptr,
-    .zonmLUDecomp_ma_32f_L = nullptr,
-    .zonmLUDecomp_ma_32f_P = nullptr,
-    .zonmLUDecomp_ma_64f = nullptr,
-    .zonmLUDecomp_ma_64f_L = nullptr,
-    .zonmLUDecomp_ma_64f_P = nullptr,
+    .zonmLUBackSubst_mava_32f = entry::zonmLUBackSubst_mava_32f,
+    .zonmLUBackSubst_mava_32f_L = entry::zonmLUBackSubst_mava_32f_L,
+    .zonmLUBackSubst_mava_32f_P = entry::zonmLUBackSubst_mava_32f_P,
+    .zonmLUBackSubst_mava_64f = entry::zonmLUBackSubst_mava_64f,
+    .zonmLUBackSubst_mava_64f_L = entry::zonmLUBackSubst_mava_64f_L,
+    .zonmLUBackSubst_mava_64f_P = entry::zonmLUBackSubst_mava_64f_P,
+    .zonmLUBackSubst_mv_32f = entry::zonmLUBackSubst_mv_32f,
+    .zonmLUBackSubst_mv_32f_P = entry::zonmLUBackSubst_mv_32f_P,
+    .zonmLUBackSubst_mv_64f = entry::zonmLUBackSubst_mv_64f,
+    .zonmLUBackSubst_mv_64f_P = entry::zonmLUBackSubst_mv_64f_P,
+    .zonmLUBackSubst_mva_32f = entry::zonmLUBackSubst_mva_32f,
+    .zonmLUBackSubst_mva_32f_L = entry::zonmLUBackSubst_mva_32f_L,
+    .zonmLUBackSubst_mva_32f_P = entry::zonmLUBackSubst_mva_32f_P,
+    .zonmLUBackSubst_mva_64f = entry::zonmLUBackSubst_mva_64f,
+    .zonmLUBackSubst_mva_64f_L = entry::zonmLUBackSubst_mva_64f_L,
+    .zonmLUBackSubst_mva_64f_P = entry::zonmLUBackSubst_mva_64f_P,
+    .zonmLUDecomp_m_32f = entry::zonmLUDecomp_m_32f,
+    .zonmLUDecomp_m_32f_P = entry::zonmLUDecomp_m_32f_P,
+    .zonmLUDecomp_m_64f = entry::zonmLUDecomp_m_64f,
+    .zonmLUDecomp_m_64f_P = entry::zonmLUDecomp_m_64f_P,
+    .zonmLUDecomp_ma_32f = entry::zonmLUDecomp_ma_32f,
+    .zonmLUDecomp_ma_32f_L = entry::zonmLUDecomp_ma_32f_L,
+    .zonmLUDecomp_ma_32f_P = entry::zonmLUDecomp_ma_32f_P,
+    .zonmLUDecomp_ma_64f = entry::zonmLUDecomp_ma_64f,
+    .zonmLUDecomp_ma_64f_L = entry::zonmLUDecomp_ma_64f_L,
+    .zonmLUDecomp_ma_64f_P = entry::zonmLUDecomp_ma_64f_P,
     .zonmLenSqr_v2_32f = nullptr,
     .zonmLenSqr_v3_32f = nullptr,
     .zonmLenSqr_v4_32f = nullptr,
@@ -1439,6 +1439,280 @@ ZonStatus zonmAdd_tt_64f_P(
 const ZonVersionRecord *zonmGetLibVersion(void)
 {
     return exportTable.zonmGetLibVersion();
+}
+
+ZonStatus zonmLUBackSubst_mava_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride2,
+    float *dst, int32_t dstStride0, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_32f(src1, src1Stride0, src1Stride1, src1Stride2, pivots,
+        src2, src2Stride0, src2Stride2, dst, dstStride0, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mava_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
+    float *const *dst, int32_t dstShift, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_32f_L(src1, src1Shift, src1Stride1, src1Stride2, pivots,
+        src2, src2Shift, src2Stride2, dst, dstShift, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mava_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
+    const int32_t *pivots,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_32f_P(src1, src1Shift, src1Stride0, pivots, src2,
+        src2Shift, src2Stride0, dst, dstShift, dstStride0, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mava_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride2,
+    double *dst, int32_t dstStride0, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_64f(src1, src1Stride0, src1Stride1, src1Stride2, pivots,
+        src2, src2Stride0, src2Stride2, dst, dstStride0, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mava_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
+    double *const *dst, int32_t dstShift, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_64f_L(src1, src1Shift, src1Stride1, src1Stride2, pivots,
+        src2, src2Shift, src2Stride2, dst, dstShift, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mava_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
+    const int32_t *pivots,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mava_64f_P(src1, src1Shift, src1Stride0, pivots, src2,
+        src2Shift, src2Stride0, dst, dstShift, dstStride0, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mv_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const float *src2, int32_t src2Stride2,
+    float *dst, int32_t dstStride2,
+    int32_t size)
+{
+    return exportTable.zonmLUBackSubst_mv_32f(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Stride2, dst, dstStride2, size);
+}
+
+ZonStatus zonmLUBackSubst_mv_32f_P(
+    const float *const *src1, int32_t src1Shift,
+    const int32_t *pivots,
+    const float *const *src2, int32_t src2Shift,
+    float *const *dst, int32_t dstShift,
+    int32_t size)
+{
+    return exportTable.zonmLUBackSubst_mv_32f_P(src1, src1Shift, pivots, src2, src2Shift, dst,
+        dstShift, size);
+}
+
+ZonStatus zonmLUBackSubst_mv_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const double *src2, int32_t src2Stride2,
+    double *dst, int32_t dstStride2,
+    int32_t size)
+{
+    return exportTable.zonmLUBackSubst_mv_64f(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Stride2, dst, dstStride2, size);
+}
+
+ZonStatus zonmLUBackSubst_mv_64f_P(
+    const double *const *src1, int32_t src1Shift,
+    const int32_t *pivots,
+    const double *const *src2, int32_t src2Shift,
+    double *const *dst, int32_t dstShift,
+    int32_t size)
+{
+    return exportTable.zonmLUBackSubst_mv_64f_P(src1, src1Shift, pivots, src2, src2Shift, dst,
+        dstShift, size);
+}
+
+ZonStatus zonmLUBackSubst_mva_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride2,
+    float *dst, int32_t dstStride0, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_32f(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Stride0, src2Stride2, dst, dstStride0, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mva_32f_L(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
+    float *const *dst, int32_t dstShift, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_32f_L(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Shift, src2Stride2, dst, dstShift, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mva_32f_P(
+    const float *const *src1, int32_t src1Shift,
+    const int32_t *pivots,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_32f_P(src1, src1Shift, pivots, src2, src2Shift,
+        src2Stride0, dst, dstShift, dstStride0, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mva_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride2,
+    double *dst, int32_t dstStride0, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_64f(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Stride0, src2Stride2, dst, dstStride0, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mva_64f_L(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2,
+    const int32_t *pivots,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
+    double *const *dst, int32_t dstShift, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_64f_L(src1, src1Stride1, src1Stride2, pivots, src2,
+        src2Shift, src2Stride2, dst, dstShift, dstStride2, size, count);
+}
+
+ZonStatus zonmLUBackSubst_mva_64f_P(
+    const double *const *src1, int32_t src1Shift,
+    const int32_t *pivots,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUBackSubst_mva_64f_P(src1, src1Shift, pivots, src2, src2Shift,
+        src2Stride0, dst, dstShift, dstStride0, size, count);
+}
+
+ZonStatus zonmLUDecomp_m_32f(
+    const float *src, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    float *dst, int32_t dstStride1, int32_t dstStride2,
+    int32_t size)
+{
+    return exportTable.zonmLUDecomp_m_32f(src, srcStride1, srcStride2, pivots, dst, dstStride1,
+        dstStride2, size);
+}
+
+ZonStatus zonmLUDecomp_m_32f_P(
+    const float *const *src, int32_t srcShift,
+    int32_t *pivots,
+    float *const *dst, int32_t dstShift,
+    int32_t size)
+{
+    return exportTable.zonmLUDecomp_m_32f_P(src, srcShift, pivots, dst, dstShift, size);
+}
+
+ZonStatus zonmLUDecomp_m_64f(
+    const double *src, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    double *dst, int32_t dstStride1, int32_t dstStride2,
+    int32_t size)
+{
+    return exportTable.zonmLUDecomp_m_64f(src, srcStride1, srcStride2, pivots, dst, dstStride1,
+        dstStride2, size);
+}
+
+ZonStatus zonmLUDecomp_m_64f_P(
+    const double *const *src, int32_t srcShift,
+    int32_t *pivots,
+    double *const *dst, int32_t dstShift,
+    int32_t size)
+{
+    return exportTable.zonmLUDecomp_m_64f_P(src, srcShift, pivots, dst, dstShift, size);
+}
+
+ZonStatus zonmLUDecomp_ma_32f(
+    const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_32f(src, srcStride0, srcStride1, srcStride2, pivots, dst,
+        dstStride0, dstStride1, dstStride2, size, count);
+}
+
+ZonStatus zonmLUDecomp_ma_32f_L(
+    const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_32f_L(src, srcShift, srcStride1, srcStride2, pivots, dst,
+        dstShift, dstStride1, dstStride2, size, count);
+}
+
+ZonStatus zonmLUDecomp_ma_32f_P(
+    const float *const *src, int32_t srcShift, int32_t srcStride0,
+    int32_t *pivots,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_32f_P(src, srcShift, srcStride0, pivots, dst, dstShift,
+        dstStride0, size, count);
+}
+
+ZonStatus zonmLUDecomp_ma_64f(
+    const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_64f(src, srcStride0, srcStride1, srcStride2, pivots, dst,
+        dstStride0, dstStride1, dstStride2, size, count);
+}
+
+ZonStatus zonmLUDecomp_ma_64f_L(
+    const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
+    int32_t *pivots,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_64f_L(src, srcShift, srcStride1, srcStride2, pivots, dst,
+        dstShift, dstStride1, dstStride2, size, count);
+}
+
+ZonStatus zonmLUDecomp_ma_64f_P(
+    const double *const *src, int32_t srcShift, int32_t srcStride0,
+    int32_t *pivots,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t size, int32_t count)
+{
+    return exportTable.zonmLUDecomp_ma_64f_P(src, srcShift, srcStride0, pivots, dst, dstShift,
+        dstStride0, size, count);
 }
 
 ZonStatus zonmMul_mam_32f(

@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: Apache-2.0
+// Solves A x = b with the factors and the pivots of an LU decomposition. With p = pivots,
+// L(i, j) and U(i, j) stand at src1(p[i], j), and b(i) at src2(p[i]):
+//
+//   y(i) = b(i) - sum over j < i of L(i, j) y(j)
+//   x(i) = (y(i) - sum over j > i of U(i, j) x(j)) / U(i, i)
+//
+//   sizes 3 to 6   y and x are kept in double and x is rounded once. The products are subtracted
+//   one
+//                  by one, the nearest column first: j = i-1 down to 0 for y, i+1 up to N-1 for x.
+//                  dst is written after all of src1 and src2 is read, so it may be src2. One matrix
+//                  for many vectors (mva) is multiplied with the reciprocals of its diagonal.
+//   other sizes    the sum is formed in ascending order of j, then subtracted. dst holds y, then x,
+//                  each element rounded when it is stored; it must not be src2.
+//
+// Nothing is tested: a zero on the diagonal of U gives infinities or NaN, and pivots are taken as
+// they are.
+#include "frame/checks.hpp"
+#include "frame/generated/export_table.hpp"
+#include "frame/object_lanes.hpp"
+
+namespace zonm
+{
+namespace
+{
+
+// Sizes 3 to 6 ---------------------------------------------------------------------------------
+
+// Turns b, in the order of the pivots, into x: R systems of double, or R registers of systems, with
+// their rows in turn. `factor(r, i, j)` is that of system r.
+template <int N, int R, class V, class Factor, class Divide>
+ZONM_INLINED inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagonal)
+{
+    unrolled<1, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
+            unrolledDown<i, 0>([&](auto j)
+                                   ZONM_INLINED { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
+        });
+    });
+    unrolledDown<N, 0>([&](auto i) ZONM_INLINED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
+            unrolled<i + 1, N>([&](auto j)
+                                   ZONM_INLINED { x[r][i] = x[r][i] - factor(r, i, j) * x[r][j]; });
+            x[r][i] = byDiagonal(x[r][i], r, i);
+        });
+    });
+}
+
+template <class Dst, int N> ZONM_INLINED inline void write(const Dst &dst, const double (&x)[N])
+{
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename Dst::Element(x[i])); });
+}
+
+template <class Dst, int N>
+ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x)[interleaved][N])
+{
+    const auto d = views(dst, group);
+    unrolled<0, groupSize>([&](auto place) ZONM_INLINED {
+        constexpr int r = place / objectLanes, lane = place % objectLanes;
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            d[r][lane].set(i, element<typename Dst::Value>(x[r][i], lane));
+        });
+    });
+}
+
+// Every vector has a matrix of its own.
+template <int N, class A, class B, class D>
+[[gnu::noinline]] void solveOwn(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
+                                int32_t count)
+{
+    const IntegerRuns<const int32_t> pivotsOf{pivots, N};
+    const auto together = [&](Group group) ZONM_INLINED {
+        const auto a = views(src1, group);
+        const auto b = views(src2, group);
+        const auto p = views(pivotsOf, group);
+        Lanes factors[interleaved][N][N], x[interleaved][N];
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+                unrolled<0, N>([&](auto j) ZONM_INLINED {
+                    factors[r][i][j] =
+                        gather([&](int l) ZONM_INLINED { return a[r][l](p[r][l][i], j); });
+                });
+                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](p[r][l][i]); });
+            });
+        });
+        substitute(
+            x, [&](auto r, auto i, auto j) ZONM_INLINED { return factors[r][i][j]; },
+            [&](Lanes s, auto r, auto i) ZONM_INLINED { return s / factors[r][i][i]; });
+        writeGroup(dst, group, x);
+        return true;
+    };
+    const auto single = [&](int32_t k) ZONM_INLINED {
+        const auto a = src1(k);
+        const auto b = src2(k);
+        const int32_t *p = pivotsOf(k);
+        double x[1][N];
+        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(p[i]); });
+        substitute(
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(p[i], j)); },
+            [&](double s, auto, auto i) ZONM_INLINED { return s / a(p[i], i); });
+        write(dst(k), x[0]);
+        return true;
+    };
+    forEachGroup(count, Covered(dst), Covered(src1, src2, pivotsOf), together, single);
+}
+
+// All vectors share one matrix, which is read before the first of them.
+template <int N> struct SharedFactors {
+    double factor[N][N]; // the rows in the order of the pivots
+    double reciprocal[N];
+    int32_t order[N];
+
+    template <class A> SharedFactors(const A &a, const int32_t *pivots)
+    {
+        for (int i = 0; i < N; ++i) {
+            order[i] = pivots[i];
+            for (int j = 0; j < N; ++j)
+                factor[i][j] = a(order[i], j);
+            reciprocal[i] = 1 / factor[i][i];
+        }
+    }
+};
+
+template <int N, class B, class D>
+[[gnu::noinline]] void solveShared(const SharedFactors<N> &shared, const B &src2, const D &dst,
+                                   int32_t count)
+{
+    Lanes factors[N][N], reciprocals[N];
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j)
+                           ZONM_INLINED { factors[i][j] = Lanes::all(shared.factor[i][j]); });
+        reciprocals[i] = Lanes::all(shared.reciprocal[i]);
+    });
+    const auto together = [&](Group group) ZONM_INLINED {
+        const auto b = views(src2, group);
+        Lanes x[interleaved][N];
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](shared.order[i]); });
+            });
+        });
+        substitute(
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return factors[i][j]; },
+            [&](Lanes s, auto, auto i) ZONM_INLINED { return s * reciprocals[i]; });
+        writeGroup(dst, group, x);
+        return true;
+    };
+    const auto single = [&](int32_t k) ZONM_INLINED {
+        const auto b = src2(k);
+        double x[1][N];
+        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(shared.order[i]); });
+        substitute(
+            x, [&](auto, auto i, auto j) ZONM_INLINED { return shared.factor[i][j]; },
+            [&](double s, auto, auto i) ZONM_INLINED { return s * shared.reciprocal[i]; });
+        write(dst(k), x[0]);
+        return true;
+    };
+    forEachGroup(count, Covered(dst), Covered(src2), together, single);
+}
+
+// Other sizes ----------------------------------------------------------------------------------
+
+template <class A, class B, class D>
+void solveOne(const A &a, const int32_t *pivots, const B &b, const D &x, int32_t n)
+{
+    using T = typename D::Element;
+    for (int32_t i = 0; i < n; ++i) {
+        double s = 0;
+        for (int32_t j = 0; j < i; ++j)
+            s += double(a(pivots[i], j)) * x(j);
+        x.set(i, i == 0 ? b(pivots[i]) : T(b(pivots[i]) - s));
+    }
+    x.set(n - 1, T(double(x(n - 1)) / a(pivots[n - 1], n - 1)));
+    for (int32_t i = n - 2; i >= 0; --i) {
+        double s = 0;
+        for (int32_t j = i + 1; j < n; ++j)
+            s += double(a(pivots[i], j)) * x(j);
+        x.set(i, T((x(i) - s) / a(pivots[i], i)));
+    }
+}
+
+// The same for a group whose results are apart from all that it reads.
+template <class A, class B, class D>
+ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<const int32_t *> &p, const B &b,
+                                       const D &x, int32_t n)
+{
+    using T = typename std::remove_cvref_t<decltype(x[0][0])>::Element;
+    const auto factor = [&](int r, int32_t i, int32_t j) ZONM_INLINED {
+        return gatherFrom<T>([&](int l) ZONM_INLINED { return a[r][l].at(p[r][l][i], j); });
+    };
+    const auto known = [&](int r, int32_t j) ZONM_INLINED {
+        return gatherFrom<T>([&](int l) ZONM_INLINED { return x[r][l].at(j); });
+    };
+    const auto set = [&](int r, int32_t i, Lanes value) ZONM_INLINED {
+        unrolled<0, objectLanes>([&](auto l)
+                                     ZONM_INLINED { x[r][l].set(i, element<T>(value, l)); });
+    };
+    Lanes s[interleaved];
+    const auto sum = [&](int32_t i, int32_t from, int32_t to) ZONM_INLINED {
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { s[r] = Lanes::all(0); });
+        for (int32_t j = from; j < to; ++j)
+            unrolled<0, interleaved>(
+                [&](auto r) ZONM_INLINED { s[r] = s[r] + factor(r, i, j) * known(r, j); });
+    };
+    for (int32_t i = 0; i < n; ++i) {
+        sum(i, 0, i);
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
+            set(r, i,
+                gatherFrom<T>([&](int l) ZONM_INLINED { return b[r][l].at(p[r][l][i]); }) - s[r]);
+        });
+    }
+    for (int32_t i = n - 1; i >= 0; --i) {
+        sum(i, i + 1, n);
+        unrolled<0, interleaved>(
+            [&](auto r) ZONM_INLINED { set(r, i, (known(r, i) - s[r]) / factor(r, i, i)); });
+    }
+}
+
+template <class A, class B, class D>
+[[gnu::noinline]] void solveGeneral(const A &src1, const int32_t *pivots, ptrdiff_t pivotStep,
+                                    const B &src2, const D &dst, int32_t n, int32_t count)
+{
+    const IntegerRuns<const int32_t> pivotsOf{pivots, n, pivotStep};
+    int32_t k = 0;
+    // A group reads its results back, so those must be apart as well.
+    if (count >= groupSize && dst.areApart() &&
+        !anyMeet(Covered(dst).all(count), Covered(src1, src2, pivotsOf).all(count)))
+        for (; k <= count - groupSize; k += groupSize) {
+            const Group group{k};
+            solveTogether(views(src1, group), views(pivotsOf, group), views(src2, group),
+                          views(dst, group), n);
+        }
+    for (; k < count; ++k)
+        solveOne(src1(k), pivotsOf(k), src2(k), dst(k), n);
+}
+
+// Bindings -------------------------------------------------------------------------------------
+
+template <bool Shared, int N, class A, class B, class D>
+inline void solveStraight(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
+                          int32_t count)
+{
+    if constexpr (Shared)
+        solveShared<N>(SharedFactors<N>(src1(0), pivots), src2, dst, count);
+    else
+        solveOwn<N>(src1, pivots, src2, dst, count);
+}
+
+template <bool Shared, class A, class B, class D>
+ZonStatus solveAll(const A &src1, const int32_t *pivots, const B &src2, const D &dst, int32_t n,
+                   int32_t count)
+{
+    switch (n) {
+    case 3: solveStraight<Shared, 3>(src1, pivots, src2, dst, count); break;
+    case 4: solveStraight<Shared, 4>(src1, pivots, src2, dst, count); break;
+    case 5: solveStraight<Shared, 5>(src1, pivots, src2, dst, count); break;
+    case 6: solveStraight<Shared, 6>(src1, pivots, src2, dst, count); break;
+    default: solveGeneral(src1, pivots, Shared ? 0 : n, src2, dst, n, count);
+    }
+    return zonStsOk;
+}
+
+template <class A, class B, class D>
+ZonStatus luBackSubstitute(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
+                           int32_t size, int32_t count)
+{
+    using T = typename D::Value;
+    constexpr bool shared = B::many && !A::many;
+    if constexpr (isElementTable<A>)
+        return solveAll<shared>(ScatteredMatrices<const T>(src1, size, size, count), pivots,
+                                ScatteredVectors<const T>(src2, size, count),
+                                ScatteredVectors<T>(dst, size, count), size, count);
+    else if (src1.isDense() && src2.isDense() && dst.isDense())
+        return solveAll<shared>(DenseMatrices<const T>(src1, size, size), pivots,
+                                DenseVectors<const T>(src2, size), DenseVectors<T>(dst, size), size,
+                                count);
+    else
+        return solveAll<shared>(StridedMatrices<const T>(src1, size, size), pivots,
+                                StridedVectors<const T>(src2, size), StridedVectors<T>(dst, size),
+                                size, count);
+}
+
+} // namespace
+} // namespace zonm
+
+#include "solvers/generated/lu_back_subst.inc"
