@@ -474,16 +474,47 @@ template <class I> struct IntegerRuns {
     }
 };
 
+// One object as scalar kernels take it, which are not instantiated for dense layouts.
+template <class T> inline StridedMatrix<T> plainView(DenseMatrix<T> m)
+{
+    return {m.base, m.rowStep, sizeof(T)};
+}
+template <class T> inline StridedVector<T> plainView(DenseVector<T> v)
+{
+    return {v.base, sizeof(T)};
+}
+template <class View> inline View plainView(View v) { return v; }
+
+// The view of an operand of one object.
+template <class Block> inline auto onlyObject(const Block &o, int32_t columns)
+{
+    using T = typename Block::Value;
+    if constexpr (isElementTable<Block> && Block::rank == 2)
+        return o.object(0, columns);
+    else if constexpr (isElementTable<Block>)
+        return o.object(0);
+    else if constexpr (Block::rank == 2)
+        return StridedMatrix<T>(bytes(o.base), o.rowStep(), o.columnStep());
+    else
+        return StridedVector<T>(bytes(o.base), o.step());
+}
+
 // The views of a group, those of one register after those of another.
 template <class View> using GroupViews = std::array<std::array<View, objectLanes>, interleaved>;
 
 template <class Objects> ZONM_INLINED inline auto views(const Objects &objects, Group group)
 {
-    return [&]<int... P>(std::integer_sequence<int, P...>) ZONM_INLINED
+    using View = decltype(objects(0));
+    const auto ofRegister = [&]<int... L>(int r, std::integer_sequence<int, L...>) ZONM_INLINED
     {
-        return GroupViews<decltype(objects(0))>{objects(group.first, P)...};
+        return std::array<View, objectLanes>{objects(group.first, r * objectLanes + L)...};
+    };
+    return [&]<int... R>(std::integer_sequence<int, R...>) ZONM_INLINED
+    {
+        constexpr std::make_integer_sequence<int, objectLanes> lanes;
+        return GroupViews<View>{ofRegister(R, lanes)...};
     }
-    (std::make_integer_sequence<int, groupSize>{});
+    (std::make_integer_sequence<int, interleaved>{});
 }
 
 } // namespace zonm
