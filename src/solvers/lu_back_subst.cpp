@@ -60,7 +60,7 @@ ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x
 
 // One object with a matrix of its own.
 template <int N, class A, class B, class D>
-[[gnu::noinline]] void solveOne(A a, const int32_t *pivots, B b, D dst)
+[[gnu::noinline]] void solveOne(const A &a, const int32_t *pivots, const B &b, const D &dst)
 {
     double x[1][N];
     unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(pivots[i]); });
@@ -121,7 +121,7 @@ template <int N> struct SharedFactors {
 };
 
 template <int N, class B, class D>
-[[gnu::noinline]] void solveWithShared(const SharedFactors<N> &a, B b, D dst)
+[[gnu::noinline]] void solveWithShared(const SharedFactors<N> &a, const B &b, const D &dst)
 {
     double x[1][N];
     unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(a.order[i]); });

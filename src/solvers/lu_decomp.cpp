@@ -143,7 +143,7 @@ ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &p
 
 // One object. What stands in dst and pivots of a singular one is told here.
 template <class T, int N, class A, class D>
-[[gnu::noinline]] ZonStatus factorOne(A src, int32_t *pivots, D dst)
+[[gnu::noinline]] ZonStatus factorOne(const A &src, int32_t *pivots, const D &dst)
 {
     T w[N][N];
     for (int i = 0; i < N; ++i)
