@@ -230,8 +230,6 @@ struct Extent {
     std::uintptr_t begin, size;
 
     Extent(std::uintptr_t b, std::size_t n) : begin(b), size(n) {}
-    // That of objects anywhere in memory.
-    static Extent everything() { return {0, ~std::uintptr_t(0)}; }
     template <class T> Extent(T *p, std::size_t n) : begin(std::uintptr_t(p)), size(n) {}
     friend bool meet(Extent a, Extent b)
     {
@@ -309,6 +307,17 @@ ZONM_INLINED inline bool forEachGroup(int32_t count, const Written &written, con
 // operands and object tables share one type, and so do arrays and single objects: kernels are
 // instantiated per layout.
 
+// From the lowest to the highest address in a table.
+template <class T> Extent extentOf(T *const *table, ptrdiff_t entries)
+{
+    auto low = ~std::uintptr_t(0), high = std::uintptr_t(0);
+    for (ptrdiff_t e = 0; e < entries; ++e) {
+        low = std::min(low, std::uintptr_t(table[e]));
+        high = std::max(high, std::uintptr_t(table[e]));
+    }
+    return {low, high - low};
+}
+
 // Strided objects and object tables. A base is a table with one entry for all objects, so that
 // neither asks which of the two it is. Refers to the operand that it is made of.
 template <class T> struct LocatedObjects {
@@ -335,9 +344,10 @@ template <class T> struct LocatedObjects {
     bool areApart() const { return !entries && std::size_t(step) >= size; }
     Extent wholeExtent(int32_t count) const
     {
-        if (entries)
-            return Extent::everything();
-        return {begin(0, 0), size + (count - 1) * std::size_t(step)};
+        if (!entries)
+            return {begin(0, 0), size + (count - 1) * std::size_t(step)};
+        const Extent beginnings = extentOf(table, count);
+        return {beginnings.begin + shift, beginnings.size + size};
     }
 };
 
@@ -419,12 +429,8 @@ template <class T> struct ScatteredObjects {
     {
         if (count < groupSize)
             return;
-        auto low = ~std::uintptr_t(0), high = std::uintptr_t(0);
-        for (ptrdiff_t e = 0; e < elements; ++e) {
-            low = std::min(low, std::uintptr_t(table[e]));
-            high = std::max(high, std::uintptr_t(table[e]));
-        }
-        first = {low, high - low + sizeof(T)};
+        first = extentOf(table, elements);
+        first.size += sizeof(T);
     }
     ptrdiff_t offset(ptrdiff_t k, int place) const { return shift + k * step + place * step; }
     Extent extent(ptrdiff_t k) const { return {first.begin + offset(k, 0), first.size}; }
@@ -474,16 +480,47 @@ template <class I> struct IntegerRuns {
     }
 };
 
+// One object as scalar kernels take it, which are not instantiated for dense layouts.
+template <class T> inline StridedMatrix<T> plainView(DenseMatrix<T> m)
+{
+    return {m.base, m.rowStep, sizeof(T)};
+}
+template <class T> inline StridedVector<T> plainView(DenseVector<T> v)
+{
+    return {v.base, sizeof(T)};
+}
+template <class View> inline View plainView(View v) { return v; }
+
+// The view of an operand of one object.
+template <class Block> inline auto onlyObject(const Block &o, int32_t columns)
+{
+    using T = typename Block::Value;
+    if constexpr (isElementTable<Block> && Block::rank == 2)
+        return o.object(0, columns);
+    else if constexpr (isElementTable<Block>)
+        return o.object(0);
+    else if constexpr (Block::rank == 2)
+        return StridedMatrix<T>(bytes(o.base), o.rowStep(), o.columnStep());
+    else
+        return StridedVector<T>(bytes(o.base), o.step());
+}
+
 // The views of a group, those of one register after those of another.
 template <class View> using GroupViews = std::array<std::array<View, objectLanes>, interleaved>;
 
 template <class Objects> ZONM_INLINED inline auto views(const Objects &objects, Group group)
 {
-    return [&]<int... P>(std::integer_sequence<int, P...>) ZONM_INLINED
+    using View = decltype(objects(0));
+    const auto ofRegister = [&]<int... L>(int r, std::integer_sequence<int, L...>) ZONM_INLINED
     {
-        return GroupViews<decltype(objects(0))>{objects(group.first, P)...};
+        return std::array<View, objectLanes>{objects(group.first, r * objectLanes + L)...};
+    };
+    return [&]<int... R>(std::integer_sequence<int, R...>) ZONM_INLINED
+    {
+        constexpr std::make_integer_sequence<int, objectLanes> lanes;
+        return GroupViews<View>{ofRegister(R, lanes)...};
     }
-    (std::make_integer_sequence<int, groupSize>{});
+    (std::make_integer_sequence<int, interleaved>{});
 }
 
 } // namespace zonm

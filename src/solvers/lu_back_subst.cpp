@@ -46,11 +46,6 @@ ZONM_INLINED inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagon
     });
 }
 
-template <class Dst, int N> ZONM_INLINED inline void write(const Dst &dst, const double (&x)[N])
-{
-    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename Dst::Element(x[i])); });
-}
-
 template <class Dst, int N>
 ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x)[interleaved][N])
 {
@@ -61,6 +56,18 @@ ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x
             d[r][lane].set(i, element<typename Dst::Value>(x[r][i], lane));
         });
     });
+}
+
+// One object with a matrix of its own.
+template <int N, class A, class B, class D>
+[[gnu::noinline]] void solveOne(const A &a, const int32_t *pivots, const B &b, const D &dst)
+{
+    double x[1][N];
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(pivots[i]); });
+    substitute(
+        x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(pivots[i], j)); },
+        [&](double s, auto, auto i) ZONM_INLINED { return s / a(pivots[i], i); });
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[0][i])); });
 }
 
 // Every vector has a matrix of its own.
@@ -89,16 +96,8 @@ template <int N, class A, class B, class D>
         writeGroup(dst, group, x);
         return true;
     };
-    const auto single = [&](int32_t k) ZONM_INLINED {
-        const auto a = src1(k);
-        const auto b = src2(k);
-        const int32_t *p = pivotsOf(k);
-        double x[1][N];
-        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(p[i]); });
-        substitute(
-            x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(p[i], j)); },
-            [&](double s, auto, auto i) ZONM_INLINED { return s / a(p[i], i); });
-        write(dst(k), x[0]);
+    const auto single = [&](int32_t k) {
+        solveOne<N>(plainView(src1(k)), pivotsOf(k), plainView(src2(k)), plainView(dst(k)));
         return true;
     };
     forEachGroup(count, Covered(dst), Covered(src1, src2, pivotsOf), together, single);
@@ -120,6 +119,17 @@ template <int N> struct SharedFactors {
         }
     }
 };
+
+template <int N, class B, class D>
+[[gnu::noinline]] void solveWithShared(const SharedFactors<N> &a, const B &b, const D &dst)
+{
+    double x[1][N];
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(a.order[i]); });
+    substitute(
+        x, [&](auto, auto i, auto j) ZONM_INLINED { return a.factor[i][j]; },
+        [&](double s, auto, auto i) ZONM_INLINED { return s * a.reciprocal[i]; });
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[0][i])); });
+}
 
 template <int N, class B, class D>
 [[gnu::noinline]] void solveShared(const SharedFactors<N> &shared, const B &src2, const D &dst,
@@ -145,14 +155,8 @@ template <int N, class B, class D>
         writeGroup(dst, group, x);
         return true;
     };
-    const auto single = [&](int32_t k) ZONM_INLINED {
-        const auto b = src2(k);
-        double x[1][N];
-        unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(shared.order[i]); });
-        substitute(
-            x, [&](auto, auto i, auto j) ZONM_INLINED { return shared.factor[i][j]; },
-            [&](double s, auto, auto i) ZONM_INLINED { return s * shared.reciprocal[i]; });
-        write(dst(k), x[0]);
+    const auto single = [&](int32_t k) {
+        solveWithShared(shared, plainView(src2(k)), plainView(dst(k)));
         return true;
     };
     forEachGroup(count, Covered(dst), Covered(src2), together, single);
@@ -161,7 +165,7 @@ template <int N, class B, class D>
 // Other sizes ----------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-void solveOne(const A &a, const int32_t *pivots, const B &b, const D &x, int32_t n)
+void solveGeneralOne(const A &a, const int32_t *pivots, const B &b, const D &x, int32_t n)
 {
     using T = typename D::Element;
     for (int32_t i = 0; i < n; ++i) {
@@ -231,7 +235,7 @@ template <class A, class B, class D>
                           views(dst, group), n);
         }
     for (; k < count; ++k)
-        solveOne(src1(k), pivotsOf(k), src2(k), dst(k), n);
+        solveGeneralOne(plainView(src1(k)), pivotsOf(k), plainView(src2(k)), plainView(dst(k)), n);
 }
 
 // Bindings -------------------------------------------------------------------------------------
@@ -261,12 +265,28 @@ ZonStatus solveAll(const A &src1, const int32_t *pivots, const B &src2, const D 
 }
 
 template <class A, class B, class D>
+ZonStatus solveSingle(const A &src1, const int32_t *pivots, const B &src2, const D &dst, int32_t n)
+{
+    switch (n) {
+    case 3: solveOne<3>(src1, pivots, src2, dst); break;
+    case 4: solveOne<4>(src1, pivots, src2, dst); break;
+    case 5: solveOne<5>(src1, pivots, src2, dst); break;
+    case 6: solveOne<6>(src1, pivots, src2, dst); break;
+    default: solveGeneralOne(src1, pivots, src2, dst, n);
+    }
+    return zonStsOk;
+}
+
+template <class A, class B, class D>
 ZonStatus luBackSubstitute(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
                            int32_t size, int32_t count)
 {
     using T = typename D::Value;
     constexpr bool shared = B::many && !A::many;
-    if constexpr (isElementTable<A>)
+    if constexpr (!D::many)
+        return solveSingle(onlyObject(src1, size), pivots, onlyObject(src2, size),
+                           onlyObject(dst, size), size);
+    else if constexpr (isElementTable<A>)
         return solveAll<shared>(ScatteredMatrices<const T>(src1, size, size, count), pivots,
                                 ScatteredVectors<const T>(src2, size, count),
                                 ScatteredVectors<T>(dst, size, count), size, count);

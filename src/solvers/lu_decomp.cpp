@@ -143,7 +143,7 @@ ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &p
 
 // One object. What stands in dst and pivots of a singular one is told here.
 template <class T, int N, class A, class D>
-inline ZonStatus factorOne(const A &src, int32_t *pivots, const D &dst)
+[[gnu::noinline]] ZonStatus factorOne(const A &src, int32_t *pivots, const D &dst)
 {
     T w[N][N];
     for (int i = 0; i < N; ++i)
@@ -187,7 +187,7 @@ template <class T, int N, class A, class D>
         count, Covered(dst, pivotsOf), Covered(src),
         [&](Group group) ZONM_INLINED { return factorGroup<T, N>(src, pivotsOf, dst, group); },
         [&](int32_t k) ZONM_INLINED {
-            status = factorOne<T, N>(src(k), pivotsOf(k), dst(k));
+            status = factorOne<T, N>(plainView(src(k)), pivotsOf(k), plainView(dst(k)));
             return status == zonStsOk;
         });
     return status;
@@ -323,11 +323,29 @@ ZonStatus factorAll(const A &src, int32_t *pivots, const D &dst, int32_t n, int3
     }
 }
 
+template <class T, class A, class D>
+ZonStatus factorSingle(const A &src, int32_t *pivots, const D &dst, int32_t n)
+{
+    switch (n) {
+    case 3: return factorOne<T, 3>(src, pivots, dst);
+    case 4: return factorOne<T, 4>(src, pivots, dst);
+    case 5: return factorOne<T, 5>(src, pivots, dst);
+    case 6: return factorOne<T, 6>(src, pivots, dst);
+    default: return factorInPlace<T>(src, pivots, dst, n);
+    }
+}
+
 template <class A, class D>
 ZonStatus luDecompose(const A &src, int32_t *pivots, const D &dst, int32_t size, int32_t count)
 {
     using T = typename D::Value;
-    if constexpr (isElementTable<A>)
+    if constexpr (!D::many) {
+        if constexpr (!isElementTable<A>)
+            if (size > 6 && dst.isDense())
+                return factorInPlace<T>(onlyObject(src, size), pivots,
+                                        DenseMatrix<T>(bytes(dst.base), dst.rowStep()), size);
+        return factorSingle<T>(onlyObject(src, size), pivots, onlyObject(dst, size), size);
+    } else if constexpr (isElementTable<A>)
         return factorAll<T>(ScatteredMatrices<const T>(src, size, size, count), pivots,
                             ScatteredMatrices<T>(dst, size, size, count), size, count);
     else if (src.isDense() && dst.isDense())
