@@ -485,8 +485,11 @@ template <class I> struct IntegerRuns {
     I *base;
     ptrdiff_t length, step = length;
 
-    I *operator()(ptrdiff_t k, int place = 0) const { return base + (k * step + place * step); }
-    Extent extent(ptrdiff_t k) const { return {(*this)(k), length * sizeof(I)}; }
+    DenseVector<I> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return DenseVector<I>(bytes(base) + (k * step + place * step) * ptrdiff_t(sizeof(I)));
+    }
+    Extent extent(ptrdiff_t k) const { return {(*this)(k).base, length * sizeof(I)}; }
     Extent wholeExtent(int32_t count) const
     {
         return {base, ((count - 1) * step + length) * sizeof(I)};
