@@ -70,14 +70,21 @@ template <class P> inline auto laneOf(const P &a, int l) { return a[l]; }
 inline constexpr int objectLanes = registerBytes / int(sizeof(double));
 using LaneRegister = Pack<double, objectLanes>;
 using LaneIntegers = Pack<std::int64_t, objectLanes>;
-// In 32-bit pieces: SSE2 compares no 64-bit integers, and a compiler that takes masks for such
-// comparisons falls back to scalars.
-using LaneRegisterBits = Pack<std::int32_t, 2 * objectLanes>;
+using LaneRegisterBits = LaneIntegers;
 
-inline LaneRegisterBits largerMask(LaneRegister a, LaneRegister b)
+inline bool anySet(LaneIntegers mask)
 {
-    return std::bit_cast<LaneRegisterBits>(a > b);
+    std::int64_t found = 0;
+    for (int l = 0; l < objectLanes; ++l)
+        found |= mask[l];
+    return found != 0;
 }
+inline LaneIntegers largerMask(LaneRegister a, LaneRegister b) { return a > b; }
+inline LaneRegister largerOf(LaneRegister a, LaneRegister b) { return a > b ? a : b; }
+inline LaneIntegers bitAnd(LaneIntegers a, LaneIntegers b) { return a & b; }
+inline LaneIntegers bitOr(LaneIntegers a, LaneIntegers b) { return a | b; }
+inline LaneIntegers bitXor(LaneIntegers a, LaneIntegers b) { return a ^ b; }
+inline LaneIntegers bitAndNot(LaneIntegers a, LaneIntegers b) { return a & ~b; }
 template <class T> inline auto narrowed(LaneRegister a)
 {
     return __builtin_convertvector(a, Pack<T, objectLanes>);
@@ -95,7 +102,13 @@ using LaneRegister = double;
 using LaneIntegers = std::int64_t;
 using LaneRegisterBits = std::int64_t;
 
-inline LaneRegisterBits largerMask(double a, double b) { return -std::int64_t(a > b); }
+inline bool anySet(std::int64_t mask) { return mask != 0; }
+inline std::int64_t largerMask(double a, double b) { return -std::int64_t(a > b); }
+inline double largerOf(double a, double b) { return a > b ? a : b; }
+inline std::int64_t bitAnd(std::int64_t a, std::int64_t b) { return a & b; }
+inline std::int64_t bitOr(std::int64_t a, std::int64_t b) { return a | b; }
+inline std::int64_t bitXor(std::int64_t a, std::int64_t b) { return a ^ b; }
+inline std::int64_t bitAndNot(std::int64_t a, std::int64_t b) { return a & ~b; }
 template <class T> inline T narrowed(double a) { return T(a); }
 template <class T> inline double widened(T a) { return a; }
 template <class T> inline T laneOf(T a, int) { return a; }
@@ -472,8 +485,11 @@ template <class I> struct IntegerRuns {
     I *base;
     ptrdiff_t length, step = length;
 
-    I *operator()(ptrdiff_t k, int place = 0) const { return base + (k * step + place * step); }
-    Extent extent(ptrdiff_t k) const { return {(*this)(k), length * sizeof(I)}; }
+    DenseVector<I> operator()(ptrdiff_t k, int place = 0) const
+    {
+        return DenseVector<I>(bytes(base) + (k * step + place * step) * ptrdiff_t(sizeof(I)));
+    }
+    Extent extent(ptrdiff_t k) const { return {(*this)(k).base, length * sizeof(I)}; }
     Extent wholeExtent(int32_t count) const
     {
         return {base, ((count - 1) * step + length) * sizeof(I)};

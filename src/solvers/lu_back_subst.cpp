@@ -24,6 +24,8 @@ namespace zonm
 namespace
 {
 
+using Pivots = DenseVector<const int32_t>;
+
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
 // Turns b, in the order of the pivots, into x: R systems of double, or R registers of systems, with
@@ -60,13 +62,13 @@ ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x
 
 // One object with a matrix of its own.
 template <int N, class A, class B, class D>
-[[gnu::noinline]] void solveOne(const A &a, const int32_t *pivots, const B &b, const D &dst)
+[[gnu::noinline]] void solveOne(const A &a, Pivots pivots, const B &b, const D &dst)
 {
     double x[1][N];
-    unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(pivots[i]); });
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[0][i] = b(pivots(i)); });
     substitute(
-        x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(pivots[i], j)); },
-        [&](double s, auto, auto i) ZONM_INLINED { return s / a(pivots[i], i); });
+        x, [&](auto, auto i, auto j) ZONM_INLINED { return double(a(pivots(i), j)); },
+        [&](double s, auto, auto i) ZONM_INLINED { return s / a(pivots(i), i); });
     unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[0][i])); });
 }
 
@@ -85,9 +87,9 @@ template <int N, class A, class B, class D>
             unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
                 unrolled<0, N>([&](auto j) ZONM_INLINED {
                     factors[r][i][j] =
-                        gather([&](int l) ZONM_INLINED { return a[r][l](p[r][l][i], j); });
+                        gather([&](int l) ZONM_INLINED { return a[r][l](p[r][l](i), j); });
                 });
-                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](p[r][l][i]); });
+                x[r][i] = gather([&](int l) ZONM_INLINED { return b[r][l](p[r][l](i)); });
             });
         });
         substitute(
@@ -109,10 +111,10 @@ template <int N> struct SharedFactors {
     double reciprocal[N];
     int32_t order[N];
 
-    template <class A> SharedFactors(const A &a, const int32_t *pivots)
+    template <class A> SharedFactors(const A &a, Pivots pivots)
     {
         for (int i = 0; i < N; ++i) {
-            order[i] = pivots[i];
+            order[i] = pivots(i);
             for (int j = 0; j < N; ++j)
                 factor[i][j] = a(order[i], j);
             reciprocal[i] = 1 / factor[i][i];
@@ -165,32 +167,32 @@ template <int N, class B, class D>
 // Other sizes ----------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-void solveGeneralOne(const A &a, const int32_t *pivots, const B &b, const D &x, int32_t n)
+void solveGeneralOne(const A &a, Pivots pivots, const B &b, const D &x, int32_t n)
 {
     using T = typename D::Element;
     for (int32_t i = 0; i < n; ++i) {
         double s = 0;
         for (int32_t j = 0; j < i; ++j)
-            s += double(a(pivots[i], j)) * x(j);
-        x.set(i, i == 0 ? b(pivots[i]) : T(b(pivots[i]) - s));
+            s += double(a(pivots(i), j)) * x(j);
+        x.set(i, i == 0 ? b(pivots(i)) : T(b(pivots(i)) - s));
     }
-    x.set(n - 1, T(double(x(n - 1)) / a(pivots[n - 1], n - 1)));
+    x.set(n - 1, T(double(x(n - 1)) / a(pivots(n - 1), n - 1)));
     for (int32_t i = n - 2; i >= 0; --i) {
         double s = 0;
         for (int32_t j = i + 1; j < n; ++j)
-            s += double(a(pivots[i], j)) * x(j);
-        x.set(i, T((x(i) - s) / a(pivots[i], i)));
+            s += double(a(pivots(i), j)) * x(j);
+        x.set(i, T((x(i) - s) / a(pivots(i), i)));
     }
 }
 
 // The same for a group whose results are apart from all that it reads.
 template <class A, class B, class D>
-ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<const int32_t *> &p, const B &b,
+ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<Pivots> &p, const B &b,
                                        const D &x, int32_t n)
 {
     using T = typename std::remove_cvref_t<decltype(x[0][0])>::Element;
     const auto factor = [&](int r, int32_t i, int32_t j) ZONM_INLINED {
-        return gatherFrom<T>([&](int l) ZONM_INLINED { return a[r][l].at(p[r][l][i], j); });
+        return gatherFrom<T>([&](int l) ZONM_INLINED { return a[r][l].at(p[r][l](i), j); });
     };
     const auto known = [&](int r, int32_t j) ZONM_INLINED {
         return gatherFrom<T>([&](int l) ZONM_INLINED { return x[r][l].at(j); });
@@ -210,7 +212,7 @@ ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<const int32_
         sum(i, 0, i);
         unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
             set(r, i,
-                gatherFrom<T>([&](int l) ZONM_INLINED { return b[r][l].at(p[r][l][i]); }) - s[r]);
+                gatherFrom<T>([&](int l) ZONM_INLINED { return b[r][l].at(p[r][l](i)); }) - s[r]);
         });
     }
     for (int32_t i = n - 1; i >= 0; --i) {
@@ -245,7 +247,7 @@ inline void solveStraight(const A &src1, const int32_t *pivots, const B &src2, c
                           int32_t count)
 {
     if constexpr (Shared)
-        solveShared<N>(SharedFactors<N>(src1(0), pivots), src2, dst, count);
+        solveShared<N>(SharedFactors<N>(src1(0), Pivots(bytes(pivots))), src2, dst, count);
     else
         solveOwn<N>(src1, pivots, src2, dst, count);
 }
@@ -265,7 +267,7 @@ ZonStatus solveAll(const A &src1, const int32_t *pivots, const B &src2, const D 
 }
 
 template <class A, class B, class D>
-ZonStatus solveSingle(const A &src1, const int32_t *pivots, const B &src2, const D &dst, int32_t n)
+ZonStatus solveSingle(const A &src1, Pivots pivots, const B &src2, const D &dst, int32_t n)
 {
     switch (n) {
     case 3: solveOne<3>(src1, pivots, src2, dst); break;
@@ -284,7 +286,7 @@ ZonStatus luBackSubstitute(const A &src1, const int32_t *pivots, const B &src2, 
     using T = typename D::Value;
     constexpr bool shared = B::many && !A::many;
     if constexpr (!D::many)
-        return solveSingle(onlyObject(src1, size), pivots, onlyObject(src2, size),
+        return solveSingle(onlyObject(src1, size), Pivots(bytes(pivots)), onlyObject(src2, size),
                            onlyObject(dst, size), size);
     else if constexpr (isElementTable<A>)
         return solveAll<shared>(ScatteredMatrices<const T>(src1, size, size, count), pivots,

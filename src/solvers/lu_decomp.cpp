@@ -34,6 +34,15 @@ namespace
 template <class T> inline constexpr double straightLimit = sizeof(T) == 4 ? 0x1p-125 : 0x1p-1021;
 template <class T> inline constexpr double generalLimit = sizeof(T) == 4 ? 0x1p-23 : 0x1p-52;
 
+using Pivots = DenseVector<int32_t>;
+
+inline void exchange(Pivots pivots, int32_t k, int32_t m)
+{
+    const int32_t row = pivots(k);
+    pivots.set(k, pivots(m));
+    pivots.set(m, row);
+}
+
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
 // The pivot of step K in every lane: `isRow[i]` is set where row i is to change places with row K.
@@ -106,11 +115,11 @@ template <class T, int N> struct Elimination {
         }
     }
 
-    template <class View> ZONM_INLINED void write(int lane, int32_t *pivots, const View &dst) const
+    template <class View> ZONM_INLINED void write(int lane, Pivots pivots, const View &dst) const
     {
         unrolled<0, N>([&](auto i) ZONM_INLINED {
             const auto row = order[i][lane];
-            pivots[i] = int32_t(row);
+            pivots.set(i, int32_t(row));
             unrolled<0, N>([&](auto j)
                                ZONM_INLINED { dst.set(row, j, element<T>(factors[j][i], lane)); });
         });
@@ -143,32 +152,32 @@ ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &p
 
 // One object. What stands in dst and pivots of a singular one is told here.
 template <class T, int N, class A, class D>
-[[gnu::noinline]] ZonStatus factorOne(const A &src, int32_t *pivots, const D &dst)
+[[gnu::noinline]] ZonStatus factorOne(const A &src, Pivots pivots, const D &dst)
 {
     T w[N][N];
     for (int i = 0; i < N; ++i)
         for (int j = 0; j < N; ++j)
             w[i][j] = src(i, j);
     for (int i = 0; i < N; ++i)
-        pivots[i] = i;
+        pivots.set(i, i);
     for (int k = 0; k < N; ++k) {
         int m = k;
-        double best = std::fabs(double(w[pivots[k]][k]));
+        double best = std::fabs(double(w[pivots(k)][k]));
         for (int i = k + 1; i < N; ++i) {
-            const double magnitude = std::fabs(double(w[pivots[i]][k]));
+            const double magnitude = std::fabs(double(w[pivots(i)][k]));
             m = magnitude > best ? i : m;
             best = magnitude > best ? magnitude : best;
         }
-        std::swap(pivots[k], pivots[m]);
+        exchange(pivots, k, m);
         if (best < straightLimit<T>)
             return zonStsSingular;
-        const int32_t row = pivots[k];
+        const int32_t row = pivots(k);
         const T(&u)[N] = w[row];
         for (int j = 0; j < N; ++j)
             dst.set(row, j, u[j]);
         const double r = 1 / double(u[k]);
         for (int i = k + 1; i < N; ++i) {
-            T(&l)[N] = w[pivots[i]];
+            T(&l)[N] = w[pivots(i)];
             l[k] = T(k < N - 2 ? l[k] * r : double(l[k]) / u[k]);
             for (int j = k + 1; j < N; ++j)
                 l[j] = T(l[j] - double(l[k]) * u[j]);
@@ -211,22 +220,22 @@ struct RowSearch {
 };
 
 // Steps 0 to n-2, to the letter: rows may even overlap.
-template <class T, class D> ZonStatus eliminate(int32_t *pivots, const D &dst, int32_t n)
+template <class T, class D> ZonStatus eliminate(Pivots pivots, const D &dst, int32_t n)
 {
     for (int32_t k = 0; k < n - 1; ++k) {
-        RowSearch pivot(k, dst(pivots[k], k));
+        RowSearch pivot(k, dst(pivots(k), k));
         for (int32_t i = k + 1; i < n; ++i)
-            pivot.visit(i, dst(pivots[i], k));
+            pivot.visit(i, dst(pivots(i), k));
         if (pivot.isSingular(generalLimit<T>))
             return zonStsSingular;
-        std::swap(pivots[k], pivots[pivot.row]);
-        const double r = 1 / double(dst(pivots[k], k));
+        exchange(pivots, k, pivot.row);
+        const double r = 1 / double(dst(pivots(k), k));
         for (int32_t i = k + 1; i < n; ++i)
-            dst.set(pivots[i], k, T(dst(pivots[i], k) * r));
+            dst.set(pivots(i), k, T(dst(pivots(i), k) * r));
         for (int32_t i = k + 1; i < n; ++i)
             for (int32_t j = k + 1; j < n; ++j)
-                dst.set(pivots[i], j,
-                        T(dst(pivots[i], j) - double(dst(pivots[i], k)) * dst(pivots[k], j)));
+                dst.set(pivots(i), j,
+                        T(dst(pivots(i), j) - double(dst(pivots(i), k)) * dst(pivots(k), j)));
     }
     return zonStsOk;
 }
@@ -251,7 +260,7 @@ inline void subtractRow(std::byte *__restrict row, double factor, const std::byt
 }
 
 // The same for dense rows that are apart: row by row, with the search of the next step on the way.
-template <class T> ZonStatus eliminateDense(int32_t *pivots, const DenseMatrix<T> &dst, int32_t n)
+template <class T> ZonStatus eliminateDense(Pivots pivots, const DenseMatrix<T> &dst, int32_t n)
 {
     RowSearch pivot(0, dst(0, 0));
     for (int32_t i = 1; i < n; ++i)
@@ -259,11 +268,11 @@ template <class T> ZonStatus eliminateDense(int32_t *pivots, const DenseMatrix<T
     for (int32_t k = 0; k < n - 1; ++k) {
         if (pivot.isSingular(generalLimit<T>))
             return zonStsSingular;
-        std::swap(pivots[k], pivots[pivot.row]);
-        const std::byte *pivotRow = dst.at(pivots[k], k + 1);
-        const double r = 1 / double(dst(pivots[k], k));
+        exchange(pivots, k, pivot.row);
+        const std::byte *pivotRow = dst.at(pivots(k), k + 1);
+        const double r = 1 / double(dst(pivots(k), k));
         for (int32_t i = k + 1; i < n; ++i) {
-            std::byte *row = dst.at(pivots[i], k + 1);
+            std::byte *row = dst.at(pivots(i), k + 1);
             const T factor = T(load<T>(row - sizeof(T)) * r);
             store<T>(row - sizeof(T), factor);
             subtractRow<T>(row, factor, pivotRow, n - k - 1);
@@ -278,10 +287,10 @@ template <class T> ZonStatus eliminateDense(int32_t *pivots, const DenseMatrix<T
 }
 
 template <class T, class A, class D>
-ZonStatus factorInPlace(const A &src, int32_t *pivots, const D &dst, int32_t n)
+ZonStatus factorInPlace(const A &src, Pivots pivots, const D &dst, int32_t n)
 {
     for (int32_t i = 0; i < n; ++i)
-        pivots[i] = i;
+        pivots.set(i, i);
     for (int32_t i = 0; i < n; ++i)
         for (int32_t j = 0; j < n; ++j)
             dst.set(i, j, src(i, j));
@@ -293,7 +302,7 @@ ZonStatus factorInPlace(const A &src, int32_t *pivots, const D &dst, int32_t n)
     };
     if (eliminated() != zonStsOk)
         return zonStsSingular;
-    const RowSearch last(n - 1, dst(pivots[n - 1], n - 1));
+    const RowSearch last(n - 1, dst(pivots(n - 1), n - 1));
     return last.isSingular(generalLimit<T>) ? zonStsSingular : zonStsOk;
 }
 
@@ -301,8 +310,9 @@ template <class T, class A, class D>
 [[gnu::noinline]] ZonStatus factorGeneral(const A &src, int32_t *pivots, const D &dst, int32_t n,
                                           int32_t count)
 {
+    const IntegerRuns<int32_t> pivotsOf{pivots, n};
     for (int32_t k = 0; k < count; ++k) {
-        const ZonStatus status = factorInPlace<T>(src(k), pivots + ptrdiff_t(k) * n, dst(k), n);
+        const ZonStatus status = factorInPlace<T>(src(k), pivotsOf(k), dst(k), n);
         if (status != zonStsOk)
             return status;
     }
@@ -324,7 +334,7 @@ ZonStatus factorAll(const A &src, int32_t *pivots, const D &dst, int32_t n, int3
 }
 
 template <class T, class A, class D>
-ZonStatus factorSingle(const A &src, int32_t *pivots, const D &dst, int32_t n)
+ZonStatus factorSingle(const A &src, Pivots pivots, const D &dst, int32_t n)
 {
     switch (n) {
     case 3: return factorOne<T, 3>(src, pivots, dst);
@@ -342,9 +352,10 @@ ZonStatus luDecompose(const A &src, int32_t *pivots, const D &dst, int32_t size,
     if constexpr (!D::many) {
         if constexpr (!isElementTable<A>)
             if (size > 6 && dst.isDense())
-                return factorInPlace<T>(onlyObject(src, size), pivots,
+                return factorInPlace<T>(onlyObject(src, size), Pivots(bytes(pivots)),
                                         DenseMatrix<T>(bytes(dst.base), dst.rowStep()), size);
-        return factorSingle<T>(onlyObject(src, size), pivots, onlyObject(dst, size), size);
+        return factorSingle<T>(onlyObject(src, size), Pivots(bytes(pivots)), onlyObject(dst, size),
+                               size);
     } else if constexpr (isElementTable<A>)
         return factorAll<T>(ScatteredMatrices<const T>(src, size, size, count), pivots,
                             ScatteredMatrices<T>(dst, size, size, count), size, count);
