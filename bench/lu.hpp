@@ -30,7 +30,7 @@ template <class T> double solutionError(Matrices<T> a, int stepA, Vectors<T> b, 
             for (int j = 0; j < n; ++j)
                 sum += double(A[i * n + j]) * X[j], row += std::fabs(A[i * n + j]);
             if (!std::isfinite(sum))
-                return sum;
+                return std::numeric_limits<double>::infinity();
             residual = std::fmax(residual, std::fabs(sum - B[i]));
             normA = std::fmax(normA, row);
             normX = std::fmax(normX, std::fabs(X[i]));

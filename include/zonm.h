@@ -1791,8 +1791,7 @@ ZONM_API ZonStatus zonmTranspose_ma_64f_P(
  * Nothing can fail after them.
  * Bits: the sum is one chain in ascending p in every form; 64f results differ between forms in
  * nothing but the sign of a zero. A 32f sum is kept in double and rounded at the store; with _P
- * outside the square sizes 3 to 6, and for some elements of larger dense products, it is rounded
- * after every term.
+ * outside the square sizes 3 to 6 it is rounded after every term.
  * Two exceptions: zonmMul_mm_32f_P and zonmMul_tt_64f_P take any sizes 1 to 3 whose bitwise OR
  * is 3 for 3x3 and reach for nine elements of each table. With such sizes use the other forms.
  * dst must not overlap a source.
@@ -3638,7 +3637,9 @@ ZONM_API ZonStatus zonmFrobNorm_ma_64f_P(
  * Checks: standard orders. After them zonStsSingular, at the first matrix that fails: those
  * before it are complete, those behind it untouched, in dst and in pivots. The failing one, at
  * step p: at size 3 to 6 the rows pivots[0] to pivots[p-1] of dst are final, the others as they
- * were; at other sizes dst is src with the steps before p applied.
+ * were, and pivots holds the exchange of step p; at other sizes dst is src with the steps before
+ * p applied, and pivots holds the exchanges of those.
+ * Bits: multipliers are products with 1/pivot; the last one at size 3 to 6 is a quotient.
  * A NaN is no failure and spreads.
  * In place: dst may be src with the same layout.
  */

@@ -274,8 +274,7 @@ TEST(LUBackSubst, SolvesWhatWasDecomposed)
             }
 }
 
-// Operands in one memory. Offsets and strides in elements; the pivots lie behind all, or where the
-// results of earlier objects overwrite them.
+// Operands in one memory. Offsets and strides in elements; the pivots lie behind all.
 struct Arrangement {
     const char *what;
     int b, dst, bStride0, dstStride0, stride2;

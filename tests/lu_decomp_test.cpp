@@ -232,8 +232,7 @@ TEST(LUDecomp, EndsAtTheFirstSingularObject)
             for (int count = 1; count <= 9; ++count)
                 for (int singular = 0; singular < count; ++singular) {
                     Random random(seed);
-                    // A column that depends on those before it makes the pivot of its step vanish;
-                    // small integers keep that exact.
+                    // A column of zeros stays one, and its step has no pivot.
                     const int step = random.below(n);
                     Decomposition d(*e, seed++, n, count, [&](int k, int i, int j) {
                         const double big = i == j ? 64 : random.between(-1, 1);

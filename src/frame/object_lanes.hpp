@@ -186,9 +186,6 @@ ZONM_INLINED inline Lanes abs(Lanes a)
 // a > b ? a : b, so b wherever one of the two is a NaN.
 ZONM_INLINED inline Lanes larger(Lanes a, Lanes b) { return {largerOf(a.v, b.v)}; }
 
-// a where the mask is set, else b.
-ZONM_INLINED inline Lanes select(LaneBits mask, Lanes a, Lanes b) { return b ^ (mask & (a ^ b)); }
-
 // The numbers element(0), element(1), ..., one for each lane. Compilers load rows that are gathered
 // element by element in wider pieces.
 template <class F> ZONM_INLINED inline Lanes gather(F element)

@@ -5,9 +5,8 @@
 //   y(i) = b(i) - sum over j < i of L(i, j) y(j)
 //   x(i) = (y(i) - sum over j > i of U(i, j) x(j)) / U(i, i)
 //
-//   sizes 3 to 6   y and x are kept in double and x is rounded once. The products are subtracted
-//   one
-//                  by one, the nearest column first: j = i-1 down to 0 for y, i+1 up to N-1 for x.
+//   sizes 3 to 6   y and x are kept in double and x is rounded once. Products are subtracted one by
+//                  one, the nearest column first: j = i-1 down to 0 for y, i+1 up to N-1 for x.
 //                  dst is written after all of src1 and src2 is read, so it may be src2. One matrix
 //                  for many vectors (mva) is multiplied with the reciprocals of its diagonal.
 //   other sizes    the sum is formed in ascending order of j, then subtracted. dst holds y, then x,
