@@ -7,6 +7,7 @@ set(ZONM_SOURCES
   src/frame/attach.cpp
   src/frame/generated/exports.cpp
   src/frame/version.cpp
+  src/products/matrix_product.cpp
   src/solvers/lu_back_subst.cpp
   src/solvers/lu_decomp.cpp
 )
@@ -20,6 +21,11 @@ endif()
 if(ZONM_ARCH)
   list(APPEND ZONM_ARITHMETIC -march=${ZONM_ARCH})
 endif()
+
+# The products are written in an order in which registers suffice; this pass of GCC would put off
+# the arithmetic to the stores and spill.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
+  COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
 # One set of objects serves the shared and the static library.
 add_library(zonm_objects OBJECT ${ZONM_SOURCES})
@@ -42,7 +48,7 @@ add_library(zonm SHARED $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm_static STATIC $<TARGET_OBJECTS:zonm_objects>)
 add_library(zonm::zonm ALIAS zonm)
 add_library(zonm::static ALIAS zonm_static)
-# Linked as C, so that the C++ run-time library is not even named.
+# Linked as C, and only with what is used: the C++ run-time library is not even named.
 set_target_properties(zonm zonm_static PROPERTIES LINKER_LANGUAGE C)
 set_target_properties(zonm PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -58,6 +64,7 @@ if(WIN32)
   target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
 else()
   set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
-  target_link_options(zonm PRIVATE -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro)
+  target_link_options(zonm PRIVATE
+    -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
   set_target_properties(zonm PROPERTIES LINK_DEPENDS ${ZONM_MAP})
 endif()

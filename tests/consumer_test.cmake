@@ -22,7 +22,7 @@ run(${CMAKE_COMMAND} --build ${WORK}/find_package)
 run(${CMAKE_CTEST_COMMAND} --test-dir ${WORK}/find_package)
 
 run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${ZONM_SOURCE}/tests/consumer -B ${WORK}/subdirectory
-  ${compilers} -DZONM_SOURCE_TREE=${ZONM_SOURCE})
+  ${compilers} -DZONM_SOURCE_TREE=${ZONM_SOURCE} -DCMAKE_BUILD_TYPE=Debug)
 run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
 run(${CMAKE_CTEST_COMMAND} --test-dir ${WORK}/subdirectory)
 

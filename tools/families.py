@@ -23,6 +23,7 @@ class Built:
 BUILT = {
     "version": Built("frame"),
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
+    "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
 }

@@ -31,24 +31,37 @@ template <class T, template <class> class Objects> struct SumOfSteps {
     ptrdiff_t width, height, count;
 };
 
-// The literal order, for any steps and any overlap.
-template <class Op, class T, template <class> class Objects>
-[[gnu::noinline]] void sumObject(const SumOfSteps<T, Objects> &s, std::byte *dstBase,
-                                 const std::byte *base1, const std::byte *base2)
+// The literal order, for any steps and any overlap. N is the size where that is a constant, else 0.
+template <class Op, class T, int N = 0, template <class> class Objects>
+inline void sumObject(const SumOfSteps<T, Objects> &s, std::byte *dstBase, const std::byte *base1,
+                      const std::byte *base2)
 {
     const StridedMatrix<const T> a(base1, s.rowStep1, s.columnStep1);
     const StridedMatrix<const T> b(base2, s.rowStep2, s.columnStep2);
     const StridedMatrix<T> dst(dstBase, s.rowStepDst, s.columnStepDst);
-    for (ptrdiff_t i = 0; i < s.height; ++i)
-        for (ptrdiff_t j = 0; j < s.width; ++j)
+    for (ptrdiff_t i = 0; i < (N ? N : s.height); ++i)
+        for (ptrdiff_t j = 0; j < (N ? N : s.width); ++j)
             dst.set(i, j, Op::apply(a(i, j), b(i, j)));
+}
+
+template <class Op, int N, class T, template <class> class Objects>
+void sumObjects(const SumOfSteps<T, Objects> &s)
+{
+    for (ptrdiff_t k = 0; k < s.count; ++k)
+        sumObject<Op, T, N>(s, s.dst(k), s.src1(k), s.src2(k));
 }
 
 template <class Op, class T, template <class> class Objects>
 void sumByElement(const SumOfSteps<T, Objects> &s)
 {
-    for (ptrdiff_t k = 0; k < s.count; ++k)
-        sumObject<Op, T>(s, s.dst(k), s.src1(k), s.src2(k));
+    constexpr bool tables = std::is_same_v<Objects<T>, Tabled<T>>;
+    switch (!tables && s.width == s.height ? s.width : 0) {
+    case 3: return sumObjects<Op, 3>(s);
+    case 4: return sumObjects<Op, 4>(s);
+    case 5: return sumObjects<Op, 5>(s);
+    case 6: return sumObjects<Op, 6>(s);
+    default: return sumObjects<Op, 0>(s);
+    }
 }
 
 // Dense rows ------------------------------------------------------------------------------------
@@ -67,6 +80,13 @@ inline bool keepsOrder(const std::byte *dst, const std::byte *src, ptrdiff_t gro
     return most <= 0 || least >= registerBytes;
 }
 
+template <class Op, class T, template <class> class Objects>
+[[gnu::noinline]] void sumUnorderedObject(const SumOfSteps<T, Objects> &s, std::byte *dst,
+                                          const std::byte *a, const std::byte *b)
+{
+    sumObject<Op, T>(s, dst, a, b);
+}
+
 // Calls `rows(dst, src1, src2)` for each object whose order survives packs, and does others
 // literally.
 template <class Op, class T, template <class> class Objects, class Rows>
@@ -80,7 +100,7 @@ inline void forEachObject(const SumOfSteps<T, Objects> &s, Rows rows)
                 return keepsOrder(dst, src, 0, (s.height - 1) * (s.rowStepDst - rowStep));
             };
             if (!ordered(a, s.rowStep1) || !ordered(b, s.rowStep2)) {
-                sumObject<Op, T>(s, dst, a, b);
+                sumUnorderedObject<Op>(s, dst, a, b);
                 continue;
             }
         }
@@ -180,39 +200,51 @@ template <class T> struct SumOfElements {
     ptrdiff_t step1, step2, stepDst; // from object to object; 0 for a single operand
     ptrdiff_t count;
 
-    void next()
+    // The call as object k sees it.
+    SumOfElements at(ptrdiff_t k) const
     {
-        src1.offset += step1;
-        src2.offset += step2;
-        dst.offset += stepDst;
+        SumOfElements object = *this;
+        object.src1.offset += k * step1;
+        object.src2.offset += k * step2;
+        object.dst.offset += k * stepDst;
+        return object;
     }
 };
 
-template <class Op, class T> void sumByElement(SumOfElements<T> s, Shape shape)
+template <class Op, class T> void sumByElement(const SumOfElements<T> &s, Shape shape)
 {
-    for (ptrdiff_t k = 0; k < s.count; ++k, s.next())
+    for (ptrdiff_t k = 0; k < s.count; ++k) {
+        const auto object = s.at(k);
         for (ptrdiff_t i = 0; i < shape.height; ++i)
             for (ptrdiff_t j = 0; j < shape.width; ++j)
-                s.dst.set(i, j, Op::apply(s.src1(i, j), s.src2(i, j)));
+                object.dst.set(i, j, Op::apply(object.src1(i, j), object.src2(i, j)));
+    }
 }
 
 // Sizes 3 to 6: the sources are read before the first store, a single one once for all objects.
-template <class Op, class T> void sumWholeObjects(SumOfElements<T> s, ptrdiff_t n)
+template <class Op, class T> void sumWholeObjects(const SumOfElements<T> &s, ptrdiff_t n)
 {
     T a[6 * 6], b[6 * 6];
-    const auto read = [n](T *values, const ScatteredMatrix<const T> &src) {
+    const auto read = [n](T *values, const ScatteredMatrix<const T> src) {
         for (ptrdiff_t i = 0; i < n; ++i)
             for (ptrdiff_t j = 0; j < n; ++j)
                 *values++ = src(i, j);
     };
-    for (ptrdiff_t k = 0; k < s.count; ++k, s.next()) {
-        if (k == 0 || s.step1 != 0)
-            read(a, s.src1);
-        if (k == 0 || s.step2 != 0)
-            read(b, s.src2);
+    auto src1 = s.src1, src2 = s.src2;
+    auto dst = s.dst;
+    read(a, src1);
+    read(b, src2);
+    for (ptrdiff_t k = 0; k < s.count; ++k) {
+        if (k > 0) {
+            src1.offset += s.step1, src2.offset += s.step2, dst.offset += s.stepDst;
+            if (s.step1 != 0)
+                read(a, src1);
+            if (s.step2 != 0)
+                read(b, src2);
+        }
         for (ptrdiff_t i = 0; i < n; ++i)
             for (ptrdiff_t j = 0; j < n; ++j)
-                s.dst.set(i, j, Op::apply(a[i * n + j], b[i * n + j]));
+                dst.set(i, j, Op::apply(a[i * n + j], b[i * n + j]));
     }
 }
 
@@ -223,9 +255,9 @@ inline constexpr bool readsWholeObjects = !(A::many && !A::transposed && B::tran
 template <class Op, bool WholeObjects, class T>
 [[gnu::noinline]] void sumElements(const SumOfElements<T> &s, Shape shape)
 {
-    const bool hasWholeObjectPath =
+    const bool whole =
         WholeObjects && shape.width == shape.height && 3 <= shape.width && shape.width <= 6;
-    if (hasWholeObjectPath)
+    if (whole)
         sumWholeObjects<Op>(s, shape.width);
     else
         sumByElement<Op>(s, shape);
@@ -321,13 +353,13 @@ ZonStatus sumStrided(A src1, B src2, D dst, Shape shape, int32_t count)
         const ptrdiff_t elements = ptrdiff_t(shape.width) * shape.height;
         const bool packed =
             (gaps(src1, shape, count) | gaps(src2, shape, count) | gaps(dst, shape, count)) == 0;
-        if constexpr (A::many == B::many) {
-            if (packed && keepsOrder(d, a, 0, 0) && keepsOrder(d, b, 0, 0))
-                return sumRun<Op, T>(d, a, b, elements * count);
-        } else if constexpr (A::many) {
+        const bool ordered = keepsOrder(d, a, 0, 0) && keepsOrder(d, b, 0, 0);
+        if (packed && (A::many == B::many || count == 1) && ordered)
+            return sumRun<Op, T>(d, a, b, elements * count);
+        if constexpr (A::many && !B::many) {
             if (packed && mayTile<T>(d, a, b, elements, count))
                 return sumTiled<Op, T>(d, a, b, elements, count);
-        } else {
+        } else if constexpr (B::many && !A::many) {
             if (packed && mayTile<T>(d, b, a, elements, count))
                 return sumTiled<Swapped<Op>, T>(d, b, a, elements, count);
         }

@@ -373,10 +373,21 @@ Signature general(const Family &f, const std::string &group, const std::string &
     addSteps(s);
 
     if (std::ranges::any_of(s.steps, [](auto &step) { return step.name == "shapes"; })) {
-        // One more column than rows for QR; one more in the inner length of a product.
-        const bool qr = s.name.starts_with("zonmQR");
-        s.shapeArgument = qr ? "width" : letters[0].kind == 't' ? "src1Height" : "src1Width";
-        s.shapeOffset = 1;
+        if (s.name.starts_with("zonmQR")) {
+            s.misfits = {{"width", 1}, {"height", -1}};
+        } else {
+            // The inner length of both operands, and for Gaxpy the length of the result.
+            const char second = letters[1].kind;
+            std::vector<std::string> inner = {letters[0].kind == 't' ? "src1Height" : "src1Width",
+                                              second == 'v'   ? "src2Len"
+                                              : second == 't' ? "src2Width"
+                                                              : "src2Height"};
+            if (s.name.starts_with("zonmGaxpy"))
+                inner.insert(inner.end(), {"src1Height", "src3Len"});
+            for (const std::string &argument : inner)
+                for (const int change : {-1, 1})
+                    s.misfits.emplace_back(argument, change);
+        }
     }
     return s;
 }

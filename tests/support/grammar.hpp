@@ -26,9 +26,8 @@ struct Signature {
     std::string name;
     std::vector<Argument> arguments;
     std::vector<Step> steps;
-    // Sizes that do not fit together, all others being equal: argument and the value to give it.
-    std::string shapeArgument;
-    int shapeOffset = 0; // added to the common size
+    // Where shapes are judged: what to add to one of the sizes, all being equal, for a misfit.
+    std::vector<std::pair<std::string, int>> misfits;
 };
 
 // The status of a step's fault.

@@ -459,30 +459,30 @@ const zonm::ExportTable zonm::exportTable = {
     .zonmMul_mac_64f = nullptr,
     .zonmMul_mac_64f_L = nullptr,
     .zonmMul_mac_64f_P = nullptr,
-    .zonmMul_mam_32f = nullptr,
-    .zonmMul_mam_32f_L = nullptr,
-    .zonmMul_mam_32f_P = nullptr,
-    .zonmMul_mam_64f = nullptr,
-    .zonmMul_mam_64f_L = nullptr,
-    .zonmMul_mam_64f_P = nullptr,
-    .zonmMul_mama_32f = nullptr,
-    .zonmMul_mama_32f_L = nullptr,
-    .zonmMul_mama_32f_P = nullptr,
-    .zonmMul_mama_64f = nullptr,
-    .zonmMul_mama_64f_L = nullptr,
-    .zonmMul_mama_64f_P = nullptr,
-    .zonmMul_mat_32f = nullptr,
-    .zonmMul_mat_32f_L = nullptr,
-    .zonmMul_mat_32f_P = nullptr,
-    .zonmMul_mat_64f = nullptr,
-    .zonmMul_mat_64f_L = nullptr,
-    .zonmMul_mat_64f_P = nullptr,
-    .zonmMul_mata_32f = nullptr,
-    .zonmMul_mata_32f_L = nullptr,
-    .zonmMul_mata_32f_P = nullptr,
-    .zonmMul_mata_64f = nullptr,
-    .zonmMul_mata_64f_L = nullptr,
-    .zonmMul_mata_64f_P = nullptr,
+    .zonmMul_mam_32f = entry::zonmMul_mam_32f,
+    .zonmMul_mam_32f_L = entry::zonmMul_mam_32f_L,
+    .zonmMul_mam_32f_P = entry::zonmMul_mam_32f_P,
+    .zonmMul_mam_64f = entry::zonmMul_mam_64f,
+    .zonmMul_mam_64f_L = entry::zonmMul_mam_64f_L,
+    .zonmMul_mam_64f_P = entry::zonmMul_mam_64f_P,
+    .zonmMul_mama_32f = entry::zonmMul_mama_32f,
+    .zonmMul_mama_32f_L = entry::zonmMul_mama_32f_L,
+    .zonmMul_mama_32f_P = entry::zonmMul_mama_32f_P,
+    .zonmMul_mama_64f = entry::zonmMul_mama_64f,
+    .zonmMul_mama_64f_L = entry::zonmMul_mama_64f_L,
+    .zonmMul_mama_64f_P = entry::zonmMul_mama_64f_P,
+    .zonmMul_mat_32f = entry::zonmMul_mat_32f,
+    .zonmMul_mat_32f_L = entry::zonmMul_mat_32f_L,
+    .zonmMul_mat_32f_P = entry::zonmMul_mat_32f_P,
+    .zonmMul_mat_64f = entry::zonmMul_mat_64f,
+    .zonmMul_mat_64f_L = entry::zonmMul_mat_64f_L,
+    .zonmMul_mat_64f_P = entry::zonmMul_mat_64f_P,
+    .zonmMul_mata_32f = entry::zonmMul_mata_32f,
+    .zonmMul_mata_32f_L = entry::zonmMul_mata_32f_L,
+    .zonmMul_mata_32f_P = entry::zonmMul_mata_32f_P,
+    .zonmMul_mata_64f = entry::zonmMul_mata_64f,
+    .zonmMul_mata_64f_L = entry::zonmMul_mata_64f_L,
+    .zonmMul_mata_64f_P = entry::zonmMul_mata_64f_P,
     .zonmMul_mav_32f = nullptr,
     .zonmMul_mav_32f_L = nullptr,
     .zonmMul_mav_32f_P = nullptr,
@@ -500,26 +500,26 @@ const zonm::ExportTable zonm::exportTable = {
     .zonmMul_mc_64f = nullptr,
     .zonmMul_mc_64f_P = nullptr,
     .zonmMul_mm4x4_32f = nullptr,
-    .zonmMul_mm_32f = nullptr,
-    .zonmMul_mm_32f_P = nullptr,
-    .zonmMul_mm_64f = nullptr,
-    .zonmMul_mm_64f_P = nullptr,
-    .zonmMul_mma_32f = nullptr,
-    .zonmMul_mma_32f_L = nullptr,
-    .zonmMul_mma_32f_P = nullptr,
-    .zonmMul_mma_64f = nullptr,
-    .zonmMul_mma_64f_L = nullptr,
-    .zonmMul_mma_64f_P = nullptr,
-    .zonmMul_mt_32f = nullptr,
-    .zonmMul_mt_32f_P = nullptr,
-    .zonmMul_mt_64f = nullptr,
-    .zonmMul_mt_64f_P = nullptr,
-    .zonmMul_mta_32f = nullptr,
-    .zonmMul_mta_32f_L = nullptr,
-    .zonmMul_mta_32f_P = nullptr,
-    .zonmMul_mta_64f = nullptr,
-    .zonmMul_mta_64f_L = nullptr,
-    .zonmMul_mta_64f_P = nullptr,
+    .zonmMul_mm_32f = entry::zonmMul_mm_32f,
+    .zonmMul_mm_32f_P = entry::zonmMul_mm_32f_P,
+    .zonmMul_mm_64f = entry::zonmMul_mm_64f,
+    .zonmMul_mm_64f_P = entry::zonmMul_mm_64f_P,
+    .zonmMul_mma_32f = entry::zonmMul_mma_32f,
+    .zonmMul_mma_32f_L = entry::zonmMul_mma_32f_L,
+    .zonmMul_mma_32f_P = entry::zonmMul_mma_32f_P,
+    .zonmMul_mma_64f = entry::zonmMul_mma_64f,
+    .zonmMul_mma_64f_L = entry::zonmMul_mma_64f_L,
+    .zonmMul_mma_64f_P = entry::zonmMul_mma_64f_P,
+    .zonmMul_mt_32f = entry::zonmMul_mt_32f,
+    .zonmMul_mt_32f_P = entry::zonmMul_mt_32f_P,
+    .zonmMul_mt_64f = entry::zonmMul_mt_64f,
+    .zonmMul_mt_64f_P = entry::zonmMul_mt_64f_P,
+    .zonmMul_mta_32f = entry::zonmMul_mta_32f,
+    .zonmMul_mta_32f_L = entry::zonmMul_mta_32f_L,
+    .zonmMul_mta_32f_P = entry::zonmMul_mta_32f_P,
+    .zonmMul_mta_64f = entry::zonmMul_mta_64f,
+    .zonmMul_mta_64f_L = entry::zonmMul_mta_64f_L,
+    .zonmMul_mta_64f_P = entry::zonmMul_mta_64f_P,
     .zonmMul_mv_32f = nullptr,
     .zonmMul_mv_32f_P = nullptr,
     .zonmMul_mv_64f = nullptr,
@@ -536,30 +536,30 @@ const zonm::ExportTable zonm::exportTable = {
     .zonmMul_tac_64f = nullptr,
     .zonmMul_tac_64f_L = nullptr,
     .zonmMul_tac_64f_P = nullptr,
-    .zonmMul_tam_32f = nullptr,
-    .zonmMul_tam_32f_L = nullptr,
-    .zonmMul_tam_32f_P = nullptr,
-    .zonmMul_tam_64f = nullptr,
-    .zonmMul_tam_64f_L = nullptr,
-    .zonmMul_tam_64f_P = nullptr,
-    .zonmMul_tama_32f = nullptr,
-    .zonmMul_tama_32f_L = nullptr,
-    .zonmMul_tama_32f_P = nullptr,
-    .zonmMul_tama_64f = nullptr,
-    .zonmMul_tama_64f_L = nullptr,
-    .zonmMul_tama_64f_P = nullptr,
-    .zonmMul_tat_32f = nullptr,
-    .zonmMul_tat_32f_L = nullptr,
-    .zonmMul_tat_32f_P = nullptr,
-    .zonmMul_tat_64f = nullptr,
-    .zonmMul_tat_64f_L = nullptr,
-    .zonmMul_tat_64f_P = nullptr,
-    .zonmMul_tata_32f = nullptr,
-    .zonmMul_tata_32f_L = nullptr,
-    .zonmMul_tata_32f_P = nullptr,
-    .zonmMul_tata_64f = nullptr,
-    .zonmMul_tata_64f_L = nullptr,
-    .zonmMul_tata_64f_P = nullptr,
+    .zonmMul_tam_32f = entry::zonmMul_tam_32f,
+    .zonmMul_tam_32f_L = entry::zonmMul_tam_32f_L,
+    .zonmMul_tam_32f_P = entry::zonmMul_tam_32f_P,
+    .zonmMul_tam_64f = entry::zonmMul_tam_64f,
+    .zonmMul_tam_64f_L = entry::zonmMul_tam_64f_L,
+    .zonmMul_tam_64f_P = entry::zonmMul_tam_64f_P,
+    .zonmMul_tama_32f = entry::zonmMul_tama_32f,
+    .zonmMul_tama_32f_L = entry::zonmMul_tama_32f_L,
+    .zonmMul_tama_32f_P = entry::zonmMul_tama_32f_P,
+    .zonmMul_tama_64f = entry::zonmMul_tama_64f,
+    .zonmMul_tama_64f_L = entry::zonmMul_tama_64f_L,
+    .zonmMul_tama_64f_P = entry::zonmMul_tama_64f_P,
+    .zonmMul_tat_32f = entry::zonmMul_tat_32f,
+    .zonmMul_tat_32f_L = entry::zonmMul_tat_32f_L,
+    .zonmMul_tat_32f_P = entry::zonmMul_tat_32f_P,
+    .zonmMul_tat_64f = entry::zonmMul_tat_64f,
+    .zonmMul_tat_64f_L = entry::zonmMul_tat_64f_L,
+    .zonmMul_tat_64f_P = entry::zonmMul_tat_64f_P,
+    .zonmMul_tata_32f = entry::zonmMul_tata_32f,
+    .zonmMul_tata_32f_L = entry::zonmMul_tata_32f_L,
+    .zonmMul_tata_32f_P = entry::zonmMul_tata_32f_P,
+    .zonmMul_tata_64f = entry::zonmMul_tata_64f,
+    .zonmMul_tata_64f_L = entry::zonmMul_tata_64f_L,
+    .zonmMul_tata_64f_P = entry::zonmMul_tata_64f_P,
     .zonmMul_tav_32f = nullptr,
     .zonmMul_tav_32f_L = nullptr,
     .zonmMul_tav_32f_P = nullptr,
@@ -576,26 +576,26 @@ const zonm::ExportTable zonm::exportTable = {
     .zonmMul_tc_32f_P = nullptr,
     .zonmMul_tc_64f = nullptr,
     .zonmMul_tc_64f_P = nullptr,
-    .zonmMul_tm_32f = nullptr,
-    .zonmMul_tm_32f_P = nullptr,
-    .zonmMul_tm_64f = nullptr,
-    .zonmMul_tm_64f_P = nullptr,
-    .zonmMul_tma_32f = nullptr,
-    .zonmMul_tma_32f_L = nullptr,
-    .zonmMul_tma_32f_P = nullptr,
-    .zonmMul_tma_64f = nullptr,
-    .zonmMul_tma_64f_L = nullptr,
-    .zonmMul_tma_64f_P = nullptr,
-    .zonmMul_tt_32f = nullptr,
-    .zonmMul_tt_32f_P = nullptr,
-    .zonmMul_tt_64f = nullptr,
-    .zonmMul_tt_64f_P = nullptr,
-    .zonmMul_tta_32f = nullptr,
-    .zonmMul_tta_32f_L = nullptr,
-    .zonmMul_tta_32f_P = nullptr,
-    .zonmMul_tta_64f = nullptr,
-    .zonmMul_tta_64f_L = nullptr,
-    .zonmMul_tta_64f_P = nullptr,
+    .zonmMul_tm_32f = entry::zonmMul_tm_32f,
+    .zonmMul_tm_32f_P = entry::zonmMul_tm_32f_P,
+    .zonmMul_tm_64f = entry::zonmMul_tm_64f,
+    .zonmMul_tm_64f_P = entry::zonmMul_tm_64f_P,
+    .zonmMul_tma_32f = entry::zonmMul_tma_32f,
+    .zonmMul_tma_32f_L = entry::zonmMul_tma_32f_L,
+    .zonmMul_tma_32f_P = entry::zonmMul_tma_32f_P,
+    .zonmMul_tma_64f = entry::zonmMul_tma_64f,
+    .zonmMul_tma_64f_L = entry::zonmMul_tma_64f_L,
+    .zonmMul_tma_64f_P = entry::zonmMul_tma_64f_P,
+    .zonmMul_tt_32f = entry::zonmMul_tt_32f,
+    .zonmMul_tt_32f_P = entry::zonmMul_tt_32f_P,
+    .zonmMul_tt_64f = entry::zonmMul_tt_64f,
+    .zonmMul_tt_64f_P = entry::zonmMul_tt_64f_P,
+    .zonmMul_tta_32f = entry::zonmMul_tta_32f,
+    .zonmMul_tta_32f_L = entry::zonmMul_tta_32f_L,
+    .zonmMul_tta_32f_P = entry::zonmMul_tta_32f_P,
+    .zonmMul_tta_64f = entry::zonmMul_tta_64f,
+    .zonmMul_tta_64f_L = entry::zonmMul_tta_64f_L,
+    .zonmMul_tta_64f_P = entry::zonmMul_tta_64f_P,
     .zonmMul_tv_32f = nullptr,
     .zonmMul_tv_32f_P = nullptr,
     .zonmMul_tv_64f = nullptr,
@@ -1713,6 +1713,1062 @@ ZonStatus zonmLUDecomp_ma_64f_P(
 {
     return exportTable.zonmLUDecomp_ma_64f_P(src, srcShift, srcStride0, pivots, dst, dstShift,
         dstStride0, size, count);
+}
+
+ZonStatus zonmMul_mam_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mam_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mam_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mam_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mam_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mam_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mam_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mama_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mama_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mama_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mama_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mama_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mama_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mama_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mat_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mat_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mat_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mat_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mat_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mat_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mat_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mata_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mata_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mata_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mata_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mata_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_mata_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mata_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mm_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_mm_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_mm_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_mm_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_mm_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_mm_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_mm_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_mm_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_mma_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mma_32f_L(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_32f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mma_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mma_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mma_64f_L(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_64f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mma_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mma_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mt_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_mt_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_mt_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_mt_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_mt_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_mt_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_mt_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_mt_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_mta_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mta_32f_L(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_32f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mta_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_mta_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mta_64f_L(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_64f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_mta_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_mta_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tam_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tam_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tam_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tam_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tam_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tam_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tam_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tama_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tama_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tama_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tama_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tama_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tama_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tama_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tat_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tat_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tat_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tat_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tat_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tat_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tat_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tata_32f(
+    const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_32f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tata_32f_L(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_32f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tata_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_32f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tata_64f(
+    const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_64f(src1, src1Stride0, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst,
+        dstStride0, dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tata_64f_L(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
+        int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_64f_L(src1, src1Shift, src1Stride1, src1Stride2, src1Width,
+        src1Height, src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift,
+        dstStride1, dstStride2, count);
+}
+
+ZonStatus zonmMul_tata_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tata_64f_P(src1, src1Shift, src1Stride0, src1Width, src1Height, src2,
+        src2Shift, src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tm_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_tm_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_tm_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_tm_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_tm_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_tm_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_tm_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_tm_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_tma_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tma_32f_L(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_32f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tma_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tma_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tma_64f_L(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_64f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tma_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tma_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tt_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    float *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_tt_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_tt_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_tt_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_tt_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
+        int32_t src2Height,
+    double *dst, int32_t dstStride1, int32_t dstStride2)
+{
+    return exportTable.zonmMul_tt_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride1, dstStride2);
+}
+
+ZonStatus zonmMul_tt_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift)
+{
+    return exportTable.zonmMul_tt_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Width, src2Height, dst, dstShift);
+}
+
+ZonStatus zonmMul_tta_32f(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_32f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tta_32f_L(
+    const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_32f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tta_32f_P(
+    const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    float *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_32f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
+}
+
+ZonStatus zonmMul_tta_64f(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_64f(src1, src1Stride1, src1Stride2, src1Width, src1Height, src2,
+        src2Stride0, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstStride0, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tta_64f_L(
+    const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
+        int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
+        int32_t src2Width, int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_64f_L(src1, src1Stride1, src1Stride2, src1Width, src1Height,
+        src2, src2Shift, src2Stride1, src2Stride2, src2Width, src2Height, dst, dstShift, dstStride1,
+        dstStride2, count);
+}
+
+ZonStatus zonmMul_tta_64f_P(
+    const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
+    const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
+        int32_t src2Height,
+    double *const *dst, int32_t dstShift, int32_t dstStride0,
+    int32_t count)
+{
+    return exportTable.zonmMul_tta_64f_P(src1, src1Shift, src1Width, src1Height, src2, src2Shift,
+        src2Stride0, src2Width, src2Height, dst, dstShift, dstStride0, count);
 }
 
 ZonStatus zonmSub_mam_32f(

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+// The peers, each under one name for both element types.
+#pragma once
+
+#include <Eigen/Dense>
+
+#include <string>
+
+#ifdef BENCH_OPENBLAS
+#include <cblas.h>
+extern "C" {
+void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
+void dgetrf_(const int *, const int *, double *, const int *, int *, int *);
+void sgetrs_(const char *, const int *, const int *, const float *, const int *, const int *,
+             float *, const int *, int *);
+void dgetrs_(const char *, const int *, const int *, const double *, const int *, const int *,
+             double *, const int *, int *);
+}
+#endif
+
+#ifdef BENCH_LIBXSMM
+#include <libxsmm.h>
+#endif
+
+namespace bench
+{
+
+// Eigen ----------------------------------------------------------------------------------------
+
+template <class T, int N> using RowMajor = Eigen::Matrix<T, N, N, Eigen::RowMajor>;
+template <class T, int N> using ColumnMajor = Eigen::Matrix<T, N, N, Eigen::ColMajor>;
+template <class T, int N> using ColumnVector = Eigen::Matrix<T, N, 1>;
+
+// Dense objects one behind the other are an array of Eigen's.
+template <class M, class T> M *as(T *data) { return reinterpret_cast<M *>(data); }
+
+using AnyStride = Eigen::Stride<Eigen::Dynamic, Eigen::Dynamic>;
+template <class M> using Strided = Eigen::Map<M, Eigen::Unaligned, AnyStride>;
+
+// An object behind run-time strides, as a zonm call without array describes it. Byte strides.
+template <class M, class T> Strided<M> strided(T *p, int stride1, int stride2)
+{
+    return Strided<M>(p, AnyStride(stride1 / int(sizeof(T)), stride2 / int(sizeof(T))));
+}
+
+// OpenBLAS -------------------------------------------------------------------------------------
+
+#ifdef BENCH_OPENBLAS
+inline void gemm(int n, const float *a, const float *b, float *c)
+{
+    cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1, a, n, b, n, 0, c, n);
+}
+inline void gemm(int n, const double *a, const double *b, double *c)
+{
+    cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1, a, n, b, n, 0, c, n);
+}
+// In place, on a column-major matrix.
+inline int getrf(int n, float *a, int *pivots)
+{
+    int info;
+    sgetrf_(&n, &n, a, &n, pivots, &info);
+    return info;
+}
+inline int getrf(int n, double *a, int *pivots)
+{
+    int info;
+    dgetrf_(&n, &n, a, &n, pivots, &info);
+    return info;
+}
+inline int getrs(int n, int vectors, const float *lu, const int *pivots, float *x)
+{
+    int info;
+    sgetrs_("N", &n, &vectors, lu, &n, pivots, x, &n, &info);
+    return info;
+}
+inline int getrs(int n, int vectors, const double *lu, const int *pivots, double *x)
+{
+    int info;
+    dgetrs_("N", &n, &vectors, lu, &n, pivots, x, &n, &info);
+    return info;
+}
+#endif
+
+// LIBXSMM --------------------------------------------------------------------------------------
+
+#ifdef BENCH_LIBXSMM
+// Its kernels are column-major: as rows, kernel(b, a, c) is c = a b.
+inline auto xsmmKernel(int n, float)
+{
+    const float one = 1, zero = 0;
+    return libxsmm_smmdispatch(n, n, n, nullptr, nullptr, nullptr, &one, &zero, nullptr, nullptr);
+}
+inline auto xsmmKernel(int n, double)
+{
+    const double one = 1, zero = 0;
+    return libxsmm_dmmdispatch(n, n, n, nullptr, nullptr, nullptr, &one, &zero, nullptr, nullptr);
+}
+#endif
+
+// Names and versions; holds OpenBLAS to one thread.
+template <class Say> void introducePeers(Say say)
+{
+    say("Eigen", std::to_string(EIGEN_WORLD_VERSION) + '.' + std::to_string(EIGEN_MAJOR_VERSION) +
+                     '.' + std::to_string(EIGEN_MINOR_VERSION));
+#ifdef BENCH_OPENBLAS
+    openblas_set_num_threads(1);
+    std::string version = openblas_get_config(); // "OpenBLAS 0.3.21 ..."
+    version = version.substr(version.find(' ') + 1);
+    version = version.substr(0, version.find(' '));
+    say("OpenBLAS", version + ", kernels for " + openblas_get_corename() + ", one thread");
+#endif
+#ifdef BENCH_LIBXSMM
+    say("LIBXSMM", std::string(LIBXSMM_VERSION) + ", code for " + libxsmm_get_target_arch());
+#endif
+}
+
+} // namespace bench

@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Markdown tables from the figures of a run: table.py docs/benchmarks.json > docs/benchmarks.md"""
+
+import json
+import math
+import sys
+
+OURS = ["zonm", "zonm _L", "zonm _P"]
+PEERS = ["Eigen", "Eigen dynamic", "OpenBLAS", "LIBXSMM"]
+
+GROUPS = {
+    "sums": ("Matrix sums", """\
+Dense rows. The last count of each size is beyond the caches. `zonmAdd_mm` is one call per object,
+over as many objects as the count says; beside it, and at count 1, Eigen stands behind a function
+call with run-time strides. Elsewhere it is fixed-size code over an array."""),
+    "product": ("Matrix product", """\
+Square matrices, dense rows, operands within the second-level cache. *Limit*: the share of the
+machine's rate of packed `64f` multiplications and additions, {limit} Gflop/s at the register width
+of this build, that `zonm` reaches; it is the limit for `32f` too, whose products are formed in double.
+OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, whatever the build.
+The peers multiply `32f` in single precision."""),
+    "product_narrow": ("Matrix product, all at the width of the baseline", """\
+As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte registers."""),
+    "lu": ("LU decomposition and back substitution", """\
+20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
+sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Beside the single forms, Eigen stands behind a
+function call with run-time strides. LAPACK's copying of what it overwrites is timed."""),
+}
+
+
+def geometric_mean(values):
+    return math.exp(sum(map(math.log, values)) / len(values))
+
+
+def number(value):
+    return f"{value:.3g}" if value < 1000 else f"{value:.0f}"
+
+
+def line(cells):
+    return "| " + " | ".join(cells) + " |\n"
+
+
+class Operation:
+    """The rows of one operation in one element type; a figure is the least of the repetitions."""
+
+    def __init__(self, name, type_, rows):
+        self.name = name
+        self.type = type_
+        self.rows = [(size, count, {who: t[0] for who, t in times.items()})
+                     for *_, size, count, times in rows]
+        present = {who for *_, times in self.rows for who in times}
+        self.ours = [who for who in OURS if who in present]
+        self.peers = [who for who in PEERS if who in present]
+
+    def ratios(self, who):
+        """zonm's time over the contestant's."""
+        return [times["zonm"] / times[who] for *_, times in self.rows if who in times]
+
+    def table(self, limit):
+        text = line(["N", "count"] + [w.replace("zonm _", "_") for w in self.ours] +
+                    ["limit"] * bool(limit) + self.peers)
+        text += line(["---:"] * (2 + len(self.ours) + bool(limit) + len(self.peers)))
+        for size, count, times in self.rows:
+            cells = [str(size), str(count)]
+            cells += [number(times[w]) if w in times else "" for w in self.ours]
+            if limit:
+                cells.append(f"{200 * size**3 / times['zonm'] / limit:.0f} %")
+            cells += [f"{number(times[w])} ({times['zonm'] / times[w]:.2f})" if w in times else ""
+                      for w in self.peers]
+            text += line(cells)
+        foot = ["**mean**", "", ""]
+        foot += [f"×{1 / geometric_mean(self.ratios(w)):.2f}" for w in self.ours[1:]]
+        foot += [""] * bool(limit)
+        foot += [f"**({geometric_mean(self.ratios(w)):.2f})**" for w in self.peers]
+        return text + line(foot)
+
+
+def operations(rows):
+    """Calls on arrays of one object stand apart: they measure the call."""
+    tables = {}
+    for row in rows:
+        _, name, type_, _, count, _ = row
+        tables.setdefault((name + (", count 1" if count == 1 else ""), type_), []).append(row)
+    return [Operation(*key, chosen) for key, chosen in sorted(tables.items())]
+
+
+def summary(chosen):
+    peers = [w for w in PEERS if any(w in o.peers for o in chosen)]
+    text = line(["operation", "type"] + peers) + line(["---", "---"] + ["---:"] * len(peers))
+
+    def means(ratios):
+        return [f"{geometric_mean(r):.2f}" if r else "" for r in ratios]
+
+    for o in chosen:
+        text += line([f"`{o.name}`", o.type] + means(o.ratios(w) for w in peers))
+    everything = means([r for o in chosen for r in o.ratios(w)] for w in peers)
+    return text + line(["**all**", ""] + [f"**{m}**" if m else "" for m in everything])
+
+
+def markdown(data):
+    rows = [row for row in data["rows"] if row[0] in GROUPS]
+    limits = {row[2]: 1 / row[5]["machine"][0] for row in data["rows"] if row[0] == "limit"}
+    limit = limits.get("64f")
+    spread = [t[1] / t[0] for row in rows for t in row[5].values()]
+    peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
+    text = f"""# Benchmarks
+
+Written by `{data["command"]}` on {data["date"]}; not to be edited. [How they are made](../bench/README.md).
+
+- Machine: {data["machine"]}
+- Compiler: {data["compiler"]}, library and peers in source form with `{data["flags"]}`
+- Peers: {peers}
+
+Figures are nanoseconds of processor time per object, the least of {data["repetitions"]} repetitions in random
+order in one process; the median of a line's repetitions lies {100 * (geometric_mean(spread) - 1):.1f} % above on the mean. In
+parentheses zonm's time over the peer's: **below 1, zonm is faster**. Means are geometric; `×` is the time of
+an `_L` or `_P` form over its strided twin.
+"""
+    for group, (title, note) in GROUPS.items():
+        chosen = operations([row for row in rows if row[0] == group])
+        if not chosen:
+            continue
+        of_product = limit if group.startswith("product") else None
+        note = note.format(limit=f"{limit:.1f}") if of_product else note.split(" *Limit*")[0]
+        text += f"\n## {title}\n\n{note}\n\nRatio of zonm's time to the peer's:\n\n{summary(chosen)}"
+        for o in chosen:
+            text += f"\n### `{o.name}`, {o.type}\n\n{o.table(of_product)}"
+    return text
+
+
+if __name__ == "__main__":
+    with open(sys.argv[1]) as file:
+        print(markdown(json.load(file)), end="")
