@@ -29,8 +29,9 @@
 #include <emmintrin.h>
 #endif
 
-// Straight-line kernels stand on everything in them being inlined, lambdas too.
-#if defined(__GNUC__)
+// Straight-line kernels stand on everything in them being inlined, lambdas too. Without
+// optimisation, or with every access instrumented, that would only take minutes to compile.
+#if defined(__GNUC__) && defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__)
 #define ZONM_INLINED __attribute__((always_inline))
 #else
 #define ZONM_INLINED
