@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Adds two arrays of thousands of small matrices in one call, and once more through object tables. */
+/* Adds two arrays of thousands of small matrices in one call, and once more through object tables.
+ */
 #define _POSIX_C_SOURCE 199309L
 #include <stdio.h>
 #include <stdlib.h>
@@ -53,7 +54,8 @@ int main(void)
     for (int k = 0; k < COUNT; ++k)
         for (int e = 0; e < N * N; ++e)
             equal &= sum[k][e / N][e % N] == again[k][e / N][e % N];
-    printf("through object tables: status %d, the same sums: %s\n", (int)status, equal ? "yes" : "no");
+    printf("through object tables: status %d, the same sums: %s\n", (int)status,
+           equal ? "yes" : "no");
     printf("the last of them: %g %g %g ...\n", sum[COUNT - 1][0][0], sum[COUNT - 1][0][1],
            sum[COUNT - 1][0][2]);
 

@@ -12,10 +12,10 @@
 //
 // There are two paths with limits of their own, and both limits are absolute:
 //
-//   sizes 3 to 6   a pivot below `straightLimit` is singular, and the exchange comes before the
-//                  test. The last multiplier is a quotient. src is read whole before dst is written.
-//   other sizes    a pivot at or below `generalLimit` is singular, and the exchange comes behind the
-//                  test. The elimination runs in dst.
+//   sizes 3 to 6   a pivot below `straightLimit` is singular; the exchange comes before the test.
+//                  The last multiplier is a quotient. src is read whole before dst is written.
+//   other sizes    a pivot at or below `generalLimit` is singular; the exchange comes behind it.
+//                  The elimination runs in dst.
 //
 // dst may be src, with the same strides. An array ends at its first singular object.
 #include "frame/checks.hpp"
