@@ -5,7 +5,6 @@
 //   LaneBits   64 bits of each: the answer of a comparison (all ones or all zeros), an integer, or
 //              the bits of a number
 //   gather     the same element of every object, wherever each of them has it
-//   unrolled   a loop over compile-time indices
 //
 // A straight-line kernel written with these is a kernel over double with several results: lane l
 // gets the very operations, in the very order, that object l alone would get. What differs between
@@ -19,6 +18,7 @@
 
 #include "frame/lanes.hpp"
 #include "frame/operands.hpp"
+#include "frame/unroll.hpp"
 
 #include <algorithm>
 #include <array>
@@ -27,14 +27,6 @@
 #include <utility>
 #if defined(__SSE2__)
 #include <emmintrin.h>
-#endif
-
-// Straight-line kernels stand on everything in them being inlined, lambdas too. Without
-// optimisation, or with every access instrumented, that would only take minutes to compile.
-#if defined(__GNUC__) && defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__)
-#define ZONM_INLINED __attribute__((always_inline))
-#else
-#define ZONM_INLINED
 #endif
 
 namespace zonm
@@ -115,28 +107,6 @@ template <class T> inline double widened(T a) { return a; }
 template <class T> inline T laneOf(T a, int) { return a; }
 
 #endif
-
-// Loops ----------------------------------------------------------------------------------------
-
-template <int From, int Step, int... I, class F>
-ZONM_INLINED inline void unrolledOver(std::integer_sequence<int, I...>, F &body)
-{
-    (body(std::integral_constant<int, From + Step * I>{}), ...);
-}
-
-// body(From), ..., body(To - 1), each index a constant.
-template <int From, int To, class F> ZONM_INLINED inline void unrolled(F body)
-{
-    if constexpr (From < To)
-        unrolledOver<From, 1>(std::make_integer_sequence<int, To - From>{}, body);
-}
-
-// body(From - 1), ..., body(To).
-template <int From, int To, class F> ZONM_INLINED inline void unrolledDown(F body)
-{
-    if constexpr (From > To)
-        unrolledOver<From - 1, -1>(std::make_integer_sequence<int, From - To>{}, body);
-}
 
 // Values ---------------------------------------------------------------------------------------
 

@@ -47,7 +47,7 @@ int32_t squareSize(Shape a, Shape b)
 }
 
 // f with the size as a constant.
-template <class F> ZONM_INLINE ZonStatus withSize(int32_t n, F f)
+template <class F> ZONM_INLINED inline ZonStatus withSize(int32_t n, F f)
 {
     switch (n) {
     case 3: return f(std::integral_constant<int, 3>{});
@@ -68,7 +68,7 @@ bool areApart(std::int64_t rowStep, std::int64_t columnStep, const Extents &e)
 
 // Rows of A and B as `LA` and `LB`, dense where the call is contiguous.
 template <Order O, Layout LA, Layout LB, Layout LD, class P>
-ZONM_APART ZonStatus steppedProducts(const P &call)
+[[gnu::noinline]] ZonStatus steppedProducts(const P &call)
 {
     const bool apart = areApart(call.d.rowStep, call.d.columnStep, call.extents);
     constexpr Layout any = Layout::strided;
@@ -103,7 +103,7 @@ void gather(View to, const M &from, ptrdiff_t rows, ptrdiff_t columns)
             to.set(i, j, typename View::Element(from(i, j)));
 }
 
-template <class P> ZONM_APART ZonStatus scatteredProducts(const P &call)
+template <class P> [[gnu::noinline]] ZonStatus scatteredProducts(const P &call)
 {
     using T = typename decltype(call.d.template view<Layout::scattered>(0))::Element;
     const Extents e = call.extents;
@@ -157,25 +157,25 @@ inline constexpr Arrays arraysOf = !B::many   ? Arrays::first
                                               : Arrays::both;
 
 template <class A, class B, class D>
-ZONM_INLINE ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2, D dst,
-                                            const Extents &e, int32_t count)
+ZONM_INLINED inline ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2,
+                                                    D dst, const Extents &e, int32_t count)
 {
     const Product call{scatteredOperand(src1, shape1.width), scatteredOperand(src2, shape2.width),
                        scatteredOperand(dst, e.columns), e, count};
     if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
-        return withSize(size, [&](auto n) ZONM_UNROLLED {
+        return withSize(size, [&](auto n) ZONM_INLINED {
             return squareProducts<n, Start::product, held<n, A, B>, Arrays::unknown,
                                   Layout::scattered, Layout::scattered, Layout::scattered>(call);
         });
     return scatteredProducts(call);
 }
 
-template <class P> ZONM_APART ZonStatus stridedProducts(const P &call, int32_t size)
+template <class P> [[gnu::noinline]] ZonStatus stridedProducts(const P &call, int32_t size)
 {
     constexpr Layout strided = Layout::strided;
     if (size == 0)
         return steppedProducts<Order::rows, strided, strided, strided>(call);
-    return withSize(size, [&](auto n) ZONM_UNROLLED {
+    return withSize(size, [&](auto n) ZONM_INLINED {
         constexpr Held none = Held::none;
         constexpr Arrays any = Arrays::unknown;
         // Where the kernel is large, one for tables and arrays alike.
@@ -188,8 +188,8 @@ template <class P> ZONM_APART ZonStatus stridedProducts(const P &call, int32_t s
 }
 
 template <class A, class B, class D>
-ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
-                                              const Extents &e, int32_t count)
+ZONM_INLINED inline ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shape shape2,
+                                                      D dst, const Extents &e, int32_t count)
 {
     using P = Paths<A, B>;
     constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
@@ -198,7 +198,7 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
     const bool contiguous = src1.isDense() && src2.isDense() && dst.isDense();
     if constexpr (!D::many) {
         if (contiguous && size != 0)
-            return withSize(size, [&](auto n) ZONM_UNROLLED {
+            return withSize(size, [&](auto n) ZONM_INLINED {
                 return squareObject<n, Start::product>(
                     steppedOperand<Stepped>(src1).template view<rowsOfA>(0),
                     steppedOperand<Stepped>(src2).template view<rowsOfB>(0),
@@ -217,7 +217,7 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
         return stridedProducts(call, size);
     if constexpr (D::many) {
         if (size != 0 && (P::denseSquares || areApart(call.d.rowStep, call.d.columnStep, e)))
-            return withSize(size, [&](auto n) ZONM_UNROLLED {
+            return withSize(size, [&](auto n) ZONM_INLINED {
                 constexpr Start start = P::denseSquares ? Start::product : Start::zero;
                 constexpr Held hold = held<n, A, B>;
                 constexpr Arrays arrays = !P::tables ? Arrays::unknown : arraysOf<A, B>;
@@ -230,8 +230,8 @@ ZONM_INLINE ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shap
 }
 
 template <class A, class B, class D>
-ZONM_INLINE ZonStatus multiplyMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
-                                       int32_t count)
+ZONM_INLINED inline ZonStatus multiplyMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
+                                               int32_t count)
 {
     const Extents e{A::transposed ? shape1.width : shape1.height,
                     B::transposed ? shape2.height : shape2.width,

@@ -23,10 +23,10 @@ template <int N> struct PackedRows {
     using Element = double;
     alignas(registerBytes) double element[N][padded];
 
-    template <class B> explicit ZONM_INLINE PackedRows(const B &b)
+    template <class B> explicit ZONM_INLINED inline PackedRows(const B &b)
     {
-        cut<N>([&](auto j, auto w) ZONM_UNROLLED {
-            unrolled<N / 2>([&](auto p) ZONM_UNROLLED { keep<2, j, w>(b, 2 * p); });
+        cut<N>([&](auto j, auto w) ZONM_INLINED {
+            unrolled<0, N / 2>([&](auto p) ZONM_INLINED { keep<2, j, w>(b, 2 * p); });
             if constexpr (N % 2 != 0)
                 keep<1, j, w>(b, N - 1);
         });
@@ -34,11 +34,11 @@ template <int N> struct PackedRows {
     const std::byte *at(int i, int j) const { return bytes(&element[i][j]); }
 
   private:
-    template <int R, int J, int W, class B> ZONM_INLINE void keep(const B &b, int p)
+    template <int R, int J, int W, class B> ZONM_INLINED inline void keep(const B &b, int p)
     {
         Sums<W> rows[R];
         loadRows<R, W>(rows, b, p, J);
-        unrolled<R>([&](auto r) ZONM_UNROLLED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
             storeNarrowed<double, W>(bytes(&element[p + r][J]), rows[r]);
         });
     }
@@ -49,15 +49,18 @@ template <int N> inline constexpr bool hasDenseRows<PackedRows<N>> = true;
 template <int N> struct SpreadElements {
     Sums<sumLanes> element[N][N];
 
-    template <class A> explicit ZONM_INLINE SpreadElements(const A &a) { spread(element, a, 0, 0); }
+    template <class A> explicit ZONM_INLINED inline SpreadElements(const A &a)
+    {
+        spread(element, a, 0, 0);
+    }
 };
 
 template <int R, int C, int N>
-ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const SpreadElements<N> &a, ptrdiff_t i,
-                        ptrdiff_t p)
+ZONM_INLINED inline void spread(Sums<sumLanes> (&f)[R][C], const SpreadElements<N> &a, ptrdiff_t i,
+                                ptrdiff_t p)
 {
-    unrolled<R>([&](auto r) ZONM_UNROLLED {
-        unrolled<C>([&](auto c) ZONM_UNROLLED { f[r][c] = a.element[i + r][p + c]; });
+    unrolled<0, R>([&](auto r) ZONM_INLINED {
+        unrolled<0, C>([&](auto c) ZONM_INLINED { f[r][c] = a.element[i + r][p + c]; });
     });
 }
 
@@ -66,15 +69,15 @@ template <int N> inline constexpr int rowsAtATime = N <= 4 ? N : 3;
 
 // Adds the products of columns P to P + Q - 1 of A to the sums of rows i to i + R - 1 of dst.
 template <int N, int R, Start S, int P, int Q, class A, class B>
-ZONM_INLINE void addProducts(PackedSums<N> (&sum)[R], const A &a, const B &b, ptrdiff_t i)
+ZONM_INLINED inline void addProducts(PackedSums<N> (&sum)[R], const A &a, const B &b, ptrdiff_t i)
 {
     Sums<sumLanes> left[R][Q];
     spread(left, a, i, P);
-    cut<N>([&](auto j, auto w) ZONM_UNROLLED {
+    cut<N>([&](auto j, auto w) ZONM_INLINED {
         Sums<w> right[Q];
         loadRows<Q, w>(right, b, P, j);
-        unrolled<Q>([&](auto q) ZONM_UNROLLED {
-            unrolled<R>([&](auto r) ZONM_UNROLLED {
+        unrolled<0, Q>([&](auto q) ZONM_INLINED {
+            unrolled<0, R>([&](auto r) ZONM_INLINED {
                 const Sums<w> product = first<w>(left[r][q]) * right[q];
                 auto &s = sum[r].template part<j, w>();
                 if constexpr (P + q > 0)
@@ -90,27 +93,27 @@ ZONM_INLINE void addProducts(PackedSums<N> (&sum)[R], const A &a, const B &b, pt
 
 // Rows i to i + R - 1 of dst.
 template <int N, int R, Start S, class A, class B, class D>
-ZONM_INLINE void multiplyRows(const A &a, const B &b, const D &d, ptrdiff_t i)
+ZONM_INLINED inline void multiplyRows(const A &a, const B &b, const D &d, ptrdiff_t i)
 {
     PackedSums<N> sum[R];
-    unrolled<N / 2>([&](auto p) ZONM_UNROLLED { addProducts<N, R, S, 2 * p, 2>(sum, a, b, i); });
+    unrolled<0, N / 2>([&](auto p) ZONM_INLINED { addProducts<N, R, S, 2 * p, 2>(sum, a, b, i); });
     if constexpr (N % 2 != 0)
         addProducts<N, R, S, N - 1, 1>(sum, a, b, i);
-    unrolled<R>([&](auto r) ZONM_UNROLLED {
+    unrolled<0, R>([&](auto r) ZONM_INLINED {
         cut<N>([&](auto j, auto w)
-                   ZONM_UNROLLED { setRow<w>(d, i + r, j, sum[r].template part<j, w>()); });
+                   ZONM_INLINED { setRow<w>(d, i + r, j, sum[r].template part<j, w>()); });
     });
 }
 
 template <int N, Start S, class A, class B, class D>
-ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
+ZONM_INLINED inline void squareProduct(const A &a, const B &b, const D &d)
 {
     constexpr int R = rowsAtATime<N>;
     // Packed beforehand: rows of B that are used more than once and cost more than their loads.
     if constexpr (R < N && !(hasDenseRows<B> && sizeof(typename B::Element) == sizeof(double))) {
         squareProduct<N, S>(a, PackedRows<N>(b), d);
     } else {
-        unrolled<N / R>([&](auto i) ZONM_UNROLLED { multiplyRows<N, R, S>(a, b, d, i * R); });
+        unrolled<0, N / R>([&](auto i) ZONM_INLINED { multiplyRows<N, R, S>(a, b, d, i * R); });
         if constexpr (N % R != 0)
             multiplyRows<N, N % R, S>(a, b, d, N / R * R);
     }
@@ -118,7 +121,7 @@ ZONM_INLINE void squareProduct(const A &a, const B &b, const D &d)
 
 // One object, for sizes whose arithmetic outweighs a call, and for single matrices.
 template <int N, Start S, class A, class B, class D>
-ZONM_APART ZonStatus squareObject(A a, B b, D d)
+[[gnu::noinline]] ZonStatus squareObject(A a, B b, D d)
 {
     squareProduct<N, S>(a, b, d);
     return zonStsOk;
@@ -139,10 +142,10 @@ template <class T, int N> struct LocatedOperand {
         void set(ptrdiff_t i, ptrdiff_t j, T value) const { store<T>(at(i, j), value); }
     };
 
-    explicit ZONM_INLINE LocatedOperand(const ScatteredOperand<T> &o) : step(o.step)
+    explicit ZONM_INLINED inline LocatedOperand(const ScatteredOperand<T> &o) : step(o.step)
     {
-        unrolled<N>([&](auto i) ZONM_UNROLLED {
-            unrolled<N>([&](auto j) ZONM_UNROLLED {
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
+            unrolled<0, N>([&](auto j) ZONM_INLINED {
                 element[i][j] = o.template view<Layout::scattered>(0).at(i, j);
             });
         });
@@ -156,7 +159,7 @@ enum class Arrays { unknown, first, second, both };
 
 // An operand as an N×N kernel keeps it.
 template <int N, Arrays Known, bool Many, class T, template <class> class Objects>
-ZONM_INLINE auto localCopy(const SteppedOperand<T, Objects> &o)
+ZONM_INLINED inline auto localCopy(const SteppedOperand<T, Objects> &o)
 {
     if constexpr (Known == Arrays::unknown || std::is_same_v<Objects<T>, Stepped<T>>)
         return SteppedOperand<T, Objects>{Objects<T>(o.objects), o.rowStep, o.columnStep};
@@ -166,21 +169,22 @@ ZONM_INLINE auto localCopy(const SteppedOperand<T, Objects> &o)
     else
         return SteppedOperand<T, Stepped>{{o.objects.base, 0}, o.rowStep, o.columnStep};
 }
-template <int N, Arrays, bool, class T> ZONM_INLINE auto localCopy(const ScatteredOperand<T> &o)
+template <int N, Arrays, bool, class T>
+ZONM_INLINED inline auto localCopy(const ScatteredOperand<T> &o)
 {
     return LocatedOperand<T, N>(o);
 }
 
 template <int N, Start S, Held H, Arrays Many, Layout LA, Layout LB, Layout LD, class P>
-ZONM_APART ZonStatus squareProducts(const P &call)
+[[gnu::noinline]] ZonStatus squareProducts(const P &call)
 {
     const auto a = localCopy<N, Many, Many != Arrays::second>(call.a);
     const auto b = localCopy<N, Many, Many != Arrays::first>(call.b);
     const auto d = localCopy<N, Many, true>(call.d);
     const ptrdiff_t count = call.count;
-    const auto left = [&](ptrdiff_t k) ZONM_UNROLLED { return a.template view<LA>(k); };
-    const auto right = [&](ptrdiff_t k) ZONM_UNROLLED { return b.template view<LB>(k); };
-    const auto product = [&](ptrdiff_t k) ZONM_UNROLLED { return d.template view<LD>(k); };
+    const auto left = [&](ptrdiff_t k) ZONM_INLINED { return a.template view<LA>(k); };
+    const auto right = [&](ptrdiff_t k) ZONM_INLINED { return b.template view<LB>(k); };
+    const auto product = [&](ptrdiff_t k) ZONM_INLINED { return d.template view<LD>(k); };
     if constexpr (H == Held::first) {
         const SpreadElements<N> held(left(0));
         for (ptrdiff_t k = 0; k < count; ++k)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "frame/lanes.hpp"
+#include "frame/unroll.hpp"
 #include "products/operands.hpp"
 
 #include <utility>
@@ -14,16 +15,6 @@
 
 namespace zonm
 {
-
-#if defined(__GNUC__)
-#define ZONM_INLINE inline __attribute__((always_inline))
-#define ZONM_UNROLLED __attribute__((always_inline))
-#define ZONM_APART __attribute__((noinline))
-#else
-#define ZONM_INLINE inline
-#define ZONM_UNROLLED
-#define ZONM_APART
-#endif
 
 // The number of sums that fill a register.
 inline constexpr int sumLanes = registerBytes / int(sizeof(double));
@@ -37,18 +28,8 @@ template <> struct SumsOf<1> {
 // `W` neighbouring sums of a row.
 template <int W> using Sums = typename SumsOf<W>::type;
 
-// f(0), f(1), ... f(N - 1), each with its index as a constant.
-template <int N, class F> ZONM_INLINE void unrolled(F f)
-{
-    [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
-    {
-        (f(std::integral_constant<int, I>{}), ...);
-    }
-    (std::make_integer_sequence<int, N>{});
-}
-
 // A row of `N` columns cut into packs, the widest first: f(first column, columns in the pack).
-template <int N, int First = 0, int W = sumLanes, class F> ZONM_INLINE void cut(F f)
+template <int N, int First = 0, int W = sumLanes, class F> ZONM_INLINED inline void cut(F f)
 {
     if constexpr (First + W <= N) {
         f(std::integral_constant<int, First>{}, std::integral_constant<int, W>{});
@@ -68,7 +49,7 @@ template <int N, int First = 0, int W = sumLanes> struct PackedSums {
     [[no_unique_address]] std::conditional_t<fits, Sums<W>, None> pack;
     [[no_unique_address]] Rest rest;
 
-    template <int J, int V> ZONM_INLINE auto &part()
+    template <int J, int V> ZONM_INLINED inline auto &part()
     {
         if constexpr (J == First && V == W)
             return pack;
@@ -77,12 +58,12 @@ template <int N, int First = 0, int W = sumLanes> struct PackedSums {
     }
 };
 
-template <int W> ZONM_INLINE Sums<W> all(double x)
+template <int W> ZONM_INLINED inline Sums<W> all(double x)
 {
     if constexpr (W == 1)
         return x;
     else
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_INLINED
         {
             return Sums<W>{((void)I, x)...};
         }
@@ -90,7 +71,7 @@ template <int W> ZONM_INLINE Sums<W> all(double x)
 }
 
 // Lane by lane in another type.
-template <class To, class From> ZONM_INLINE To converted(const From &from)
+template <class To, class From> ZONM_INLINED inline To converted(const From &from)
 {
 #if defined(__GNUC__)
     return __builtin_convertvector(from, To);
@@ -103,7 +84,7 @@ template <class To, class From> ZONM_INLINE To converted(const From &from)
 }
 
 // The first `W` of a wider pack, for packs whose lanes are all the same.
-template <int W, class V> ZONM_INLINE Sums<W> first(const V &v)
+template <int W, class V> ZONM_INLINED inline Sums<W> first(const V &v)
 {
     if constexpr (std::is_same_v<V, Sums<W>>)
         return v;
@@ -114,7 +95,7 @@ template <int W, class V> ZONM_INLINE Sums<W> first(const V &v)
 // Narrow elements and sums, `W` at a time. The compilers know the conversion of a pair, alone in
 // its register, only by name. Lanes are never converted one by one: GCC 12 takes a pack of doubles
 // made of doubles rounded to float for the pack that they came from.
-template <int W> ZONM_INLINE Sums<W> fromFloats(const std::byte *p)
+template <int W> ZONM_INLINED inline Sums<W> fromFloats(const std::byte *p)
 {
 #if defined(__SSE2__)
     if constexpr (W == 2)
@@ -124,7 +105,7 @@ template <int W> ZONM_INLINE Sums<W> fromFloats(const std::byte *p)
     return converted<Sums<W>>(loadPack<float, W>(p));
 }
 
-template <int W> ZONM_INLINE void storeFloats(std::byte *p, Sums<W> sums)
+template <int W> ZONM_INLINED inline void storeFloats(std::byte *p, Sums<W> sums)
 {
 #if defined(__SSE2__)
     if constexpr (W == 2) {
@@ -136,7 +117,7 @@ template <int W> ZONM_INLINE void storeFloats(std::byte *p, Sums<W> sums)
     storePack(p, converted<Pack<float, W>>(sums));
 }
 
-template <int W> ZONM_INLINE Sums<W> roundedToFloat(Sums<W> sums)
+template <int W> ZONM_INLINED inline Sums<W> roundedToFloat(Sums<W> sums)
 {
 #if defined(__SSE2__)
     if constexpr (W == 2)
@@ -146,7 +127,7 @@ template <int W> ZONM_INLINE Sums<W> roundedToFloat(Sums<W> sums)
 }
 
 // Neighbouring elements.
-template <class T, int W> ZONM_INLINE Sums<W> widened(const std::byte *p)
+template <class T, int W> ZONM_INLINED inline Sums<W> widened(const std::byte *p)
 {
     if constexpr (W == 1)
         return double(load<T>(p));
@@ -156,7 +137,7 @@ template <class T, int W> ZONM_INLINE Sums<W> widened(const std::byte *p)
         return fromFloats<W>(p);
 }
 
-template <class T, int W> ZONM_INLINE void storeNarrowed(std::byte *p, Sums<W> sums)
+template <class T, int W> ZONM_INLINED inline void storeNarrowed(std::byte *p, Sums<W> sums)
 {
     if constexpr (W == 1)
         store<T>(p, T(sums));
@@ -167,7 +148,7 @@ template <class T, int W> ZONM_INLINE void storeNarrowed(std::byte *p, Sums<W> s
 }
 
 // Sums that live in memory of the element type.
-template <class T, int W> ZONM_INLINE Sums<W> rounded(Sums<W> sums)
+template <class T, int W> ZONM_INLINED inline Sums<W> rounded(Sums<W> sums)
 {
     if constexpr (sizeof(T) == sizeof(double))
         return sums;
@@ -183,12 +164,12 @@ template <class M> inline constexpr bool hasDenseColumns = false;
 template <class T> inline constexpr bool hasDenseColumns<DenseColumns<T>> = true;
 
 // Elements (i, j) to (i, j + W - 1).
-template <int W, class M> ZONM_INLINE Sums<W> row(const M &m, ptrdiff_t i, ptrdiff_t j)
+template <int W, class M> ZONM_INLINED inline Sums<W> row(const M &m, ptrdiff_t i, ptrdiff_t j)
 {
     if constexpr (hasDenseRows<M> || W == 1)
         return widened<typename M::Element, W>(m.at(i, j));
     else
-        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_UNROLLED
+        return [&]<int... I>(std::integer_sequence<int, I...>) ZONM_INLINED
         {
             return Sums<W>{double(m(i, j + I))...};
         }
@@ -196,18 +177,18 @@ template <int W, class M> ZONM_INLINE Sums<W> row(const M &m, ptrdiff_t i, ptrdi
 }
 
 template <int W, class M>
-ZONM_INLINE void setRow(const M &m, ptrdiff_t i, ptrdiff_t j, Sums<W> sums)
+ZONM_INLINED inline void setRow(const M &m, ptrdiff_t i, ptrdiff_t j, Sums<W> sums)
 {
     using T = typename M::Element;
     if constexpr (hasDenseRows<M> || W == 1)
         storeNarrowed<T, W>(m.at(i, j), sums);
     else
-        unrolled<W>([&](auto c) ZONM_UNROLLED { m.set(i, j + c, T(sums[int(c)])); });
+        unrolled<0, W>([&](auto c) ZONM_INLINED { m.set(i, j + c, T(sums[int(c)])); });
 }
 
 // The same of rows i to i + R - 1. Narrow elements of dense columns come in pairs of a column.
 template <int R, int W, class M>
-ZONM_INLINE void loadRows(Sums<W> (&rows)[R], const M &m, ptrdiff_t i, ptrdiff_t j)
+ZONM_INLINED inline void loadRows(Sums<W> (&rows)[R], const M &m, ptrdiff_t i, ptrdiff_t j)
 {
     using T = typename M::Element;
     if constexpr (hasDenseColumns<M> && sizeof(T) < sizeof(double) && R == 2 && W == 2) {
@@ -215,12 +196,12 @@ ZONM_INLINE void loadRows(Sums<W> (&rows)[R], const M &m, ptrdiff_t i, ptrdiff_t
         rows[0] = Sums<2>{left[0], right[0]};
         rows[1] = Sums<2>{left[1], right[1]};
     } else {
-        unrolled<R>([&](auto r) ZONM_UNROLLED { rows[r] = row<W>(m, i + r, j); });
+        unrolled<0, R>([&](auto r) ZONM_INLINED { rows[r] = row<W>(m, i + r, j); });
     }
 }
 
 // One lane of a pair in both.
-template <int I> ZONM_INLINE Sums<2> lane(Sums<2> pair)
+template <int I> ZONM_INLINED inline Sums<2> lane(Sums<2> pair)
 {
 #if defined(__SSE2__)
     // Unlike the unpacking instructions this one leaves the pair as it is.
@@ -233,18 +214,18 @@ template <int I> ZONM_INLINE Sums<2> lane(Sums<2> pair)
 
 // Elements (i, j) to (i + R - 1, j + C - 1), each in all lanes.
 template <int R, int C, class M>
-ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const M &m, ptrdiff_t i, ptrdiff_t j)
+ZONM_INLINED inline void spread(Sums<sumLanes> (&f)[R][C], const M &m, ptrdiff_t i, ptrdiff_t j)
 {
     using T = typename M::Element;
     if constexpr (sumLanes == 2 && hasDenseRows<M> && C == 2) {
-        unrolled<R>([&](auto r) ZONM_UNROLLED {
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
             const auto pair = widened<T, 2>(m.at(i + r, j));
             f[r][0] = lane<0>(pair);
             f[r][1] = lane<1>(pair);
         });
     } else if constexpr (sumLanes == 2 && hasDenseColumns<M> && R > 1) {
-        unrolled<C>([&](auto c) ZONM_UNROLLED {
-            unrolled<R / 2>([&](auto r) ZONM_UNROLLED {
+        unrolled<0, C>([&](auto c) ZONM_INLINED {
+            unrolled<0, R / 2>([&](auto r) ZONM_INLINED {
                 const auto pair = widened<T, 2>(m.at(i + 2 * r, j + c));
                 f[2 * r][c] = lane<0>(pair);
                 f[2 * r + 1][c] = lane<1>(pair);
@@ -253,9 +234,9 @@ ZONM_INLINE void spread(Sums<sumLanes> (&f)[R][C], const M &m, ptrdiff_t i, ptrd
                 f[R - 1][c] = all<2>(double(m(i + R - 1, j + c)));
         });
     } else {
-        unrolled<R>([&](auto r) ZONM_UNROLLED {
-            unrolled<C>([&](auto c)
-                            ZONM_UNROLLED { f[r][c] = all<sumLanes>(double(m(i + r, j + c))); });
+        unrolled<0, R>([&](auto r) ZONM_INLINED {
+            unrolled<0, C>([&](auto c)
+                               ZONM_INLINED { f[r][c] = all<sumLanes>(double(m(i + r, j + c))); });
         });
     }
 }

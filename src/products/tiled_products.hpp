@@ -13,15 +13,15 @@ enum class Sum { wide, inDst };
 
 // Adds the products of the first Q columns of A to R rows and C*W columns of sums.
 template <int Q, int R, int C, int W, Sum Kept, class T, class A, class B>
-ZONM_INLINE void addProducts(Sums<W> (&sum)[R][C], const A &a, const B &b)
+ZONM_INLINED inline void addProducts(Sums<W> (&sum)[R][C], const A &a, const B &b)
 {
     Sums<sumLanes> left[R][Q];
     spread(left, a, 0, 0);
-    unrolled<C>([&](auto c) ZONM_UNROLLED {
+    unrolled<0, C>([&](auto c) ZONM_INLINED {
         Sums<W> right[Q];
         loadRows<Q, W>(right, b, 0, c * W);
-        unrolled<Q>([&](auto q) ZONM_UNROLLED {
-            unrolled<R>([&](auto r) ZONM_UNROLLED {
+        unrolled<0, Q>([&](auto q) ZONM_INLINED {
+            unrolled<0, R>([&](auto r) ZONM_INLINED {
                 sum[r][c] = sum[r][c] + first<W>(left[r][q]) * right[q];
                 if constexpr (Kept == Sum::inDst)
                     sum[r][c] = rounded<T, W>(sum[r][c]);
@@ -32,12 +32,12 @@ ZONM_INLINE void addProducts(Sums<W> (&sum)[R][C], const A &a, const B &b)
 
 // The first R rows and C*W columns of dst, from as many rows of A and columns of B.
 template <int R, int C, int W, Sum Kept, class A, class B, class D>
-ZONM_INLINE void tile(A a, B b, const D &d, ptrdiff_t inner)
+ZONM_INLINED inline void tile(A a, B b, const D &d, ptrdiff_t inner)
 {
     using T = typename D::Element;
     Sums<W> sum[R][C];
-    unrolled<R>([&](auto r) ZONM_UNROLLED {
-        unrolled<C>([&](auto c) ZONM_UNROLLED { sum[r][c] = all<W>(0.0); });
+    unrolled<0, R>([&](auto r) ZONM_INLINED {
+        unrolled<0, C>([&](auto c) ZONM_INLINED { sum[r][c] = all<W>(0.0); });
     });
     for (; inner >= 2; inner -= 2) {
         addProducts<2, R, C, W, Kept, T>(sum, a, b);
@@ -46,17 +46,17 @@ ZONM_INLINE void tile(A a, B b, const D &d, ptrdiff_t inner)
     }
     if (inner > 0)
         addProducts<1, R, C, W, Kept, T>(sum, a, b);
-    unrolled<R>([&](auto r) ZONM_UNROLLED {
-        unrolled<C>([&](auto c) ZONM_UNROLLED { setRow<W>(d, r, c * W, sum[r][c]); });
+    unrolled<0, R>([&](auto r) ZONM_INLINED {
+        unrolled<0, C>([&](auto c) ZONM_INLINED { setRow<W>(d, r, c * W, sum[r][c]); });
     });
 }
 
 // The first C*W columns of dst in tiles of R rows. The last tile overlaps the one before it rather
 // than be smaller: what it computes again comes out the same.
 template <int R, int C, int W, Sum Kept, class A, class B, class D>
-ZONM_INLINE void panel(const A &a, const B &b, const D &d, const Extents &e)
+ZONM_INLINED inline void panel(const A &a, const B &b, const D &d, const Extents &e)
 {
-    const auto rowsFrom = [&](ptrdiff_t i, auto rows) ZONM_UNROLLED {
+    const auto rowsFrom = [&](ptrdiff_t i, auto rows) ZONM_INLINED {
         tile<rows, C, W, Kept>(partFrom(a, i, 0), b, partFrom(d, i, 0), e.inner);
     };
     constexpr std::integral_constant<int, R> full;
@@ -73,11 +73,11 @@ ZONM_INLINE void panel(const A &a, const B &b, const D &d, const Extents &e)
 // One object whose elements of dst are apart, in panels of eight, four and two columns; the last
 // one may overlap the one before.
 template <Sum Kept, class A, class B, class D>
-ZONM_APART void tiledProduct(const A &a, const B &b, const D &d, const Extents &extents)
+[[gnu::noinline]] void tiledProduct(const A &a, const B &b, const D &d, const Extents &extents)
 {
     const Extents e = extents;
     constexpr int W = sumLanes;
-    const auto columnsFrom = [&](ptrdiff_t j, auto rows, auto packs, auto width) ZONM_UNROLLED {
+    const auto columnsFrom = [&](ptrdiff_t j, auto rows, auto packs, auto width) ZONM_INLINED {
         panel<rows, packs, width, Kept>(a, partFrom(b, 0, j), partFrom(d, 0, j), e);
     };
     constexpr std::integral_constant<int, 1> one;
@@ -97,11 +97,11 @@ ZONM_APART void tiledProduct(const A &a, const B &b, const D &d, const Extents &
 
 // One object, stored in row order.
 template <Sum Kept, class A, class B, class D>
-ZONM_APART void productInRowOrder(const A &a, const B &b, const D &d, const Extents &extents)
+[[gnu::noinline]] void productInRowOrder(const A &a, const B &b, const D &d, const Extents &extents)
 {
     const Extents e = extents;
     for (ptrdiff_t i = 0; i < e.rows; ++i) {
-        const auto columnsFrom = [&](ptrdiff_t j, auto packs, auto width) ZONM_UNROLLED {
+        const auto columnsFrom = [&](ptrdiff_t j, auto packs, auto width) ZONM_INLINED {
             tile<1, packs, width, Kept>(partFrom(a, i, 0), partFrom(b, 0, j), partFrom(d, i, j),
                                         e.inner);
         };
@@ -119,7 +119,8 @@ ZONM_APART void productInRowOrder(const A &a, const B &b, const D &d, const Exte
 // One object, stored in the order of the block of four rows and two columns: column after column in
 // each block, then the odd column, then the rows below the blocks column by column.
 template <class A, class B, class D>
-ZONM_APART void productInBlockOrder(const A &a, const B &b, const D &d, const Extents &extents)
+[[gnu::noinline]] void productInBlockOrder(const A &a, const B &b, const D &d,
+                                           const Extents &extents)
 {
     const Extents e = extents;
     const auto column = [&](ptrdiff_t i, ptrdiff_t end, ptrdiff_t j) {
