@@ -179,6 +179,10 @@ template <class T, int N> void enterEigen(const Systems<T, N> &s)
     const auto factors = [=](Row row) { return row.into(lu, sizeof(*lu) * systems); };
     decompose(0, systems);
 
+    // In zonm's order of elements, for those who keep their matrices by rows.
+    const auto byRows = std::make_shared<Eigen::PartialPivLU<RowMajor<T, N>>>(
+        as<const RowMajor<T, N>>(s.a.data)[0]);
+
     factors(s.row("zonmLUDecomp_ma")).add("Eigen", decompose, onAll(solve));
     s.row("zonmLUBackSubst_mava").add("Eigen", solve);
     s.row("zonmLUBackSubst_mva", 0)
@@ -186,6 +190,11 @@ template <class T, int N> void enterEigen(const Systems<T, N> &s)
              [=](int, int n) {
                  for (int k = 0; k < n; ++k)
                      X[k] = lu->solve(B[k]);
+             })
+        .add("Eigen by rows",
+             [=](int, int n) {
+                 for (int k = 0; k < n; ++k)
+                     X[k] = byRows->solve(B[k]);
              })
         .add("Eigen dynamic", [=](int, int n) {
             using Columns = Eigen::Matrix<T, N, Eigen::Dynamic>;

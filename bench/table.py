@@ -7,7 +7,7 @@ import math
 import sys
 
 OURS = ["zonm", "zonm _L", "zonm _P"]
-PEERS = ["Eigen", "Eigen dynamic", "OpenBLAS", "LIBXSMM"]
+PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM"]
 
 GROUPS = {
     "sums": ("Matrix sums", """\
@@ -24,8 +24,9 @@ The peers multiply `32f` in single precision."""),
 As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte registers."""),
     "lu": ("LU decomposition and back substitution", """\
 20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
-sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Beside the single forms, Eigen stands behind a
-function call with run-time strides. LAPACK's copying of what it overwrites is timed."""),
+sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Eigen keeps its matrices by columns, which suits
+it best; `Eigen by rows` has them as zonm has. Beside the single forms, Eigen stands behind a function call
+with run-time strides. LAPACK's copying of what it overwrites is timed."""),
 }
 
 
@@ -104,7 +105,8 @@ def markdown(data):
     limit = limits.get("64f")
     spread = [t[1] / t[0] for row in rows for t in row[5].values()]
     peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
-    text = f"""# Benchmarks
+    text = f"""<!-- SPDX-License-Identifier: Apache-2.0 -->
+# Benchmarks
 
 Written by `{data["command"]}` on {data["date"]}; not to be edited. [How they are made](../bench/README.md).
 

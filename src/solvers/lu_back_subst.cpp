@@ -228,7 +228,11 @@ template <class A, class B, class D>
     const IntegerRuns<const int32_t> pivotsOf{pivots, n, pivotStep};
     int32_t k = 0;
     // A group reads its results back, so those must be apart as well.
-    if (count >= groupSize && dst.areApart() &&
+    // Large matrices that come from memory are better read one after the other: the hardware then
+    // reads ahead.
+    const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Value));
+    const bool streamed = pivotStep != 0 && matrix > 1024 && matrix > (ptrdiff_t(4) << 20) / count;
+    if (count >= groupSize && !streamed && dst.areApart() &&
         !anyMeet(Covered(dst).all(count), Covered(src1, src2, pivotsOf).all(count)))
         for (; k <= count - groupSize; k += groupSize) {
             const Group group{k};
