@@ -274,6 +274,32 @@ TEST(LUBackSubst, SolvesWhatWasDecomposed)
             }
 }
 
+// So many large systems that another path would pay: each is still what a call of its own gives.
+TEST(LUBackSubst, OfManyLargeSystemsIsThatOfEach)
+{
+    constexpr int n = 12, count = 4000, row = n * sizeof(double), element = sizeof(double);
+    Random random(1);
+    std::vector<double> a(std::size_t(n * n * count)), b(std::size_t(n * count)), x(b), one(n);
+    std::vector<std::int32_t> pivots(std::size_t(n * count));
+    for (double &v : a)
+        v = random.unit() - 0.5;
+    for (double &v : b)
+        v = random.unit() - 0.5;
+    ASSERT_EQ(zonmLUDecomp_ma_64f(a.data(), n * row, row, element, pivots.data(), a.data(), n * row,
+                                  row, element, n, count),
+              zonStsOk);
+    ASSERT_EQ(zonmLUBackSubst_mava_64f(a.data(), n * row, row, element, pivots.data(), b.data(),
+                                       row, element, x.data(), row, element, n, count),
+              zonStsOk);
+    for (std::size_t k = 0; k < count; ++k) {
+        ASSERT_EQ(zonmLUBackSubst_mv_64f(&a[k * n * n], row, element, &pivots[k * n], &b[k * n],
+                                         element, one.data(), element, n),
+                  zonStsOk);
+        for (std::size_t i = 0; i < n; ++i)
+            ASSERT_TRUE(sameBits(one[i], x[k * n + i])) << "system " << k << ", element " << i;
+    }
+}
+
 // Operands in one memory. Offsets and strides in elements; the pivots lie behind all.
 struct Arrangement {
     const char *what;
