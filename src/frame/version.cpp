@@ -18,3 +18,8 @@ constexpr ZonVersionRecord record = {
 } // namespace
 
 const ZonVersionRecord *zonm::entry::zonmGetLibVersion() { return &record; }
+
+extern "C" const ZonVersionRecord *zonmGetLibVersion()
+{
+    return zonm::exportTable.zonmGetLibVersion();
+}
