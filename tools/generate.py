@@ -226,25 +226,25 @@ def entry(e):
     def head(name):
         return wrapped(f"{e.returns} {name}(", [a.declaration() for a in e.arguments] or ["void"], ")", " " * 8)
 
-    lines = [head(f"entry::{e.name}"), "{"]
+    lines = [head(f"zonm::entry::{e.name}"), "{"]
     for step, names in e.checks:
         lines += [judgement(e, step, names), f"        return {STATUS_OF_STEP[step]};"]
     call = call_of(e)
     lines.append(wrapped(f"    return {call.function}(", [text for _, text in call.arguments], ");", " " * 8))
-    lines += ["}", 'extern "C" ' + head(e.name), "{"]
-    lines.append(wrapped(f"    return exportTable.{e.name}(", [a.name for a in e.arguments], ");", " " * 8))
+    lines += ["}", head(e.name), "{"]
+    lines.append(wrapped(f"    return zonm::exportTable.{e.name}(", [a.name for a in e.arguments], ");", " " * 8))
     return "\n".join(lines + ["}", ""])
 
 
 def entries(key):
     """One section per element type: each is compiled in a unit of its own."""
     members = sorted((e for e in PRESENT if e.family == key), key=lambda e: e.ordinal)
-    lines = [f"// {LICENSE}", f"// {NOTE}", "", "namespace zonm {"]
+    lines = [f"// {LICENSE}", f"// {NOTE}"]
     for element in ELEMENT_TYPES:
         chosen = [entry(e) for e in members if e.element == element]
         if chosen:
             lines += ["", f"#if ZONM_ELEMENT == {element[:-1]}", "", "\n".join(chosen) + "\n#endif"]
-    return "\n".join(lines + ["", "} // namespace zonm", ""])
+    return "\n".join(lines + [""])
 
 
 def built_list():

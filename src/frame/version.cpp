@@ -19,7 +19,4 @@ constexpr ZonVersionRecord record = {
 
 const ZonVersionRecord *zonm::entry::zonmGetLibVersion() { return &record; }
 
-extern "C" const ZonVersionRecord *zonmGetLibVersion()
-{
-    return zonm::exportTable.zonmGetLibVersion();
-}
+const ZonVersionRecord *zonmGetLibVersion() { return zonm::exportTable.zonmGetLibVersion(); }
