@@ -103,7 +103,8 @@ std::vector<const Export *> exportsWithChecks()
     return list;
 }
 
-// Operands on which every family succeeds: well conditioned matrices, indices in range.
+// Operands on which every family succeeds: matrices that are symmetric, positive definite, well
+// conditioned and of distinct eigenvalues; indices in range.
 void laySound(Call &call, const Export &e, int size)
 {
     for (const ArgumentInfo &a : e.arguments) {
@@ -114,7 +115,7 @@ void laySound(Call &call, const Export &e, int size)
             if (o->output)
                 call.output(a.name, shape);
             else
-                call.source(a.name, shape, [](int, int i, int j) { return i == j ? 4 : 1; });
+                call.source(a.name, shape, [](int, int i, int j) { return i == j ? 4 + i : 1; });
         } else if (head && a.type.starts_with("const")) {
             call.plainSource(a.name, size * size * call.count(), [](int, int, int) { return 0; });
         } else if (head) {

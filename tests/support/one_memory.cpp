@@ -143,15 +143,25 @@ std::int32_t OneMemory::drawShift(const Part &p)
     return std::int32_t(p.size()) * generator.pick({0, 1, 5, 512, 1024, 2048});
 }
 
+// The plain operands lie out of reach of a described one that is displaced: what meets row numbers
+// is no promise.
 std::vector<Place> OneMemory::apart(Style style)
 {
-    std::vector<Place> places;
-    std::ptrdiff_t end = 0;
-    for (const Part &p : parts) {
-        places.push_back(placeOf(p, style));
-        places.back().base = end;
-        places.back().shift = drawShift(p);
-        end += p.lastElement(places.back()) + p.size() + margin;
+    std::vector<Place> places(parts.size());
+    std::ptrdiff_t end = 0, reach = 0;
+    for (const bool described : {true, false}) {
+        for (std::size_t n = 0; n < parts.size(); ++n) {
+            const Part &p = parts[n];
+            if (p.described != described)
+                continue;
+            places[n] = placeOf(p, style);
+            places[n].base = end;
+            places[n].shift = drawShift(p);
+            const std::ptrdiff_t extent = p.lastElement(places[n]) + p.size();
+            end += extent + margin;
+            reach = std::max(reach, extent + 4 * places[n].step0 + margin * p.objects);
+        }
+        end += 2 * reach;
     }
     return places;
 }
@@ -231,6 +241,16 @@ void OneMemory::check(Meeting meeting, const Reference &reference)
             places = apart(style);
             places[o].step1 = std::max(places[o].step1 - parts[o].size(), parts[o].size());
             try_(places, "rows of " + parts[o].name + " overlap", reference);
+            for (int n = 0; n < 6; ++n) {
+                const Part &p = parts[o];
+                places = apart(style);
+                Place &at = places[o];
+                at.base = std::ranges::max(places, {}, &Place::base).base + 4096; // behind all
+                at.step0 = generator.pick({p.size(), 3 * p.size(), at.step0});
+                at.step1 = p.size() * generator.between(1, p.columns() + 1);
+                at.step2 = p.size() * generator.pick({1, 1, 2, 3, p.rows()});
+                try_(places, "elements of " + p.name + " overlap", reference);
+            }
         }
     }
     for (const bool again : {false, true}) {
@@ -305,6 +325,10 @@ void OneMemory::meet(std::size_t output, std::size_t source, Style style,
     };
     for (const auto &[where, ahead] : displacements) {
         auto met = places;
+        // What is plain meets this source alone.
+        for (std::size_t n = 0; n < parts.size() && !o.described; ++n)
+            if (n != source)
+                met[n].base += at.base + 3 * object + o.lastElement(places[output]) + margin;
         met[output].base = at.base + ahead;
         const std::string what = o.name + ' ' + where + ' ' + s.name;
         try_(met, what, reference);
