@@ -33,7 +33,7 @@ enum class Spread {
     // Not drawn by `any`, since they cost more:
     fenced, // every row, or every element of an element table, between two forbidden pages and
             // flush with one of them
-    vast, // strides of a GiB and more: offsets need more than 32 bits
+    vast,   // strides of a GiB and more: offsets need more than 32 bits
 };
 
 struct Layout {

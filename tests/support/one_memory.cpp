@@ -417,6 +417,8 @@ std::vector<Argument> OneMemory::arguments() const
     return all;
 }
 
+ZonStatus OneMemory::run() const { return invoke(callee.name, arguments(), callee.name); }
+
 bool OneMemory::checkAt(const std::vector<Place> &places, const std::string &what,
                         const Reference &reference)
 {
@@ -464,27 +466,40 @@ std::string OneMemory::describe(const std::vector<Place> &places, const std::str
 
 void OneMemory::checkThreads(const Reference &reference)
 {
-    constexpr int rounds = 200;
+    for (const Alternating what : {Alternating::elements, Alternating::rows, Alternating::objects})
+        checkThreads(what, reference);
+}
+
+void OneMemory::checkThreads(Alternating what, const Reference &reference)
+{
+    constexpr int rounds = 100;
     std::vector<std::vector<Place>> sets(2, apart(Style::dense));
     std::ptrdiff_t end = 0;
     for (std::size_t n = 0; n < parts.size(); ++n) {
         const Part &p = parts[n];
         Place &first = sets[0][n];
-        const bool alternate = p.described;
-        if (alternate)
-            first.step0 *= 2, first.step1 *= 2, first.step2 *= 2;
+        // What one call has before the other has the same.
+        std::ptrdiff_t piece = p.lastElement(first) + p.size();
+        if (p.described) {
+            piece = what == Alternating::elements ? p.size()
+                    : what == Alternating::rows   ? p.columns() * p.size()
+                                                  : p.rows() * p.columns() * p.size();
+            first.step0 *= 2;
+            first.step1 *= what == Alternating::objects ? 1 : 2;
+            first.step2 *= what == Alternating::elements ? 2 : 1;
+        }
         first.base = end;
-        end += p.lastElement(first) + 2 * p.size();
         sets[1][n] = first;
-        sets[1][n].base += alternate ? p.size() : p.lastElement(first) + p.size();
-        end += alternate ? 0 : p.lastElement(first) + p.size();
+        sets[1][n].base += piece;
+        end += p.lastElement(first) + p.size() + piece;
     }
 
+    // Elements of outputs, before and after the call.
+    using Numbers = std::vector<double>;
     struct Side {
-        std::vector<Operand> outputs;
+        std::vector<Operand> operands;
         std::vector<Argument> arguments;
-        std::vector<std::vector<double>> results;
-        std::vector<Operand> all; // keeps the tables
+        std::vector<Numbers> before, after; // of each operand; empty for a source
         ZonStatus wanted;
     } sides[2];
     const Room room = roomFor(sets);
@@ -496,17 +511,19 @@ void OneMemory::checkThreads(const Reference &reference)
         lay(room, sets[std::size_t(t)]);
         Side &side = sides[t];
         side.arguments = arguments();
+        const auto values = [&] {
+            std::vector<Numbers> all(parts.size());
+            for (std::size_t n = 0; n < parts.size(); ++n)
+                if (const Operand &o = parts[n].operand; o.output)
+                    for (const std::ptrdiff_t offset : o.layout.elements)
+                        all[n].push_back(load(o.element, o.base + offset));
+            return all;
+        };
+        for (const Part &p : parts)
+            side.operands.push_back(p.operand);
+        side.before = values();
         side.wanted = reference();
-        for (const Part &p : parts) {
-            side.all.push_back(p.operand);
-            if (!p.output)
-                continue;
-            side.outputs.push_back(p.operand);
-            std::vector<double> values;
-            for (const std::ptrdiff_t offset : p.operand.layout.elements)
-                values.push_back(load(p.form.element, p.operand.base + offset));
-            side.results.push_back(std::move(values));
-        }
+        side.after = values();
     }
     given = givenFirst;
 
@@ -516,24 +533,30 @@ void OneMemory::checkThreads(const Reference &reference)
         while (running > 0)
             std::this_thread::yield();
         for (int round = 0; round < rounds; ++round) {
-            for (const Operand &o : side.outputs)
-                for (const std::ptrdiff_t offset : o.layout.elements)
-                    store(o.element, o.base + offset, round);
+            for (std::size_t n = 0; n < side.operands.size(); ++n)
+                for (std::size_t i = 0; i < side.before[n].size(); ++i)
+                    store(side.operands[n].element,
+                          side.operands[n].base + side.operands[n].layout.elements[i],
+                          side.before[n][i]);
             if (invoke(callee.name, side.arguments, callee.name) != side.wanted)
                 ++wrong;
-            for (std::size_t o = 0; o < side.outputs.size(); ++o)
-                for (std::size_t n = 0; n < side.results[o].size(); ++n)
-                    if (!sameBits(load(side.outputs[o].element,
-                                       side.outputs[o].base + side.outputs[o].layout.elements[n]),
-                                  side.results[o][n]))
-                        ++wrong;
+            for (std::size_t n = 0; n < side.operands.size(); ++n)
+                for (std::size_t i = 0; i < side.after[n].size(); ++i)
+                    wrong +=
+                        !sameBits(load(side.operands[n].element,
+                                       side.operands[n].base + side.operands[n].layout.elements[i]),
+                                  side.after[n][i]);
         }
     };
     std::thread other([&] { run(sides[1]); });
     run(sides[0]);
     other.join();
     EXPECT_EQ(wrong, 0) << callee.name << " (seed " << seed
-                        << "): two calls at once on alternating elements disturb each other";
+                        << "): two calls at once on alternating "
+                        << (what == Alternating::elements ? "elements"
+                            : what == Alternating::rows   ? "rows"
+                                                          : "objects")
+                        << " disturb each other";
 }
 
 } // namespace test

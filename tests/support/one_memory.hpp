@@ -17,7 +17,6 @@
 
 #include <deque>
 #include <map>
-#include <optional>
 
 #include "support/operand.hpp"
 
@@ -54,9 +53,12 @@ class OneMemory
     // whether the bytes were compared: not where the reference stored a NaN, whose bits are
     // nobody's promise.
     bool checkAt(const std::vector<Place> &, const std::string &what, const Reference &);
-    // Two calls at once, on columns that alternate in memory: neither writes what lies between its
-    // elements, not even with the value that is there.
+    // Two calls at once, on elements, rows and objects that alternate in memory: neither writes
+    // what lies between its own, not even with the value that is there.
     void checkThreads(const Reference &);
+    // The export itself, on the operands where they lie: what `checkThreads` takes as a reference
+    // where only the disturbance is of interest.
+    ZonStatus run() const;
 
     int count() const { return objects; }
     Random &random() { return generator; }
@@ -78,6 +80,8 @@ class OneMemory
         // From the first element of the first object to the last of the last.
         std::ptrdiff_t lastElement(const Place &) const;
     };
+    enum class Alternating { elements, rows, objects };
+    void checkThreads(Alternating, const Reference &);
     enum class Style { dense, rowsApart, elementsApart, sideBySide, byColumns };
 
     const Operand &add(std::string_view name, Shape, bool output, bool described, Generator);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sums of 46341 x 46341 elements, which are more than 2^31, on operands whose rows overlap. Compiled
-// for 32 bits with traps where a signed integer overflows: a call that is still at work after a
-// second has counted nothing that overflows.
+// Sums of 46341 x 46341 elements, which are more than 2^31, on operands whose rows overlap.
+// Compiled for 32 bits with traps where a signed integer overflows: a call that is still at work
+// after a second has counted nothing that overflows.
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
