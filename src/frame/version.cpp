@@ -18,3 +18,5 @@ constexpr ZonVersionRecord record = {
 } // namespace
 
 const ZonVersionRecord *zonm::entry::zonmGetLibVersion() { return &record; }
+
+const ZonVersionRecord *zonmGetLibVersion() { return zonm::exportTable.zonmGetLibVersion(); }
