@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// dst[k](i, j) = a[k](i, j) op b[k](i, j), where either side is an array or the same for every k.
+// dst[k](i, j) = a[k](i, j) op b[k](i, j), where either side is an array or the same for every k,
+// and b may be a number for each k.
 //
 // What a caller can see is the order of reads and writes where `dst` overlaps a source: k, then i,
-// then j, each element read just before it is written. A fast path runs only where it cannot be
-// told from that.
+// then j, each element read just before it is written, but a number read once for its object. A
+// fast path runs only where it cannot be told from that.
 #pragma once
 
 #include "frame/operands.hpp"
 #include "frame/runs.hpp"
+#include "frame/unroll.hpp"
 #include "zonm.h"
 
 namespace zonm
@@ -19,6 +21,9 @@ struct Plus {
 struct Minus {
     template <class V> static V apply(V a, V b) { return a - b; }
 };
+struct Times {
+    template <class V> static V apply(V a, V b) { return a * b; }
+};
 template <class Op> struct Swapped {
     template <class V> static V apply(V a, V b) { return Op::apply(b, a); }
 };
@@ -26,27 +31,49 @@ template <class Op> struct Swapped {
 // Strided operands and object tables ------------------------------------------------------------
 
 // An operand as the entries hand it over: where its objects begin, and two steps inside each. A
-// single operand has step 0. One type for all of them lets the kernels be shared.
+// vector is a matrix of one row, a single operand has step 0. One type for all lets the kernels be
+// shared.
 template <class T> struct Placed {
     const void *place; // the first object, or a table of objects
-    int32_t step;      // from object to object, or the shift of a table
-    int32_t rowStep, columnStep;
+    ptrdiff_t step;    // from object to object, or the shift of a table
+    ptrdiff_t rowStep, columnStep;
     bool isTable;
 
+    Placed(const void *first, ptrdiff_t objectStep, ptrdiff_t row, ptrdiff_t column)
+        : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(false)
+    {
+    }
     template <class Block>
     explicit Placed(const Block &o)
-        : rowStep(int32_t(o.rowStep())), columnStep(int32_t(o.columnStep())),
-          isTable(Block::description == Description::objectTable)
+        : rowStep(0), columnStep(0), isTable(Block::description == Description::objectTable)
     {
+        if constexpr (Block::rank == 2)
+            rowStep = o.rowStep(), columnStep = o.columnStep();
+        else
+            columnStep = o.step();
         if constexpr (Block::description == Description::objectTable)
             place = o.table, step = o.shift;
         else
-            place = o.base, step = int32_t(o.objects().step);
+            place = o.base, step = o.objects().step;
     }
+    // One number for all objects; refers to it.
+    explicit Placed(const Constant<std::remove_const_t<T>> &c) : Placed(&c.value, 0, 0, 0) {}
+    explicit Placed(const ConstantArray<T> &c) : Placed(c.objects.base, c.objects.step, 0, 0) {}
+    explicit Placed(const ConstantTable<T> &c) : Placed(c.objects.table, c.objects.step, 0, 0)
+    {
+        isTable = true;
+    }
+
+    // Object k. Elements that only move are taken as integers: neither they nor the entries of
+    // their table are what T says.
     Bytes<T> operator()(ptrdiff_t k) const
     {
-        return isTable ? bytes(static_cast<T *const *>(place)[k]) + step
-                       : bytes(static_cast<T *>(const_cast<void *>(place))) + k * step;
+        auto base = static_cast<Bytes<T>>(const_cast<void *>(place));
+        if (!isTable)
+            return base + k * step;
+        std::memcpy(&base, static_cast<const std::byte *>(place) + k * ptrdiff_t(sizeof base),
+                    sizeof base);
+        return base + step;
     }
     bool isDense() const { return columnStep == sizeof(T); }
 };
@@ -55,131 +82,158 @@ template <class T> struct Combination {
     Placed<const T> a, b;
     Placed<T> dst;
     ptrdiff_t width; // of rows that follow each other without a gap, of all of them together
-    int32_t height, count;
+    ptrdiff_t height, count;
+
+    bool hasTable() const { return a.isTable || b.isTable || dst.isTable; }
 };
 
-// The literal order, for any steps and any overlap. N is the size where that is a constant, else 0.
-template <class Op, int N = 0, class T>
+// What b may be: `values` for packs, and where the literal order begins to read. A number is held
+// for the length of its object.
+template <class T> struct ObjectOperand {
+    static constexpr bool isConstant = false;
+    static RunAt<T> values(const std::byte *b) { return {b}; }
+    static const std::byte *held(const std::byte *b) { return b; }
+    static const std::byte *begin(const std::byte *const &held) { return held; }
+};
+template <class T> struct ConstantOperand {
+    static constexpr bool isConstant = true;
+    static Repeated<T> values(const std::byte *b) { return {load<T>(b)}; }
+    static T held(const std::byte *b) { return load<T>(b); }
+    static const std::byte *begin(const T &held) { return bytes(&held); }
+};
+
+// The literal order, for any steps and any overlap. `Width` is that of the rows where it is known,
+// else 0.
+template <class Op, class B, int Width = 0, class T>
 inline void combineObject(const Combination<T> &c, std::byte *dstBase, const std::byte *aBase,
                           const std::byte *bBase)
 {
+    const auto held = B::held(bBase);
     const StridedMatrix<const T> a(aBase, c.a.rowStep, c.a.columnStep);
-    const StridedMatrix<const T> b(bBase, c.b.rowStep, c.b.columnStep);
+    const StridedMatrix<const T> b(B::begin(held), c.b.rowStep, c.b.columnStep);
     const StridedMatrix<T> dst(dstBase, c.dst.rowStep, c.dst.columnStep);
-    for (ptrdiff_t i = 0; i < (N ? N : c.height); ++i)
-        for (ptrdiff_t j = 0; j < (N ? N : c.width); ++j)
+    for (ptrdiff_t i = 0; i < c.height; ++i)
+        for (ptrdiff_t j = 0; j < (Width ? Width : c.width); ++j)
             dst.set(i, j, Op::apply(a(i, j), b(i, j)));
 }
 
-template <class Op, int N, class T> void combineObjects(const Combination<T> &c)
+template <class Op, class B, int Width, class T>
+[[gnu::noinline]] void combineByElement(const Combination<T> &c)
 {
     for (ptrdiff_t k = 0; k < c.count; ++k)
-        combineObject<Op, N>(c, c.dst(k), c.a(k), c.b(k));
+        combineObject<Op, B, Width>(c, c.dst(k), c.a(k), c.b(k));
 }
 
-template <class Op, class T> void combineByElement(const Combination<T> &c)
+template <class Op, class B, class T> void combineByElement(const Combination<T> &c)
 {
-    switch (c.width == c.height ? c.width : 0) {
-    case 3: return combineObjects<Op, 3>(c);
-    case 4: return combineObjects<Op, 4>(c);
-    case 5: return combineObjects<Op, 5>(c);
-    case 6: return combineObjects<Op, 6>(c);
-    default: return combineObjects<Op, 0>(c);
+    if constexpr (!B::isConstant) {
+        switch (c.width) {
+        case 3: return combineByElement<Op, B, 3>(c);
+        case 4: return combineByElement<Op, B, 4>(c);
+        case 5: return combineByElement<Op, B, 5>(c);
+        case 6: return combineByElement<Op, B, 6>(c);
+        }
     }
+    combineByElement<Op, B, 0>(c);
 }
 
-template <class Op, class T>
+template <class Op, class B, class T>
 [[gnu::noinline]] void combineUnorderedObject(const Combination<T> &c, std::byte *dst,
                                               const std::byte *a, const std::byte *b)
 {
-    combineObject<Op>(c, dst, a, b);
+    combineObject<Op, B>(c, dst, a, b);
 }
 
-// Calls `rows(dst, a, b)` for each object. Objects of a table may lie anywhere, so each is tested
-// on its way, and those whose order packs would not keep are done literally.
-template <class Op, class T, class Rows>
+// Dense rows: calls `rows(dst, a, b)` for each object. Objects of a table may lie anywhere, so each
+// is tested on its way, and those whose order packs would not keep are done literally.
+template <class Op, class B, class T, class Rows>
 inline void forEachDenseObject(const Combination<T> &c, Rows rows)
 {
-    const bool tested = c.dst.isTable;
-    for (ptrdiff_t k = 0; k < c.count; ++k) {
-        const auto a = c.a(k), b = c.b(k);
-        const auto dst = c.dst(k);
-        const auto ordered = [&](const std::byte *src, ptrdiff_t rowStep) {
-            return keepsOrder(dst, src, 0, (c.height - 1) * (c.dst.rowStep - rowStep));
-        };
-        if (tested && !(ordered(a, c.a.rowStep) && ordered(b, c.b.rowStep)))
-            combineUnorderedObject<Op>(c, dst, a, b);
+    auto dst = c.dst(0);
+    auto a = c.a(0), b = c.b(0);
+    const auto ordered = [&](const std::byte *src, ptrdiff_t rowStep) {
+        return keepsOrder(dst, src, 0, (c.height - 1) * (c.dst.rowStep - rowStep));
+    };
+    const bool hasTable = c.hasTable();
+    for (ptrdiff_t k = 0;;) {
+        if (hasTable && !(ordered(a, c.a.rowStep) && (B::isConstant || ordered(b, c.b.rowStep))))
+            combineUnorderedObject<Op, B>(c, dst, a, b);
         else
             rows(dst, a, b);
+        if (++k == c.count)
+            return;
+        if (hasTable)
+            dst = c.dst(k), a = c.a(k), b = c.b(k);
+        else
+            dst += c.dst.step, a += c.a.step, b += c.b.step;
     }
 }
 
-// Rows of `Length` elements, `Rows` of them per object.
-template <class Op, int Rows, ptrdiff_t Length, class T>
-void combineFixedRows(const Combination<T> &c)
+// `Width` is that of the rows where it is known, else 0.
+template <class Op, class B, int Width, class T>
+[[gnu::noinline]] void combineRows(const Combination<T> &c)
 {
-    forEachDenseObject<Op>(c, [&](std::byte *dst, const std::byte *a, const std::byte *b) {
-        for (int i = 0; i < Rows; ++i) {
-            writeRun<T, Length>(dst, combined<Op>(RunAt<T>{a}, RunAt<T>{b}));
-            a += c.a.rowStep, b += c.b.rowStep, dst += c.dst.rowStep;
+    forEachDenseObject<Op, B>(c, [&](std::byte *dst, const std::byte *a, const std::byte *b) {
+        auto values = combined<Op>(RunAt<T>{a}, B::values(b));
+        for (ptrdiff_t i = c.height;;) {
+            if constexpr (Width)
+                writeRun<T, Width>(dst, values);
+            else
+                writeRun<T>(dst, c.width, values);
+            if (--i == 0)
+                return;
+            dst += c.dst.rowStep, values.a.advance(c.a.rowStep), values.b.advance(c.b.rowStep);
         }
     });
 }
 
-template <class Op, class T> void combineRows(const Combination<T> &c)
+// The widths 3 to 6, and those of square matrices of these sizes whose rows are joined.
+template <class Op, class B, class T> void combineDense(const Combination<T> &c)
 {
-    forEachDenseObject<Op>(c, [&](std::byte *dst, const std::byte *a, const std::byte *b) {
-        for (ptrdiff_t i = 0; i < c.height; ++i) {
-            writeRun<T>(dst, c.width, combined<Op>(RunAt<T>{a}, RunAt<T>{b}));
-            a += c.a.rowStep, b += c.b.rowStep, dst += c.dst.rowStep;
-        }
-    });
-}
-
-template <class Op, class T> void combineDense(const Combination<T> &c)
-{
-    if (c.height == 1) {
-        switch (c.width) {
-        case 9: return combineFixedRows<Op, 1, 9>(c);
-        case 16: return combineFixedRows<Op, 1, 16>(c);
-        case 25: return combineFixedRows<Op, 1, 25>(c);
-        case 36: return combineFixedRows<Op, 1, 36>(c);
-        }
-    } else {
-        switch (c.width == c.height ? c.width : 0) {
-        case 3: return combineFixedRows<Op, 3, 3>(c);
-        case 4: return combineFixedRows<Op, 4, 4>(c);
-        case 5: return combineFixedRows<Op, 5, 5>(c);
-        case 6: return combineFixedRows<Op, 6, 6>(c);
-        }
+    switch (c.width) {
+    case 3: return combineRows<Op, B, 3>(c);
+    case 4: return combineRows<Op, B, 4>(c);
+    case 5: return combineRows<Op, B, 5>(c);
+    case 6: return combineRows<Op, B, 6>(c);
+    case 9: return combineRows<Op, B, 9>(c);
+    case 16: return combineRows<Op, B, 16>(c);
+    case 25: return combineRows<Op, B, 25>(c);
+    case 36: return combineRows<Op, B, 36>(c);
+    default: return combineRows<Op, B, 0>(c);
     }
-    combineRows<Op>(c);
 }
 
 // Rows without gaps are one longer row: the order of the elements stays what it was.
-template <class T> void joinRows(Combination<T> &c)
+template <class B, class T> void joinRows(Combination<T> &c)
 {
     const ptrdiff_t row = c.width * ptrdiff_t(sizeof(T));
-    if (c.a.rowStep == row && c.b.rowStep == row && c.dst.rowStep == row) {
+    if (c.a.rowStep == row && c.dst.rowStep == row && (B::isConstant || c.b.rowStep == row)) {
         c.width *= c.height;
         c.height = 1;
     }
 }
 
-template <class Op, class T> void combineSteps(const Combination<T> &c)
+template <class Op, class B, class T> void combineSteps(const Combination<T> &c)
 {
     const auto ordered = [&](const Placed<const T> &src) {
-        return keepsOrder(c.dst(0), src(0), ptrdiff_t(c.count - 1) * (c.dst.step - src.step),
-                          ptrdiff_t(c.height - 1) * (c.dst.rowStep - src.rowStep));
+        return keepsOrder(c.dst(0), src(0), (c.count - 1) * (c.dst.step - src.step),
+                          (c.height - 1) * (c.dst.rowStep - src.rowStep));
     };
-    const bool dense = c.a.isDense() && c.b.isDense() && c.dst.isDense();
-    if (dense && (c.dst.isTable || (ordered(c.a) && ordered(c.b)))) {
+    const bool dense = c.a.isDense() && c.dst.isDense() && (B::isConstant || c.b.isDense());
+    if (dense && (c.hasTable() || (ordered(c.a) && (B::isConstant || ordered(c.b))))) {
         auto joined = c;
-        joinRows(joined);
-        combineDense<Op>(joined);
+        joinRows<B>(joined);
+        combineDense<Op, B>(joined);
     } else {
-        combineByElement<Op>(c);
+        combineByElement<Op, B>(c);
     }
+}
+
+// Zero where the rows of an operand follow each other without a gap, from its first object on.
+template <class T> ptrdiff_t gapsInside(const Placed<T> &o, ptrdiff_t width, ptrdiff_t height)
+{
+    constexpr auto element = ptrdiff_t(sizeof(T));
+    return (o.columnStep - element) | (height > 1 ? o.rowStep - width * element : 0) | o.isTable;
 }
 
 // Packed operands, the common case: all objects are one run of elements, in their order.
@@ -219,16 +273,13 @@ inline bool mayTile(const std::byte *dst, const std::byte *array, const std::byt
     return Tile<T>::serves(elements, count) && apart && keepsOrder(dst, array);
 }
 
-template <class Op, class T> [[gnu::noinline]] ZonStatus combineStrided(const Combination<T> &c)
+// Objects with objects.
+template <class Op, class T> [[gnu::noinline]] ZonStatus combineObjects(const Combination<T> &c)
 {
-    constexpr auto element = ptrdiff_t(sizeof(T));
-    const ptrdiff_t row = c.width * element;
-    const auto gapsInside = [&](const auto &o) {
-        return (o.columnStep - element) | (o.rowStep - row) | ptrdiff_t(o.isTable);
-    };
-    if ((gapsInside(c.a) | gapsInside(c.b) | gapsInside(c.dst)) == 0) {
+    if ((gapsInside(c.a, c.width, c.height) | gapsInside(c.b, c.width, c.height) |
+         gapsInside(c.dst, c.width, c.height)) == 0) {
         // Only now: in 32 bits the size of an object whose rows overlap may overflow.
-        const ptrdiff_t elements = c.width * ptrdiff_t(c.height), object = row * c.height;
+        const ptrdiff_t elements = c.width * c.height, object = elements * ptrdiff_t(sizeof(T));
         const auto isPacked = [&](const auto &o) { return o.step == object; };
         const auto dst = c.dst(0);
         const auto a = c.a(0), b = c.b(0);
@@ -248,7 +299,27 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineStrided(const Co
             return zonStsOk;
         }
     }
-    combineSteps<Op>(c);
+    combineSteps<Op, ObjectOperand<T>>(c);
+    return zonStsOk;
+}
+
+// Objects with numbers.
+template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const Combination<T> &c)
+{
+    using Constants = ConstantOperand<T>;
+    const bool oneForAll = c.count == 1 || (c.b.step == 0 && !c.b.isTable);
+    if (oneForAll &&
+        (gapsInside(c.a, c.width, c.height) | gapsInside(c.dst, c.width, c.height)) == 0) {
+        const ptrdiff_t elements = c.width * c.height, object = elements * ptrdiff_t(sizeof(T));
+        const auto dst = c.dst(0);
+        const auto a = c.a(0);
+        if ((c.count == 1 || (c.a.step == object && c.dst.step == object)) && keepsOrder(dst, a)) {
+            writeRun<T>(dst, elements * c.count,
+                        combined<Op>(RunAt<T>{a}, Constants::values(c.b(0))));
+            return zonStsOk;
+        }
+    }
+    combineSteps<Op, Constants>(c);
     return zonStsOk;
 }
 
@@ -258,7 +329,8 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineStrided(const Co
 // object 0. A single operand has step 0.
 template <class T> struct Scattered {
     T *const *table;
-    int32_t shift, step, rowPitch, columnPitch;
+    ptrdiff_t shift, step;
+    int32_t rowPitch, columnPitch;
 
     template <class Block>
     Scattered(const Block &o, Shape shape)
@@ -271,6 +343,12 @@ template <class T> struct Scattered {
     {
         return {table, shift + k * step, rowPitch, columnPitch};
     }
+};
+
+// A number as a matrix that has it everywhere.
+template <class T> struct Uniform {
+    T value;
+    T operator()(ptrdiff_t, ptrdiff_t) const { return value; }
 };
 
 template <class T> struct ScatteredCombination {
@@ -302,21 +380,68 @@ template <class Op, class T> void combineWholeObjects(const ScatteredCombination
     }
 }
 
+template <class Op, class Dst, class A, class B>
+inline void combineViews(const Dst &dst, const A &a, const B &b, ptrdiff_t width, ptrdiff_t height)
+{
+    for (ptrdiff_t i = 0; i < height; ++i)
+        for (ptrdiff_t j = 0; j < width; ++j)
+            dst.set(i, j, Op::apply(a(i, j), b(i, j)));
+}
+
 template <class Op, class T>
 [[gnu::noinline]] ZonStatus combineScattered(const ScatteredCombination<T> &c)
 {
-    if (c.readsWholeObjects) {
+    if (c.readsWholeObjects)
         combineWholeObjects<Op>(c);
-        return zonStsOk;
-    }
-    for (ptrdiff_t k = 0; k < c.count; ++k) {
-        const auto a = c.a(k), b = c.b(k);
-        const auto dst = c.dst(k);
-        for (ptrdiff_t i = 0; i < c.height; ++i)
-            for (ptrdiff_t j = 0; j < c.width; ++j)
-                dst.set(i, j, Op::apply(a(i, j), b(i, j)));
-    }
+    else
+        for (ptrdiff_t k = 0; k < c.count; ++k)
+            combineViews<Op>(c.dst(k), c.a(k), c.b(k), c.width, c.height);
     return zonStsOk;
+}
+
+template <class T> struct ScatteredConstantCombination {
+    Scattered<const T> a;
+    Placed<const T> b;
+    Scattered<T> dst;
+    int32_t width, height, count;
+};
+
+template <class Op, class T>
+[[gnu::noinline]] ZonStatus combineScatteredConstants(const ScatteredConstantCombination<T> &c)
+{
+    for (ptrdiff_t k = 0; k < c.count; ++k)
+        combineViews<Op>(c.dst(k), c.a(k), Uniform<T>{load<T>(c.b(k))}, c.width, c.height);
+    return zonStsOk;
+}
+
+// dst = a op c for each description, with the constant on the right.
+template <class Op, class A, class C, class D>
+ZonStatus combineWithConstant(const A &a, const C &constants, const D &dst, Shape shape,
+                              int32_t count)
+{
+    using T = typename D::Value;
+    const auto [width, height] = shape;
+    if constexpr (isElementTable<D>)
+        return combineScatteredConstants<Op>(ScatteredConstantCombination<T>{
+            {a, shape}, Placed<const T>(constants), {dst, shape}, width, height, count});
+    else
+        return combineConstants<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(constants),
+                                                   Placed<T>(dst), width, height, count});
+}
+
+// dst = a op b for each description.
+template <class Op, class A, class B, class D>
+ZonStatus combineWithObject(const A &a, const B &b, const D &dst, Shape shape, int32_t count,
+                            bool readsWholeObjects = false)
+{
+    using T = typename D::Value;
+    const auto [width, height] = shape;
+    if constexpr (isElementTable<D>)
+        return combineScattered<Op>(ScatteredCombination<T>{
+            {a, shape}, {b, shape}, {dst, shape}, width, height, count, readsWholeObjects});
+    else
+        return combineObjects<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(b),
+                                                 Placed<T>(dst), width, height, count});
 }
 
 } // namespace zonm

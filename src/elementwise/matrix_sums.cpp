@@ -27,21 +27,8 @@ struct Form {
 template <class Op, class A, class B, class D>
 ZonStatus combine(A src1, B src2, D dst, Shape shape, int32_t count)
 {
-    using T = typename D::Value;
-    const auto [width, height] = shape;
-    if constexpr (isElementTable<D>) {
-        return combineScattered<Op>(ScatteredCombination<T>{{src1, shape},
-                                                            {src2, shape},
-                                                            {dst, shape},
-                                                            width,
-                                                            height,
-                                                            count,
-                                                            Form::mayReadWholeObjects<A, B> &&
-                                                                Form::readsWholeObjects(shape)});
-    } else {
-        return combineStrided<Op>(Combination<T>{Placed<const T>(src1), Placed<const T>(src2),
-                                                 Placed<T>(dst), width, height, count});
-    }
+    return combineWithObject<Op>(src1, src2, dst, shape, count,
+                                 Form::mayReadWholeObjects<A, B> && Form::readsWholeObjects(shape));
 }
 
 // Bindings ---------------------------------------------------------------------------------------

@@ -83,22 +83,27 @@ inline void writeRun(std::byte *dst, const Values &values, ptrdiff_t offset = 0)
         writeRun<T, Length % W, W / 2>(dst, values, offset + packs * packBytes);
 }
 
+// What is left of a run: fewer than 2*W elements, the widest packs first.
+template <class T, int W, class Values>
+inline void writeRest(std::byte *dst, ptrdiff_t length, Values &values)
+{
+    if (length & W) {
+        writeRun<T, W>(dst, values);
+        dst += W * sizeof(T), values.advance(W * sizeof(T));
+    }
+    if constexpr (W > 1)
+        writeRest<T, W / 2>(dst, length, values);
+}
+
 template <class T, class Values>
 inline void writeRun(std::byte *dst, ptrdiff_t length, Values values)
 {
-    constexpr ptrdiff_t pack = registerBytes / ptrdiff_t(sizeof(T)), unrolled = 4;
-    for (; length >= unrolled * pack; length -= unrolled * pack) {
-        writeRun<T, unrolled * pack>(dst, values);
-        dst += unrolled * registerBytes, values.advance(unrolled * registerBytes);
+    constexpr int unrolled = 4 * registerBytes / int(sizeof(T));
+    for (; length >= unrolled; length -= unrolled) {
+        writeRun<T, unrolled>(dst, values);
+        dst += unrolled * sizeof(T), values.advance(unrolled * sizeof(T));
     }
-    for (; length >= pack; length -= pack) {
-        writeRun<T, pack>(dst, values);
-        dst += registerBytes, values.advance(registerBytes);
-    }
-    for (; length > 0; --length) {
-        writeRun<T, 1, 1>(dst, values);
-        dst += sizeof(T), values.advance(sizeof(T));
-    }
+    writeRest<T, unrolled / 2>(dst, length, values);
 }
 
 // Overlap --------------------------------------------------------------------------------------
