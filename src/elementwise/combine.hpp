@@ -7,9 +7,8 @@
 // fast path runs only where it cannot be told from that.
 #pragma once
 
-#include "frame/operands.hpp"
+#include "frame/objects.hpp"
 #include "frame/runs.hpp"
-#include "frame/unroll.hpp"
 #include "zonm.h"
 
 namespace zonm
@@ -43,26 +42,22 @@ template <class T> struct Placed {
         : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(false)
     {
     }
-    template <class Block>
-    explicit Placed(const Block &o)
-        : rowStep(0), columnStep(0), isTable(Block::description == Description::objectTable)
+    template <class Block> explicit Placed(const Block &o) : Placed(nullptr, 0, 0, o.stride2)
     {
         if constexpr (Block::rank == 2)
-            rowStep = o.rowStep(), columnStep = o.columnStep();
-        else
-            columnStep = o.step();
-        if constexpr (Block::description == Description::objectTable)
+            rowStep = o.stride1;
+        if constexpr (Block::transposed)
+            std::swap(rowStep, columnStep);
+        isTable = isObjectTable<Block>;
+        if constexpr (isObjectTable<Block>)
             place = o.table, step = o.shift;
         else
-            place = o.base, step = o.objects().step;
+            place = o.base, step = steppedOrigins(o).step;
     }
     // One number for all objects; refers to it.
     explicit Placed(const Constant<std::remove_const_t<T>> &c) : Placed(&c.value, 0, 0, 0) {}
-    explicit Placed(const ConstantArray<T> &c) : Placed(c.objects.base, c.objects.step, 0, 0) {}
-    explicit Placed(const ConstantTable<T> &c) : Placed(c.objects.table, c.objects.step, 0, 0)
-    {
-        isTable = true;
-    }
+    explicit Placed(const ConstantArray<T> &c) : Placed(c.base, c.stride0, 0, 0) {}
+    explicit Placed(const ConstantTable<T> &c) : Placed(c.table, c.shift, 0, 0) { isTable = true; }
 
     // Object k. Elements that only move are taken as integers: neither they nor the entries of
     // their table are what T says.
@@ -325,25 +320,25 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const 
 
 // Element tables ---------------------------------------------------------------------------------
 
-// An operand whose elements stand in a table: entry i*rowPitch + j*columnPitch is that of (i, j) in
-// object 0. A single operand has step 0.
+// The objects of an element table, `step` apart; a vector is a matrix of one row here too.
 template <class T> struct Scattered {
-    T *const *table;
-    ptrdiff_t shift, step;
-    int32_t rowPitch, columnPitch;
+    ScatteredMatrix<T> first;
+    ptrdiff_t step;
 
-    template <class Block>
-    Scattered(const Block &o, Shape shape)
-        : table(o.table), shift(o.shift), step(o.stride0),
-          rowPitch(Block::transposed ? 1 : shape.width),
-          columnPitch(Block::transposed ? shape.height : 1)
-    {
-    }
     ScatteredMatrix<T> operator()(ptrdiff_t k) const
     {
-        return {table, shift + k * step, rowPitch, columnPitch};
+        return first.placedAt(first.offset + k * step);
     }
 };
+
+template <class Block> inline auto scattered(const Block &o, Shape shape)
+{
+    using T = typename Block::Value;
+    if constexpr (Block::rank == 2)
+        return Scattered<T>{onlyObject(o, shape.height, shape.width), o.stride0};
+    else
+        return Scattered<T>{{o.table, o.shift, 0, 1}, o.stride0};
+}
 
 // A number as a matrix that has it everywhere.
 template <class T> struct Uniform {
@@ -360,7 +355,7 @@ template <class T> struct ScatteredCombination {
 
 template <class Op, class T> void combineWholeObjects(const ScatteredCombination<T> &c)
 {
-    constexpr ptrdiff_t largest = 6 * 6;
+    constexpr ptrdiff_t largest = largestUnrolled * largestUnrolled;
     T a[largest], b[largest];
     const auto read = [&](T *values, const Scattered<const T> &src, ptrdiff_t k) {
         if (k > 0 && src.step == 0)
@@ -422,8 +417,9 @@ ZonStatus combineWithConstant(const A &a, const C &constants, const D &dst, Shap
     using T = typename D::Value;
     const auto [width, height] = shape;
     if constexpr (isElementTable<D>)
-        return combineScatteredConstants<Op>(ScatteredConstantCombination<T>{
-            {a, shape}, Placed<const T>(constants), {dst, shape}, width, height, count});
+        return combineScatteredConstants<Op>(
+            ScatteredConstantCombination<T>{scattered(a, shape), Placed<const T>(constants),
+                                            scattered(dst, shape), width, height, count});
     else
         return combineConstants<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(constants),
                                                    Placed<T>(dst), width, height, count});
@@ -437,8 +433,9 @@ ZonStatus combineWithObject(const A &a, const B &b, const D &dst, Shape shape, i
     using T = typename D::Value;
     const auto [width, height] = shape;
     if constexpr (isElementTable<D>)
-        return combineScattered<Op>(ScatteredCombination<T>{
-            {a, shape}, {b, shape}, {dst, shape}, width, height, count, readsWholeObjects});
+        return combineScattered<Op>(
+            ScatteredCombination<T>{scattered(a, shape), scattered(b, shape), scattered(dst, shape),
+                                    width, height, count, readsWholeObjects});
     else
         return combineObjects<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(b),
                                                  Placed<T>(dst), width, height, count});

@@ -79,7 +79,7 @@ template <class D> ZonStatus loadIdentity(D dst, Shape shape, int32_t count)
 {
     using T = typename D::Value;
     if constexpr (isElementTable<D>)
-        return loadScattered(Scattered<T>(dst, shape), shape, count), zonStsOk;
+        return loadScattered(scattered(dst, shape), shape, count), zonStsOk;
     else
         return loadObjects(Placed<T>(dst), shape, count);
 }

@@ -18,7 +18,7 @@ struct Form {
     // interface; a plain array with a transposed second operand (mat, mata) does not.
     static bool readsWholeObjects(Shape s)
     {
-        return s.width == s.height && 3 <= s.width && s.width <= 6;
+        return s.width == s.height && smallestUnrolled <= s.width && s.width <= largestUnrolled;
     }
     template <class A, class B>
     static constexpr bool mayReadWholeObjects = !(A::many && !A::transposed && B::transposed);

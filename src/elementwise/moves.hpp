@@ -245,12 +245,17 @@ template <class Bits> bool moveInAnyOrder(const Movement<Bits> &m)
     return true;
 }
 
-// Below so many elements the preparation of another order does not pay.
-inline constexpr ptrdiff_t manyElements = 64;
+// With fewer elements the preparation of another order does not pay.
+template <class Bits> inline bool hasManyElements(const Movement<Bits> &m)
+{
+    constexpr ptrdiff_t many = 64;
+    return m.width >= many || m.height >= many || m.count >= many ||
+           m.width * m.height * m.count >= many;
+}
 
 template <class Bits> void moveApart(const Movement<Bits> &m)
 {
-    if (m.width * m.height * m.count < manyElements || !moveInAnyOrder(m))
+    if (!hasManyElements(m) || !moveInAnyOrder(m))
         moveByElement(m);
 }
 
@@ -305,11 +310,11 @@ template <class Bits> [[gnu::noinline]] ZonStatus moveObjects(const Movement<Bit
 
 // Element tables on one side or both --------------------------------------------------------------
 
-template <class Bits> inline StridedMatrix<Bits> viewOf(const Placed<Bits> &o, ptrdiff_t k)
+template <class Bits> inline StridedMatrix<Bits> objectOf(const Placed<Bits> &o, ptrdiff_t k)
 {
     return {o(k), o.rowStep, o.columnStep};
 }
-template <class T> inline ScatteredMatrix<T> viewOf(const Scattered<T> &o, ptrdiff_t k)
+template <class T> inline ScatteredMatrix<T> objectOf(const Scattered<T> &o, ptrdiff_t k)
 {
     return o(k);
 }
@@ -319,8 +324,8 @@ template <class Bits, class Src, class Dst>
                                          ptrdiff_t height, ptrdiff_t count)
 {
     for (ptrdiff_t k = 0; k < count; ++k) {
-        const auto from = viewOf(src, k);
-        const auto to = viewOf(dst, k);
+        const auto from = objectOf(src, k);
+        const auto to = objectOf(dst, k);
         for (ptrdiff_t i = 0; i < height; ++i)
             for (ptrdiff_t j = 0; j < width; ++j)
                 store(to.at(i, j), load<Bits>(from.at(i, j)));
@@ -334,7 +339,7 @@ template <class Block> inline auto placed(const Block &o, Shape shape)
     using T = typename Block::Value;
     using Bits = BitsOf<T>;
     if constexpr (isElementTable<Block>)
-        return Scattered<T>(o, shape);
+        return scattered(o, shape);
     else
         return Placed<std::conditional_t<std::is_const_v<T>, const Bits, Bits>>(o);
 }

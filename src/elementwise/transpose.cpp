@@ -12,24 +12,23 @@ namespace
 
 struct Form {
     // At these sizes the `_P` forms read an object whole before they write it.
-    static constexpr int32_t leastWhole = 3, largestWhole = 6;
     static bool readsWholeObjects(Shape s)
     {
-        return s.width == s.height && leastWhole <= s.width && s.width <= largestWhole;
+        return s.width == s.height && smallestUnrolled <= s.width && s.width <= largestUnrolled;
     }
 };
 
 template <class T>
-[[gnu::noinline]] void moveWholeObjects(const Scattered<const T> &src, const Scattered<T> &dst,
-                                        ptrdiff_t size, ptrdiff_t count)
+[[gnu::noinline]] void moveWholeObjects(Scattered<const T> src, Scattered<T> dst, ptrdiff_t size,
+                                        ptrdiff_t count)
 {
     using Bits = BitsOf<T>;
+    Bits object[largestUnrolled * largestUnrolled];
+    const Placed<Bits> held(object, 0, size * ptrdiff_t(sizeof(Bits)), sizeof(Bits));
     for (ptrdiff_t k = 0; k < count; ++k) {
-        Bits object[Form::largestWhole * Form::largestWhole];
-        const Placed<Bits> held(object, 0, size * ptrdiff_t(sizeof(Bits)), sizeof(Bits));
-        const auto next = [k](auto o) { return o.shift += k * o.step, o; };
-        moveElements<Bits>(next(src), held, size, size, 1);
-        moveElements<Bits>(held, next(dst), size, size, 1);
+        moveElements<Bits>(src, held, size, size, 1);
+        moveElements<Bits>(held, dst, size, size, 1);
+        src.first.offset += src.step, dst.first.offset += dst.step;
     }
 }
 
@@ -41,8 +40,8 @@ template <class S, class D> ZonStatus transpose(S src, Shape shape, D dst, int32
     const auto [width, height] = shape;
     if constexpr (isElementTable<D>) {
         // In the order of src.
-        const Scattered<const T> from(src, shape);
-        const Scattered<T> to{Transposed<D>(dst), shape};
+        const auto from = scattered(src, shape);
+        const auto to = scattered(Transposed<D>(dst), shape);
         if (Form::readsWholeObjects(shape))
             return moveWholeObjects<T>(from, to, width, count), zonStsOk;
         return move<BitsOf<T>>(from, to, width, height, count);

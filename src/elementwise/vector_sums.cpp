@@ -16,8 +16,7 @@ namespace
 
 struct Form {
     // At these lengths some strided forms read a single vector once, before the first object.
-    static constexpr int32_t leastHeld = 3, largestHeld = 6;
-    static bool holds(int32_t len) { return leastHeld <= len && len <= largestHeld; }
+    static bool holds(int32_t len) { return smallestUnrolled <= len && len <= largestUnrolled; }
     // vav does, and vva in 32f alone.
     template <class A, class B, class D>
     static constexpr bool holdsSingle = D::description == Description::strided &&
@@ -28,11 +27,11 @@ struct Form {
 
 // A single vector read now, to stand in its place.
 template <class T> struct HeldVector {
-    T elements[Form::largestHeld];
+    T elements[largestUnrolled];
 
     HeldVector(const Vector<const T> &v, int32_t len)
     {
-        const StridedVector<const T> view(bytes(v.base), v.step());
+        const auto view = onlyObject(v, len);
         for (int32_t i = 0; i < len; ++i)
             elements[i] = view(i);
     }
@@ -50,7 +49,7 @@ ZonStatus combine(A a, B b, D dst, int32_t len, int32_t count)
     else if constexpr (isConstant<B>)
         return combineWithConstant<Op>(a, b, dst, row, count);
     else if constexpr (Form::holdsSingle<A, B, D>) {
-        if (count > 1 && Form::holds(len)) {
+        if (Form::holds(len)) {
             if constexpr (A::many)
                 return combineWithObject<Op>(a, HeldVector(b, len).vector(), dst, row, count);
             else

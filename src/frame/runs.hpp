@@ -6,7 +6,7 @@
 // of so many bytes, and `advance(bytes)`.
 #pragma once
 
-#include "frame/lanes.hpp"
+#include "frame/packs.hpp"
 
 #include <algorithm>
 #include <utility>
