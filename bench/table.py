@@ -7,13 +7,20 @@ import math
 import sys
 
 OURS = ["zonm", "zonm _L", "zonm _P"]
-PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM"]
+PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "memcpy", "loop"]
 
 GROUPS = {
     "sums": ("Matrix sums", """\
 Dense rows. The last count of each size is beyond the caches. `zonmAdd_mm` is one call per object,
 over as many objects as the count says; beside it, and at count 1, Eigen stands behind a function
 call with run-time strides. Elsewhere it is fixed-size code over an array."""),
+    "constants": ("Vector sums, sums and products with constants", """\
+Dense rows. The last count of each size is beyond the caches. `zonmMul_mc` is one call per object; beside it,
+Eigen stands behind a function call with run-time strides."""),
+    "moves": ("Moves", """\
+NxN matrices, dense rows. The last count of each size is beyond the caches. *Interleaved*: element (i, j) of all
+matrices side by side. *loop*: two nested loops over the objects and their elements, compiled with the same flags.
+`zonmTranspose_m` is one call per object; beside it, Eigen stands behind a function call with run-time strides."""),
     "product": ("Matrix product", """\
 Square matrices, dense rows, operands within the second-level cache. *Limit*: the share of the
 machine's rate of packed `64f` multiplications and additions, {limit} Gflop/s at the register width

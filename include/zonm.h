@@ -917,8 +917,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_64f_P(
 /**
  * Vector sums: zonmAdd, zonmSub on vectors and constants
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * two vectors:    dst[k](i) = src1[k](i) + src2[k](i), or with -
  * vc, vac:        dst[k](i) = src[k](i) + val, or with -
  * vca, vaca:      dst[k](i) = src[k](i) + vals[k], or with -
@@ -1458,8 +1456,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_64f_P(
 /**
  * Copy between descriptions: zonmCopy
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k](i, j) = src[k](i, j), or for va dst[k](i) = src[k](i)
  *
  * Two letters close the name, the description of src and that of dst: S strided, L objects,
@@ -1619,8 +1615,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_PP(
 /**
  * Copy into dense memory: zonmExtract
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * matrices: dst[k*width*height + i*width + j] = src[k](i, j)
  * vectors:  dst[k*len + i] = src[k](i)
  *
@@ -1755,8 +1749,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_64f_P(
 /**
  * Identity matrices: zonmLoadIdentity
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k](i, j) = 1 if i == j, otherwise 0
  *
  * width and height may differ: the ones run down the diagonal as far as it goes.
@@ -1785,8 +1777,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_64f_P(
 
 /**
  * Transpose: zonmTranspose
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](j, i) = src[k](i, j)
  *
@@ -2826,8 +2816,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_64f_P(
 
 /**
  * Products with constants: zonmMul on matrices and vectors
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * mc, tc, mac, tac:  dst[k](i, j) = src[k](i, j) * val, or its transpose (t)
  * vc, vac:           dst[k](i) = src[k](i) * val

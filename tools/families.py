@@ -38,6 +38,12 @@ STATUSES = [
 BUILT = {
     "version": Built("frame"),
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
+    "vector_sums": Built("elementwise", {"zonmAdd": "addVectors", "zonmSub": "subtractVectors"}),
+    "copy": Built("elementwise", {"zonmCopy": "copyObjects"}),
+    "extract": Built("elementwise", {"zonmExtract": "extractObjects"}),
+    "load_identity": Built("elementwise", {"zonmLoadIdentity": "loadIdentity"}),
+    "transpose": Built("elementwise", {"zonmTranspose": "transpose"}),
+    "constant_product": Built("products", {"zonmMul": "multiplyByConstant"}),
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),

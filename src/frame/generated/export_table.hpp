@@ -65,6 +65,110 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vac_32f) zonmAdd_vac_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vac_32f_L) zonmAdd_vac_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vac_32f_P) zonmAdd_vac_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vac_64f) zonmAdd_vac_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vac_64f_L) zonmAdd_vac_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vac_64f_P) zonmAdd_vac_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_32f) zonmAdd_vaca_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_32f_L) zonmAdd_vaca_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_32f_P) zonmAdd_vaca_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_64f) zonmAdd_vaca_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_64f_L) zonmAdd_vaca_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vaca_64f_P) zonmAdd_vaca_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vav_32f) zonmAdd_vav_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vav_32f_L) zonmAdd_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vav_32f_P) zonmAdd_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vav_64f) zonmAdd_vav_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vav_64f_L) zonmAdd_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vav_64f_P) zonmAdd_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vava_32f) zonmAdd_vava_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vava_32f_L) zonmAdd_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vava_32f_P) zonmAdd_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vava_64f) zonmAdd_vava_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vava_64f_L) zonmAdd_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vava_64f_P) zonmAdd_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vc_32f) zonmAdd_vc_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vc_32f_P) zonmAdd_vc_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vc_64f) zonmAdd_vc_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vc_64f_P) zonmAdd_vc_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vca_32f) zonmAdd_vca_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vca_32f_L) zonmAdd_vca_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vca_32f_P) zonmAdd_vca_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vca_64f) zonmAdd_vca_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vca_64f_L) zonmAdd_vca_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_vca_64f_P) zonmAdd_vca_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vv_32f) zonmAdd_vv_32f;
+[[gnu::noinline]] decltype(::zonmAdd_vv_32f_P) zonmAdd_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_vv_64f) zonmAdd_vv_64f;
+[[gnu::noinline]] decltype(::zonmAdd_vv_64f_P) zonmAdd_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_LL) zonmCopy_ma_32f_LL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_LP) zonmCopy_ma_32f_LP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_LS) zonmCopy_ma_32f_LS;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_PL) zonmCopy_ma_32f_PL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_PP) zonmCopy_ma_32f_PP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_PS) zonmCopy_ma_32f_PS;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_SL) zonmCopy_ma_32f_SL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_SP) zonmCopy_ma_32f_SP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_32f_SS) zonmCopy_ma_32f_SS;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_LL) zonmCopy_ma_64f_LL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_LP) zonmCopy_ma_64f_LP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_LS) zonmCopy_ma_64f_LS;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_PL) zonmCopy_ma_64f_PL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_PP) zonmCopy_ma_64f_PP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_PS) zonmCopy_ma_64f_PS;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_SL) zonmCopy_ma_64f_SL;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_SP) zonmCopy_ma_64f_SP;
+[[gnu::noinline]] decltype(::zonmCopy_ma_64f_SS) zonmCopy_ma_64f_SS;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_LL) zonmCopy_va_32f_LL;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_LP) zonmCopy_va_32f_LP;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_LS) zonmCopy_va_32f_LS;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_PL) zonmCopy_va_32f_PL;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_PP) zonmCopy_va_32f_PP;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_PS) zonmCopy_va_32f_PS;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_SL) zonmCopy_va_32f_SL;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_SP) zonmCopy_va_32f_SP;
+[[gnu::noinline]] decltype(::zonmCopy_va_32f_SS) zonmCopy_va_32f_SS;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_LL) zonmCopy_va_64f_LL;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_LP) zonmCopy_va_64f_LP;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_LS) zonmCopy_va_64f_LS;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_PL) zonmCopy_va_64f_PL;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_PP) zonmCopy_va_64f_PP;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_PS) zonmCopy_va_64f_PS;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_SL) zonmCopy_va_64f_SL;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_SP) zonmCopy_va_64f_SP;
+[[gnu::noinline]] decltype(::zonmCopy_va_64f_SS) zonmCopy_va_64f_SS;
+[[gnu::noinline]] decltype(::zonmExtract_m_32f) zonmExtract_m_32f;
+[[gnu::noinline]] decltype(::zonmExtract_m_32f_P) zonmExtract_m_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_m_64f) zonmExtract_m_64f;
+[[gnu::noinline]] decltype(::zonmExtract_m_64f_P) zonmExtract_m_64f_P;
+[[gnu::noinline]] decltype(::zonmExtract_ma_32f) zonmExtract_ma_32f;
+[[gnu::noinline]] decltype(::zonmExtract_ma_32f_L) zonmExtract_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmExtract_ma_32f_P) zonmExtract_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_ma_64f) zonmExtract_ma_64f;
+[[gnu::noinline]] decltype(::zonmExtract_ma_64f_L) zonmExtract_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmExtract_ma_64f_P) zonmExtract_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmExtract_t_32f) zonmExtract_t_32f;
+[[gnu::noinline]] decltype(::zonmExtract_t_32f_P) zonmExtract_t_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_t_64f) zonmExtract_t_64f;
+[[gnu::noinline]] decltype(::zonmExtract_t_64f_P) zonmExtract_t_64f_P;
+[[gnu::noinline]] decltype(::zonmExtract_ta_32f) zonmExtract_ta_32f;
+[[gnu::noinline]] decltype(::zonmExtract_ta_32f_L) zonmExtract_ta_32f_L;
+[[gnu::noinline]] decltype(::zonmExtract_ta_32f_P) zonmExtract_ta_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_ta_64f) zonmExtract_ta_64f;
+[[gnu::noinline]] decltype(::zonmExtract_ta_64f_L) zonmExtract_ta_64f_L;
+[[gnu::noinline]] decltype(::zonmExtract_ta_64f_P) zonmExtract_ta_64f_P;
+[[gnu::noinline]] decltype(::zonmExtract_v_32f) zonmExtract_v_32f;
+[[gnu::noinline]] decltype(::zonmExtract_v_32f_P) zonmExtract_v_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_v_64f) zonmExtract_v_64f;
+[[gnu::noinline]] decltype(::zonmExtract_v_64f_P) zonmExtract_v_64f_P;
+[[gnu::noinline]] decltype(::zonmExtract_va_32f) zonmExtract_va_32f;
+[[gnu::noinline]] decltype(::zonmExtract_va_32f_L) zonmExtract_va_32f_L;
+[[gnu::noinline]] decltype(::zonmExtract_va_32f_P) zonmExtract_va_32f_P;
+[[gnu::noinline]] decltype(::zonmExtract_va_64f) zonmExtract_va_64f;
+[[gnu::noinline]] decltype(::zonmExtract_va_64f_L) zonmExtract_va_64f_L;
+[[gnu::noinline]] decltype(::zonmExtract_va_64f_P) zonmExtract_va_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
@@ -92,6 +196,18 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f) zonmLUDecomp_ma_64f;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_L) zonmLUDecomp_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_P) zonmLUDecomp_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f) zonmLoadIdentity_ma_32f;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f_L) zonmLoadIdentity_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f_P) zonmLoadIdentity_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f) zonmLoadIdentity_ma_64f;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f_L) zonmLoadIdentity_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f_P) zonmLoadIdentity_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mac_32f) zonmMul_mac_32f;
+[[gnu::noinline]] decltype(::zonmMul_mac_32f_L) zonmMul_mac_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mac_32f_P) zonmMul_mac_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mac_64f) zonmMul_mac_64f;
+[[gnu::noinline]] decltype(::zonmMul_mac_64f_L) zonmMul_mac_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mac_64f_P) zonmMul_mac_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f) zonmMul_mam_32f;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f_L) zonmMul_mam_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f_P) zonmMul_mam_32f_P;
@@ -116,6 +232,10 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mata_64f) zonmMul_mata_64f;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_L) zonmMul_mata_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_P) zonmMul_mata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mc_32f) zonmMul_mc_32f;
+[[gnu::noinline]] decltype(::zonmMul_mc_32f_P) zonmMul_mc_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mc_64f) zonmMul_mc_64f;
+[[gnu::noinline]] decltype(::zonmMul_mc_64f_P) zonmMul_mc_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f) zonmMul_mm_32f;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f_P) zonmMul_mm_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_mm_64f) zonmMul_mm_64f;
@@ -136,6 +256,12 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mta_64f) zonmMul_mta_64f;
 [[gnu::noinline]] decltype(::zonmMul_mta_64f_L) zonmMul_mta_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_mta_64f_P) zonmMul_mta_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tac_32f) zonmMul_tac_32f;
+[[gnu::noinline]] decltype(::zonmMul_tac_32f_L) zonmMul_tac_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tac_32f_P) zonmMul_tac_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tac_64f) zonmMul_tac_64f;
+[[gnu::noinline]] decltype(::zonmMul_tac_64f_L) zonmMul_tac_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tac_64f_P) zonmMul_tac_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_tam_32f) zonmMul_tam_32f;
 [[gnu::noinline]] decltype(::zonmMul_tam_32f_L) zonmMul_tam_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_tam_32f_P) zonmMul_tam_32f_P;
@@ -160,6 +286,10 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_tata_64f) zonmMul_tata_64f;
 [[gnu::noinline]] decltype(::zonmMul_tata_64f_L) zonmMul_tata_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_tata_64f_P) zonmMul_tata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tc_32f) zonmMul_tc_32f;
+[[gnu::noinline]] decltype(::zonmMul_tc_32f_P) zonmMul_tc_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tc_64f) zonmMul_tc_64f;
+[[gnu::noinline]] decltype(::zonmMul_tc_64f_P) zonmMul_tc_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_tm_32f) zonmMul_tm_32f;
 [[gnu::noinline]] decltype(::zonmMul_tm_32f_P) zonmMul_tm_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_tm_64f) zonmMul_tm_64f;
@@ -180,6 +310,50 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_tta_64f) zonmMul_tta_64f;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_L) zonmMul_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_P) zonmMul_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_vac_32f) zonmMul_vac_32f;
+[[gnu::noinline]] decltype(::zonmMul_vac_32f_L) zonmMul_vac_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_vac_32f_P) zonmMul_vac_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_vac_64f) zonmMul_vac_64f;
+[[gnu::noinline]] decltype(::zonmMul_vac_64f_L) zonmMul_vac_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_vac_64f_P) zonmMul_vac_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_vaca_32f) zonmMul_vaca_32f;
+[[gnu::noinline]] decltype(::zonmMul_vaca_32f_L) zonmMul_vaca_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_vaca_32f_P) zonmMul_vaca_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_vaca_64f) zonmMul_vaca_64f;
+[[gnu::noinline]] decltype(::zonmMul_vaca_64f_L) zonmMul_vaca_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_vaca_64f_P) zonmMul_vaca_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_vc_32f) zonmMul_vc_32f;
+[[gnu::noinline]] decltype(::zonmMul_vc_32f_P) zonmMul_vc_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_vc_64f) zonmMul_vc_64f;
+[[gnu::noinline]] decltype(::zonmMul_vc_64f_P) zonmMul_vc_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_vca_32f) zonmMul_vca_32f;
+[[gnu::noinline]] decltype(::zonmMul_vca_32f_L) zonmMul_vca_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_vca_32f_P) zonmMul_vca_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_vca_64f) zonmMul_vca_64f;
+[[gnu::noinline]] decltype(::zonmMul_vca_64f_L) zonmMul_vca_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_vca_64f_P) zonmMul_vca_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_cav_32f) zonmSub_cav_32f;
+[[gnu::noinline]] decltype(::zonmSub_cav_32f_L) zonmSub_cav_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_cav_32f_P) zonmSub_cav_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_cav_64f) zonmSub_cav_64f;
+[[gnu::noinline]] decltype(::zonmSub_cav_64f_L) zonmSub_cav_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_cav_64f_P) zonmSub_cav_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_cava_32f) zonmSub_cava_32f;
+[[gnu::noinline]] decltype(::zonmSub_cava_32f_L) zonmSub_cava_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_cava_32f_P) zonmSub_cava_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_cava_64f) zonmSub_cava_64f;
+[[gnu::noinline]] decltype(::zonmSub_cava_64f_L) zonmSub_cava_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_cava_64f_P) zonmSub_cava_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_cv_32f) zonmSub_cv_32f;
+[[gnu::noinline]] decltype(::zonmSub_cv_32f_P) zonmSub_cv_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_cv_64f) zonmSub_cv_64f;
+[[gnu::noinline]] decltype(::zonmSub_cv_64f_P) zonmSub_cv_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_cva_32f) zonmSub_cva_32f;
+[[gnu::noinline]] decltype(::zonmSub_cva_32f_L) zonmSub_cva_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_cva_32f_P) zonmSub_cva_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_cva_64f) zonmSub_cva_64f;
+[[gnu::noinline]] decltype(::zonmSub_cva_64f_L) zonmSub_cva_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_cva_64f_P) zonmSub_cva_64f_P;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f) zonmSub_mam_32f;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f_L) zonmSub_mam_32f_L;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f_P) zonmSub_mam_32f_P;
@@ -268,6 +442,60 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmSub_tta_64f) zonmSub_tta_64f;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_L) zonmSub_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_P) zonmSub_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vac_32f) zonmSub_vac_32f;
+[[gnu::noinline]] decltype(::zonmSub_vac_32f_L) zonmSub_vac_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vac_32f_P) zonmSub_vac_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vac_64f) zonmSub_vac_64f;
+[[gnu::noinline]] decltype(::zonmSub_vac_64f_L) zonmSub_vac_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vac_64f_P) zonmSub_vac_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vaca_32f) zonmSub_vaca_32f;
+[[gnu::noinline]] decltype(::zonmSub_vaca_32f_L) zonmSub_vaca_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vaca_32f_P) zonmSub_vaca_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vaca_64f) zonmSub_vaca_64f;
+[[gnu::noinline]] decltype(::zonmSub_vaca_64f_L) zonmSub_vaca_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vaca_64f_P) zonmSub_vaca_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vav_32f) zonmSub_vav_32f;
+[[gnu::noinline]] decltype(::zonmSub_vav_32f_L) zonmSub_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vav_32f_P) zonmSub_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vav_64f) zonmSub_vav_64f;
+[[gnu::noinline]] decltype(::zonmSub_vav_64f_L) zonmSub_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vav_64f_P) zonmSub_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vava_32f) zonmSub_vava_32f;
+[[gnu::noinline]] decltype(::zonmSub_vava_32f_L) zonmSub_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vava_32f_P) zonmSub_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vava_64f) zonmSub_vava_64f;
+[[gnu::noinline]] decltype(::zonmSub_vava_64f_L) zonmSub_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vava_64f_P) zonmSub_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vc_32f) zonmSub_vc_32f;
+[[gnu::noinline]] decltype(::zonmSub_vc_32f_P) zonmSub_vc_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vc_64f) zonmSub_vc_64f;
+[[gnu::noinline]] decltype(::zonmSub_vc_64f_P) zonmSub_vc_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vca_32f) zonmSub_vca_32f;
+[[gnu::noinline]] decltype(::zonmSub_vca_32f_L) zonmSub_vca_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vca_32f_P) zonmSub_vca_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vca_64f) zonmSub_vca_64f;
+[[gnu::noinline]] decltype(::zonmSub_vca_64f_L) zonmSub_vca_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vca_64f_P) zonmSub_vca_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vv_32f) zonmSub_vv_32f;
+[[gnu::noinline]] decltype(::zonmSub_vv_32f_P) zonmSub_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vv_64f) zonmSub_vv_64f;
+[[gnu::noinline]] decltype(::zonmSub_vv_64f_P) zonmSub_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_vva_32f) zonmSub_vva_32f;
+[[gnu::noinline]] decltype(::zonmSub_vva_32f_L) zonmSub_vva_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_vva_32f_P) zonmSub_vva_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_vva_64f) zonmSub_vva_64f;
+[[gnu::noinline]] decltype(::zonmSub_vva_64f_L) zonmSub_vva_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_vva_64f_P) zonmSub_vva_64f_P;
+[[gnu::noinline]] decltype(::zonmTranspose_m_32f) zonmTranspose_m_32f;
+[[gnu::noinline]] decltype(::zonmTranspose_m_32f_P) zonmTranspose_m_32f_P;
+[[gnu::noinline]] decltype(::zonmTranspose_m_64f) zonmTranspose_m_64f;
+[[gnu::noinline]] decltype(::zonmTranspose_m_64f_P) zonmTranspose_m_64f_P;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_32f) zonmTranspose_ma_32f;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_32f_L) zonmTranspose_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_32f_P) zonmTranspose_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_64f) zonmTranspose_ma_64f;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_64f_L) zonmTranspose_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmTranspose_ma_64f_P) zonmTranspose_ma_64f_P;
 } // namespace entry
 
 struct ExportTable {
@@ -1205,44 +1433,44 @@ inline constexpr ExportTable exportTable = {
     .zonmAdd_v2_32f = nullptr,
     .zonmAdd_v3_32f = nullptr,
     .zonmAdd_v4_32f = nullptr,
-    .zonmAdd_vac_32f = nullptr,
-    .zonmAdd_vac_32f_L = nullptr,
-    .zonmAdd_vac_32f_P = nullptr,
-    .zonmAdd_vac_64f = nullptr,
-    .zonmAdd_vac_64f_L = nullptr,
-    .zonmAdd_vac_64f_P = nullptr,
-    .zonmAdd_vaca_32f = nullptr,
-    .zonmAdd_vaca_32f_L = nullptr,
-    .zonmAdd_vaca_32f_P = nullptr,
-    .zonmAdd_vaca_64f = nullptr,
-    .zonmAdd_vaca_64f_L = nullptr,
-    .zonmAdd_vaca_64f_P = nullptr,
-    .zonmAdd_vav_32f = nullptr,
-    .zonmAdd_vav_32f_L = nullptr,
-    .zonmAdd_vav_32f_P = nullptr,
-    .zonmAdd_vav_64f = nullptr,
-    .zonmAdd_vav_64f_L = nullptr,
-    .zonmAdd_vav_64f_P = nullptr,
-    .zonmAdd_vava_32f = nullptr,
-    .zonmAdd_vava_32f_L = nullptr,
-    .zonmAdd_vava_32f_P = nullptr,
-    .zonmAdd_vava_64f = nullptr,
-    .zonmAdd_vava_64f_L = nullptr,
-    .zonmAdd_vava_64f_P = nullptr,
-    .zonmAdd_vc_32f = nullptr,
-    .zonmAdd_vc_32f_P = nullptr,
-    .zonmAdd_vc_64f = nullptr,
-    .zonmAdd_vc_64f_P = nullptr,
-    .zonmAdd_vca_32f = nullptr,
-    .zonmAdd_vca_32f_L = nullptr,
-    .zonmAdd_vca_32f_P = nullptr,
-    .zonmAdd_vca_64f = nullptr,
-    .zonmAdd_vca_64f_L = nullptr,
-    .zonmAdd_vca_64f_P = nullptr,
-    .zonmAdd_vv_32f = nullptr,
-    .zonmAdd_vv_32f_P = nullptr,
-    .zonmAdd_vv_64f = nullptr,
-    .zonmAdd_vv_64f_P = nullptr,
+    .zonmAdd_vac_32f = entry::zonmAdd_vac_32f,
+    .zonmAdd_vac_32f_L = entry::zonmAdd_vac_32f_L,
+    .zonmAdd_vac_32f_P = entry::zonmAdd_vac_32f_P,
+    .zonmAdd_vac_64f = entry::zonmAdd_vac_64f,
+    .zonmAdd_vac_64f_L = entry::zonmAdd_vac_64f_L,
+    .zonmAdd_vac_64f_P = entry::zonmAdd_vac_64f_P,
+    .zonmAdd_vaca_32f = entry::zonmAdd_vaca_32f,
+    .zonmAdd_vaca_32f_L = entry::zonmAdd_vaca_32f_L,
+    .zonmAdd_vaca_32f_P = entry::zonmAdd_vaca_32f_P,
+    .zonmAdd_vaca_64f = entry::zonmAdd_vaca_64f,
+    .zonmAdd_vaca_64f_L = entry::zonmAdd_vaca_64f_L,
+    .zonmAdd_vaca_64f_P = entry::zonmAdd_vaca_64f_P,
+    .zonmAdd_vav_32f = entry::zonmAdd_vav_32f,
+    .zonmAdd_vav_32f_L = entry::zonmAdd_vav_32f_L,
+    .zonmAdd_vav_32f_P = entry::zonmAdd_vav_32f_P,
+    .zonmAdd_vav_64f = entry::zonmAdd_vav_64f,
+    .zonmAdd_vav_64f_L = entry::zonmAdd_vav_64f_L,
+    .zonmAdd_vav_64f_P = entry::zonmAdd_vav_64f_P,
+    .zonmAdd_vava_32f = entry::zonmAdd_vava_32f,
+    .zonmAdd_vava_32f_L = entry::zonmAdd_vava_32f_L,
+    .zonmAdd_vava_32f_P = entry::zonmAdd_vava_32f_P,
+    .zonmAdd_vava_64f = entry::zonmAdd_vava_64f,
+    .zonmAdd_vava_64f_L = entry::zonmAdd_vava_64f_L,
+    .zonmAdd_vava_64f_P = entry::zonmAdd_vava_64f_P,
+    .zonmAdd_vc_32f = entry::zonmAdd_vc_32f,
+    .zonmAdd_vc_32f_P = entry::zonmAdd_vc_32f_P,
+    .zonmAdd_vc_64f = entry::zonmAdd_vc_64f,
+    .zonmAdd_vc_64f_P = entry::zonmAdd_vc_64f_P,
+    .zonmAdd_vca_32f = entry::zonmAdd_vca_32f,
+    .zonmAdd_vca_32f_L = entry::zonmAdd_vca_32f_L,
+    .zonmAdd_vca_32f_P = entry::zonmAdd_vca_32f_P,
+    .zonmAdd_vca_64f = entry::zonmAdd_vca_64f,
+    .zonmAdd_vca_64f_L = entry::zonmAdd_vca_64f_L,
+    .zonmAdd_vca_64f_P = entry::zonmAdd_vca_64f_P,
+    .zonmAdd_vv_32f = entry::zonmAdd_vv_32f,
+    .zonmAdd_vv_32f_P = entry::zonmAdd_vv_32f_P,
+    .zonmAdd_vv_64f = entry::zonmAdd_vv_64f,
+    .zonmAdd_vv_64f_P = entry::zonmAdd_vv_64f_P,
     .zonmAffineTransform3DH_mva_32f = nullptr,
     .zonmAffineTransformCoord_m4v2_32f = nullptr,
     .zonmAffineTransformCoord_m4v2a_32f = nullptr,
@@ -1287,42 +1515,42 @@ inline constexpr ExportTable exportTable = {
     .zonmCholeskyDecomp_ma_64f = nullptr,
     .zonmCholeskyDecomp_ma_64f_L = nullptr,
     .zonmCholeskyDecomp_ma_64f_P = nullptr,
-    .zonmCopy_ma_32f_LL = nullptr,
-    .zonmCopy_ma_32f_LP = nullptr,
-    .zonmCopy_ma_32f_LS = nullptr,
-    .zonmCopy_ma_32f_PL = nullptr,
-    .zonmCopy_ma_32f_PP = nullptr,
-    .zonmCopy_ma_32f_PS = nullptr,
-    .zonmCopy_ma_32f_SL = nullptr,
-    .zonmCopy_ma_32f_SP = nullptr,
-    .zonmCopy_ma_32f_SS = nullptr,
-    .zonmCopy_ma_64f_LL = nullptr,
-    .zonmCopy_ma_64f_LP = nullptr,
-    .zonmCopy_ma_64f_LS = nullptr,
-    .zonmCopy_ma_64f_PL = nullptr,
-    .zonmCopy_ma_64f_PP = nullptr,
-    .zonmCopy_ma_64f_PS = nullptr,
-    .zonmCopy_ma_64f_SL = nullptr,
-    .zonmCopy_ma_64f_SP = nullptr,
-    .zonmCopy_ma_64f_SS = nullptr,
-    .zonmCopy_va_32f_LL = nullptr,
-    .zonmCopy_va_32f_LP = nullptr,
-    .zonmCopy_va_32f_LS = nullptr,
-    .zonmCopy_va_32f_PL = nullptr,
-    .zonmCopy_va_32f_PP = nullptr,
-    .zonmCopy_va_32f_PS = nullptr,
-    .zonmCopy_va_32f_SL = nullptr,
-    .zonmCopy_va_32f_SP = nullptr,
-    .zonmCopy_va_32f_SS = nullptr,
-    .zonmCopy_va_64f_LL = nullptr,
-    .zonmCopy_va_64f_LP = nullptr,
-    .zonmCopy_va_64f_LS = nullptr,
-    .zonmCopy_va_64f_PL = nullptr,
-    .zonmCopy_va_64f_PP = nullptr,
-    .zonmCopy_va_64f_PS = nullptr,
-    .zonmCopy_va_64f_SL = nullptr,
-    .zonmCopy_va_64f_SP = nullptr,
-    .zonmCopy_va_64f_SS = nullptr,
+    .zonmCopy_ma_32f_LL = entry::zonmCopy_ma_32f_LL,
+    .zonmCopy_ma_32f_LP = entry::zonmCopy_ma_32f_LP,
+    .zonmCopy_ma_32f_LS = entry::zonmCopy_ma_32f_LS,
+    .zonmCopy_ma_32f_PL = entry::zonmCopy_ma_32f_PL,
+    .zonmCopy_ma_32f_PP = entry::zonmCopy_ma_32f_PP,
+    .zonmCopy_ma_32f_PS = entry::zonmCopy_ma_32f_PS,
+    .zonmCopy_ma_32f_SL = entry::zonmCopy_ma_32f_SL,
+    .zonmCopy_ma_32f_SP = entry::zonmCopy_ma_32f_SP,
+    .zonmCopy_ma_32f_SS = entry::zonmCopy_ma_32f_SS,
+    .zonmCopy_ma_64f_LL = entry::zonmCopy_ma_64f_LL,
+    .zonmCopy_ma_64f_LP = entry::zonmCopy_ma_64f_LP,
+    .zonmCopy_ma_64f_LS = entry::zonmCopy_ma_64f_LS,
+    .zonmCopy_ma_64f_PL = entry::zonmCopy_ma_64f_PL,
+    .zonmCopy_ma_64f_PP = entry::zonmCopy_ma_64f_PP,
+    .zonmCopy_ma_64f_PS = entry::zonmCopy_ma_64f_PS,
+    .zonmCopy_ma_64f_SL = entry::zonmCopy_ma_64f_SL,
+    .zonmCopy_ma_64f_SP = entry::zonmCopy_ma_64f_SP,
+    .zonmCopy_ma_64f_SS = entry::zonmCopy_ma_64f_SS,
+    .zonmCopy_va_32f_LL = entry::zonmCopy_va_32f_LL,
+    .zonmCopy_va_32f_LP = entry::zonmCopy_va_32f_LP,
+    .zonmCopy_va_32f_LS = entry::zonmCopy_va_32f_LS,
+    .zonmCopy_va_32f_PL = entry::zonmCopy_va_32f_PL,
+    .zonmCopy_va_32f_PP = entry::zonmCopy_va_32f_PP,
+    .zonmCopy_va_32f_PS = entry::zonmCopy_va_32f_PS,
+    .zonmCopy_va_32f_SL = entry::zonmCopy_va_32f_SL,
+    .zonmCopy_va_32f_SP = entry::zonmCopy_va_32f_SP,
+    .zonmCopy_va_32f_SS = entry::zonmCopy_va_32f_SS,
+    .zonmCopy_va_64f_LL = entry::zonmCopy_va_64f_LL,
+    .zonmCopy_va_64f_LP = entry::zonmCopy_va_64f_LP,
+    .zonmCopy_va_64f_LS = entry::zonmCopy_va_64f_LS,
+    .zonmCopy_va_64f_PL = entry::zonmCopy_va_64f_PL,
+    .zonmCopy_va_64f_PP = entry::zonmCopy_va_64f_PP,
+    .zonmCopy_va_64f_PS = entry::zonmCopy_va_64f_PS,
+    .zonmCopy_va_64f_SL = entry::zonmCopy_va_64f_SL,
+    .zonmCopy_va_64f_SP = entry::zonmCopy_va_64f_SP,
+    .zonmCopy_va_64f_SS = entry::zonmCopy_va_64f_SS,
     .zonmCrossProduct_v2_32f = nullptr,
     .zonmCrossProduct_v3_32f = nullptr,
     .zonmCrossProduct_v4_32f = nullptr,
@@ -1442,36 +1670,36 @@ inline constexpr ExportTable exportTable = {
     .zonmEigenValues_ma_64f = nullptr,
     .zonmEigenValues_ma_64f_L = nullptr,
     .zonmEigenValues_ma_64f_P = nullptr,
-    .zonmExtract_m_32f = nullptr,
-    .zonmExtract_m_32f_P = nullptr,
-    .zonmExtract_m_64f = nullptr,
-    .zonmExtract_m_64f_P = nullptr,
-    .zonmExtract_ma_32f = nullptr,
-    .zonmExtract_ma_32f_L = nullptr,
-    .zonmExtract_ma_32f_P = nullptr,
-    .zonmExtract_ma_64f = nullptr,
-    .zonmExtract_ma_64f_L = nullptr,
-    .zonmExtract_ma_64f_P = nullptr,
-    .zonmExtract_t_32f = nullptr,
-    .zonmExtract_t_32f_P = nullptr,
-    .zonmExtract_t_64f = nullptr,
-    .zonmExtract_t_64f_P = nullptr,
-    .zonmExtract_ta_32f = nullptr,
-    .zonmExtract_ta_32f_L = nullptr,
-    .zonmExtract_ta_32f_P = nullptr,
-    .zonmExtract_ta_64f = nullptr,
-    .zonmExtract_ta_64f_L = nullptr,
-    .zonmExtract_ta_64f_P = nullptr,
-    .zonmExtract_v_32f = nullptr,
-    .zonmExtract_v_32f_P = nullptr,
-    .zonmExtract_v_64f = nullptr,
-    .zonmExtract_v_64f_P = nullptr,
-    .zonmExtract_va_32f = nullptr,
-    .zonmExtract_va_32f_L = nullptr,
-    .zonmExtract_va_32f_P = nullptr,
-    .zonmExtract_va_64f = nullptr,
-    .zonmExtract_va_64f_L = nullptr,
-    .zonmExtract_va_64f_P = nullptr,
+    .zonmExtract_m_32f = entry::zonmExtract_m_32f,
+    .zonmExtract_m_32f_P = entry::zonmExtract_m_32f_P,
+    .zonmExtract_m_64f = entry::zonmExtract_m_64f,
+    .zonmExtract_m_64f_P = entry::zonmExtract_m_64f_P,
+    .zonmExtract_ma_32f = entry::zonmExtract_ma_32f,
+    .zonmExtract_ma_32f_L = entry::zonmExtract_ma_32f_L,
+    .zonmExtract_ma_32f_P = entry::zonmExtract_ma_32f_P,
+    .zonmExtract_ma_64f = entry::zonmExtract_ma_64f,
+    .zonmExtract_ma_64f_L = entry::zonmExtract_ma_64f_L,
+    .zonmExtract_ma_64f_P = entry::zonmExtract_ma_64f_P,
+    .zonmExtract_t_32f = entry::zonmExtract_t_32f,
+    .zonmExtract_t_32f_P = entry::zonmExtract_t_32f_P,
+    .zonmExtract_t_64f = entry::zonmExtract_t_64f,
+    .zonmExtract_t_64f_P = entry::zonmExtract_t_64f_P,
+    .zonmExtract_ta_32f = entry::zonmExtract_ta_32f,
+    .zonmExtract_ta_32f_L = entry::zonmExtract_ta_32f_L,
+    .zonmExtract_ta_32f_P = entry::zonmExtract_ta_32f_P,
+    .zonmExtract_ta_64f = entry::zonmExtract_ta_64f,
+    .zonmExtract_ta_64f_L = entry::zonmExtract_ta_64f_L,
+    .zonmExtract_ta_64f_P = entry::zonmExtract_ta_64f_P,
+    .zonmExtract_v_32f = entry::zonmExtract_v_32f,
+    .zonmExtract_v_32f_P = entry::zonmExtract_v_32f_P,
+    .zonmExtract_v_64f = entry::zonmExtract_v_64f,
+    .zonmExtract_v_64f_P = entry::zonmExtract_v_64f_P,
+    .zonmExtract_va_32f = entry::zonmExtract_va_32f,
+    .zonmExtract_va_32f_L = entry::zonmExtract_va_32f_L,
+    .zonmExtract_va_32f_P = entry::zonmExtract_va_32f_P,
+    .zonmExtract_va_64f = entry::zonmExtract_va_64f,
+    .zonmExtract_va_64f_L = entry::zonmExtract_va_64f_L,
+    .zonmExtract_va_64f_P = entry::zonmExtract_va_64f_P,
     .zonmFrobNorm_m_32f = nullptr,
     .zonmFrobNorm_m_32f_P = nullptr,
     .zonmFrobNorm_m_64f = nullptr,
@@ -1579,12 +1807,12 @@ inline constexpr ExportTable exportTable = {
     .zonmLen_v2_32f = nullptr,
     .zonmLen_v3_32f = nullptr,
     .zonmLen_v4_32f = nullptr,
-    .zonmLoadIdentity_ma_32f = nullptr,
-    .zonmLoadIdentity_ma_32f_L = nullptr,
-    .zonmLoadIdentity_ma_32f_P = nullptr,
-    .zonmLoadIdentity_ma_64f = nullptr,
-    .zonmLoadIdentity_ma_64f_L = nullptr,
-    .zonmLoadIdentity_ma_64f_P = nullptr,
+    .zonmLoadIdentity_ma_32f = entry::zonmLoadIdentity_ma_32f,
+    .zonmLoadIdentity_ma_32f_L = entry::zonmLoadIdentity_ma_32f_L,
+    .zonmLoadIdentity_ma_32f_P = entry::zonmLoadIdentity_ma_32f_P,
+    .zonmLoadIdentity_ma_64f = entry::zonmLoadIdentity_ma_64f,
+    .zonmLoadIdentity_ma_64f_L = entry::zonmLoadIdentity_ma_64f_L,
+    .zonmLoadIdentity_ma_64f_P = entry::zonmLoadIdentity_ma_64f_P,
     .zonmLookAtLH_m4_32f = nullptr,
     .zonmLookAtRH_m4_32f = nullptr,
     .zonmMax_v2_32f = nullptr,
@@ -1597,12 +1825,12 @@ inline constexpr ExportTable exportTable = {
     .zonmMulC_v3_32f = nullptr,
     .zonmMulC_v4_32f = nullptr,
     .zonmMulTranspose_m4_32f = nullptr,
-    .zonmMul_mac_32f = nullptr,
-    .zonmMul_mac_32f_L = nullptr,
-    .zonmMul_mac_32f_P = nullptr,
-    .zonmMul_mac_64f = nullptr,
-    .zonmMul_mac_64f_L = nullptr,
-    .zonmMul_mac_64f_P = nullptr,
+    .zonmMul_mac_32f = entry::zonmMul_mac_32f,
+    .zonmMul_mac_32f_L = entry::zonmMul_mac_32f_L,
+    .zonmMul_mac_32f_P = entry::zonmMul_mac_32f_P,
+    .zonmMul_mac_64f = entry::zonmMul_mac_64f,
+    .zonmMul_mac_64f_L = entry::zonmMul_mac_64f_L,
+    .zonmMul_mac_64f_P = entry::zonmMul_mac_64f_P,
     .zonmMul_mam_32f = entry::zonmMul_mam_32f,
     .zonmMul_mam_32f_L = entry::zonmMul_mam_32f_L,
     .zonmMul_mam_32f_P = entry::zonmMul_mam_32f_P,
@@ -1639,10 +1867,10 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mava_64f = nullptr,
     .zonmMul_mava_64f_L = nullptr,
     .zonmMul_mava_64f_P = nullptr,
-    .zonmMul_mc_32f = nullptr,
-    .zonmMul_mc_32f_P = nullptr,
-    .zonmMul_mc_64f = nullptr,
-    .zonmMul_mc_64f_P = nullptr,
+    .zonmMul_mc_32f = entry::zonmMul_mc_32f,
+    .zonmMul_mc_32f_P = entry::zonmMul_mc_32f_P,
+    .zonmMul_mc_64f = entry::zonmMul_mc_64f,
+    .zonmMul_mc_64f_P = entry::zonmMul_mc_64f_P,
     .zonmMul_mm4x4_32f = nullptr,
     .zonmMul_mm_32f = entry::zonmMul_mm_32f,
     .zonmMul_mm_32f_P = entry::zonmMul_mm_32f_P,
@@ -1674,12 +1902,12 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mva_64f = nullptr,
     .zonmMul_mva_64f_L = nullptr,
     .zonmMul_mva_64f_P = nullptr,
-    .zonmMul_tac_32f = nullptr,
-    .zonmMul_tac_32f_L = nullptr,
-    .zonmMul_tac_32f_P = nullptr,
-    .zonmMul_tac_64f = nullptr,
-    .zonmMul_tac_64f_L = nullptr,
-    .zonmMul_tac_64f_P = nullptr,
+    .zonmMul_tac_32f = entry::zonmMul_tac_32f,
+    .zonmMul_tac_32f_L = entry::zonmMul_tac_32f_L,
+    .zonmMul_tac_32f_P = entry::zonmMul_tac_32f_P,
+    .zonmMul_tac_64f = entry::zonmMul_tac_64f,
+    .zonmMul_tac_64f_L = entry::zonmMul_tac_64f_L,
+    .zonmMul_tac_64f_P = entry::zonmMul_tac_64f_P,
     .zonmMul_tam_32f = entry::zonmMul_tam_32f,
     .zonmMul_tam_32f_L = entry::zonmMul_tam_32f_L,
     .zonmMul_tam_32f_P = entry::zonmMul_tam_32f_P,
@@ -1716,10 +1944,10 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_tava_64f = nullptr,
     .zonmMul_tava_64f_L = nullptr,
     .zonmMul_tava_64f_P = nullptr,
-    .zonmMul_tc_32f = nullptr,
-    .zonmMul_tc_32f_P = nullptr,
-    .zonmMul_tc_64f = nullptr,
-    .zonmMul_tc_64f_P = nullptr,
+    .zonmMul_tc_32f = entry::zonmMul_tc_32f,
+    .zonmMul_tc_32f_P = entry::zonmMul_tc_32f_P,
+    .zonmMul_tc_64f = entry::zonmMul_tc_64f,
+    .zonmMul_tc_64f_P = entry::zonmMul_tc_64f_P,
     .zonmMul_tm_32f = entry::zonmMul_tm_32f,
     .zonmMul_tm_32f_P = entry::zonmMul_tm_32f_P,
     .zonmMul_tm_64f = entry::zonmMul_tm_64f,
@@ -1750,28 +1978,28 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_tva_64f = nullptr,
     .zonmMul_tva_64f_L = nullptr,
     .zonmMul_tva_64f_P = nullptr,
-    .zonmMul_vac_32f = nullptr,
-    .zonmMul_vac_32f_L = nullptr,
-    .zonmMul_vac_32f_P = nullptr,
-    .zonmMul_vac_64f = nullptr,
-    .zonmMul_vac_64f_L = nullptr,
-    .zonmMul_vac_64f_P = nullptr,
-    .zonmMul_vaca_32f = nullptr,
-    .zonmMul_vaca_32f_L = nullptr,
-    .zonmMul_vaca_32f_P = nullptr,
-    .zonmMul_vaca_64f = nullptr,
-    .zonmMul_vaca_64f_L = nullptr,
-    .zonmMul_vaca_64f_P = nullptr,
-    .zonmMul_vc_32f = nullptr,
-    .zonmMul_vc_32f_P = nullptr,
-    .zonmMul_vc_64f = nullptr,
-    .zonmMul_vc_64f_P = nullptr,
-    .zonmMul_vca_32f = nullptr,
-    .zonmMul_vca_32f_L = nullptr,
-    .zonmMul_vca_32f_P = nullptr,
-    .zonmMul_vca_64f = nullptr,
-    .zonmMul_vca_64f_L = nullptr,
-    .zonmMul_vca_64f_P = nullptr,
+    .zonmMul_vac_32f = entry::zonmMul_vac_32f,
+    .zonmMul_vac_32f_L = entry::zonmMul_vac_32f_L,
+    .zonmMul_vac_32f_P = entry::zonmMul_vac_32f_P,
+    .zonmMul_vac_64f = entry::zonmMul_vac_64f,
+    .zonmMul_vac_64f_L = entry::zonmMul_vac_64f_L,
+    .zonmMul_vac_64f_P = entry::zonmMul_vac_64f_P,
+    .zonmMul_vaca_32f = entry::zonmMul_vaca_32f,
+    .zonmMul_vaca_32f_L = entry::zonmMul_vaca_32f_L,
+    .zonmMul_vaca_32f_P = entry::zonmMul_vaca_32f_P,
+    .zonmMul_vaca_64f = entry::zonmMul_vaca_64f,
+    .zonmMul_vaca_64f_L = entry::zonmMul_vaca_64f_L,
+    .zonmMul_vaca_64f_P = entry::zonmMul_vaca_64f_P,
+    .zonmMul_vc_32f = entry::zonmMul_vc_32f,
+    .zonmMul_vc_32f_P = entry::zonmMul_vc_32f_P,
+    .zonmMul_vc_64f = entry::zonmMul_vc_64f,
+    .zonmMul_vc_64f_P = entry::zonmMul_vc_64f_P,
+    .zonmMul_vca_32f = entry::zonmMul_vca_32f,
+    .zonmMul_vca_32f_L = entry::zonmMul_vca_32f_L,
+    .zonmMul_vca_32f_P = entry::zonmMul_vca_32f_P,
+    .zonmMul_vca_64f = entry::zonmMul_vca_64f,
+    .zonmMul_vca_64f_L = entry::zonmMul_vca_64f_L,
+    .zonmMul_vca_64f_P = entry::zonmMul_vca_64f_P,
     .zonmNormalize_v2_32f = nullptr,
     .zonmNormalize_v3_32f = nullptr,
     .zonmNormalize_v4_32f = nullptr,
@@ -1841,28 +2069,28 @@ inline constexpr ExportTable exportTable = {
     .zonmSaxpy_vva_64f_L = nullptr,
     .zonmSaxpy_vva_64f_P = nullptr,
     .zonmScaling_m4_32f = nullptr,
-    .zonmSub_cav_32f = nullptr,
-    .zonmSub_cav_32f_L = nullptr,
-    .zonmSub_cav_32f_P = nullptr,
-    .zonmSub_cav_64f = nullptr,
-    .zonmSub_cav_64f_L = nullptr,
-    .zonmSub_cav_64f_P = nullptr,
-    .zonmSub_cava_32f = nullptr,
-    .zonmSub_cava_32f_L = nullptr,
-    .zonmSub_cava_32f_P = nullptr,
-    .zonmSub_cava_64f = nullptr,
-    .zonmSub_cava_64f_L = nullptr,
-    .zonmSub_cava_64f_P = nullptr,
-    .zonmSub_cv_32f = nullptr,
-    .zonmSub_cv_32f_P = nullptr,
-    .zonmSub_cv_64f = nullptr,
-    .zonmSub_cv_64f_P = nullptr,
-    .zonmSub_cva_32f = nullptr,
-    .zonmSub_cva_32f_L = nullptr,
-    .zonmSub_cva_32f_P = nullptr,
-    .zonmSub_cva_64f = nullptr,
-    .zonmSub_cva_64f_L = nullptr,
-    .zonmSub_cva_64f_P = nullptr,
+    .zonmSub_cav_32f = entry::zonmSub_cav_32f,
+    .zonmSub_cav_32f_L = entry::zonmSub_cav_32f_L,
+    .zonmSub_cav_32f_P = entry::zonmSub_cav_32f_P,
+    .zonmSub_cav_64f = entry::zonmSub_cav_64f,
+    .zonmSub_cav_64f_L = entry::zonmSub_cav_64f_L,
+    .zonmSub_cav_64f_P = entry::zonmSub_cav_64f_P,
+    .zonmSub_cava_32f = entry::zonmSub_cava_32f,
+    .zonmSub_cava_32f_L = entry::zonmSub_cava_32f_L,
+    .zonmSub_cava_32f_P = entry::zonmSub_cava_32f_P,
+    .zonmSub_cava_64f = entry::zonmSub_cava_64f,
+    .zonmSub_cava_64f_L = entry::zonmSub_cava_64f_L,
+    .zonmSub_cava_64f_P = entry::zonmSub_cava_64f_P,
+    .zonmSub_cv_32f = entry::zonmSub_cv_32f,
+    .zonmSub_cv_32f_P = entry::zonmSub_cv_32f_P,
+    .zonmSub_cv_64f = entry::zonmSub_cv_64f,
+    .zonmSub_cv_64f_P = entry::zonmSub_cv_64f_P,
+    .zonmSub_cva_32f = entry::zonmSub_cva_32f,
+    .zonmSub_cva_32f_L = entry::zonmSub_cva_32f_L,
+    .zonmSub_cva_32f_P = entry::zonmSub_cva_32f_P,
+    .zonmSub_cva_64f = entry::zonmSub_cva_64f,
+    .zonmSub_cva_64f_L = entry::zonmSub_cva_64f_L,
+    .zonmSub_cva_64f_P = entry::zonmSub_cva_64f_P,
     .zonmSub_mam_32f = entry::zonmSub_mam_32f,
     .zonmSub_mam_32f_L = entry::zonmSub_mam_32f_L,
     .zonmSub_mam_32f_P = entry::zonmSub_mam_32f_P,
@@ -1954,50 +2182,50 @@ inline constexpr ExportTable exportTable = {
     .zonmSub_v2_32f = nullptr,
     .zonmSub_v3_32f = nullptr,
     .zonmSub_v4_32f = nullptr,
-    .zonmSub_vac_32f = nullptr,
-    .zonmSub_vac_32f_L = nullptr,
-    .zonmSub_vac_32f_P = nullptr,
-    .zonmSub_vac_64f = nullptr,
-    .zonmSub_vac_64f_L = nullptr,
-    .zonmSub_vac_64f_P = nullptr,
-    .zonmSub_vaca_32f = nullptr,
-    .zonmSub_vaca_32f_L = nullptr,
-    .zonmSub_vaca_32f_P = nullptr,
-    .zonmSub_vaca_64f = nullptr,
-    .zonmSub_vaca_64f_L = nullptr,
-    .zonmSub_vaca_64f_P = nullptr,
-    .zonmSub_vav_32f = nullptr,
-    .zonmSub_vav_32f_L = nullptr,
-    .zonmSub_vav_32f_P = nullptr,
-    .zonmSub_vav_64f = nullptr,
-    .zonmSub_vav_64f_L = nullptr,
-    .zonmSub_vav_64f_P = nullptr,
-    .zonmSub_vava_32f = nullptr,
-    .zonmSub_vava_32f_L = nullptr,
-    .zonmSub_vava_32f_P = nullptr,
-    .zonmSub_vava_64f = nullptr,
-    .zonmSub_vava_64f_L = nullptr,
-    .zonmSub_vava_64f_P = nullptr,
-    .zonmSub_vc_32f = nullptr,
-    .zonmSub_vc_32f_P = nullptr,
-    .zonmSub_vc_64f = nullptr,
-    .zonmSub_vc_64f_P = nullptr,
-    .zonmSub_vca_32f = nullptr,
-    .zonmSub_vca_32f_L = nullptr,
-    .zonmSub_vca_32f_P = nullptr,
-    .zonmSub_vca_64f = nullptr,
-    .zonmSub_vca_64f_L = nullptr,
-    .zonmSub_vca_64f_P = nullptr,
-    .zonmSub_vv_32f = nullptr,
-    .zonmSub_vv_32f_P = nullptr,
-    .zonmSub_vv_64f = nullptr,
-    .zonmSub_vv_64f_P = nullptr,
-    .zonmSub_vva_32f = nullptr,
-    .zonmSub_vva_32f_L = nullptr,
-    .zonmSub_vva_32f_P = nullptr,
-    .zonmSub_vva_64f = nullptr,
-    .zonmSub_vva_64f_L = nullptr,
-    .zonmSub_vva_64f_P = nullptr,
+    .zonmSub_vac_32f = entry::zonmSub_vac_32f,
+    .zonmSub_vac_32f_L = entry::zonmSub_vac_32f_L,
+    .zonmSub_vac_32f_P = entry::zonmSub_vac_32f_P,
+    .zonmSub_vac_64f = entry::zonmSub_vac_64f,
+    .zonmSub_vac_64f_L = entry::zonmSub_vac_64f_L,
+    .zonmSub_vac_64f_P = entry::zonmSub_vac_64f_P,
+    .zonmSub_vaca_32f = entry::zonmSub_vaca_32f,
+    .zonmSub_vaca_32f_L = entry::zonmSub_vaca_32f_L,
+    .zonmSub_vaca_32f_P = entry::zonmSub_vaca_32f_P,
+    .zonmSub_vaca_64f = entry::zonmSub_vaca_64f,
+    .zonmSub_vaca_64f_L = entry::zonmSub_vaca_64f_L,
+    .zonmSub_vaca_64f_P = entry::zonmSub_vaca_64f_P,
+    .zonmSub_vav_32f = entry::zonmSub_vav_32f,
+    .zonmSub_vav_32f_L = entry::zonmSub_vav_32f_L,
+    .zonmSub_vav_32f_P = entry::zonmSub_vav_32f_P,
+    .zonmSub_vav_64f = entry::zonmSub_vav_64f,
+    .zonmSub_vav_64f_L = entry::zonmSub_vav_64f_L,
+    .zonmSub_vav_64f_P = entry::zonmSub_vav_64f_P,
+    .zonmSub_vava_32f = entry::zonmSub_vava_32f,
+    .zonmSub_vava_32f_L = entry::zonmSub_vava_32f_L,
+    .zonmSub_vava_32f_P = entry::zonmSub_vava_32f_P,
+    .zonmSub_vava_64f = entry::zonmSub_vava_64f,
+    .zonmSub_vava_64f_L = entry::zonmSub_vava_64f_L,
+    .zonmSub_vava_64f_P = entry::zonmSub_vava_64f_P,
+    .zonmSub_vc_32f = entry::zonmSub_vc_32f,
+    .zonmSub_vc_32f_P = entry::zonmSub_vc_32f_P,
+    .zonmSub_vc_64f = entry::zonmSub_vc_64f,
+    .zonmSub_vc_64f_P = entry::zonmSub_vc_64f_P,
+    .zonmSub_vca_32f = entry::zonmSub_vca_32f,
+    .zonmSub_vca_32f_L = entry::zonmSub_vca_32f_L,
+    .zonmSub_vca_32f_P = entry::zonmSub_vca_32f_P,
+    .zonmSub_vca_64f = entry::zonmSub_vca_64f,
+    .zonmSub_vca_64f_L = entry::zonmSub_vca_64f_L,
+    .zonmSub_vca_64f_P = entry::zonmSub_vca_64f_P,
+    .zonmSub_vv_32f = entry::zonmSub_vv_32f,
+    .zonmSub_vv_32f_P = entry::zonmSub_vv_32f_P,
+    .zonmSub_vv_64f = entry::zonmSub_vv_64f,
+    .zonmSub_vv_64f_P = entry::zonmSub_vv_64f_P,
+    .zonmSub_vva_32f = entry::zonmSub_vva_32f,
+    .zonmSub_vva_32f_L = entry::zonmSub_vva_32f_L,
+    .zonmSub_vva_32f_P = entry::zonmSub_vva_32f_P,
+    .zonmSub_vva_64f = entry::zonmSub_vva_64f,
+    .zonmSub_vva_64f_L = entry::zonmSub_vva_64f_L,
+    .zonmSub_vva_64f_P = entry::zonmSub_vva_64f_P,
     .zonmTrace_m_32f = nullptr,
     .zonmTrace_m_32f_P = nullptr,
     .zonmTrace_m_64f = nullptr,
@@ -2010,16 +2238,16 @@ inline constexpr ExportTable exportTable = {
     .zonmTrace_ma_64f_P = nullptr,
     .zonmTranslation_m4_32f = nullptr,
     .zonmTranspose_m4_32f = nullptr,
-    .zonmTranspose_m_32f = nullptr,
-    .zonmTranspose_m_32f_P = nullptr,
-    .zonmTranspose_m_64f = nullptr,
-    .zonmTranspose_m_64f_P = nullptr,
-    .zonmTranspose_ma_32f = nullptr,
-    .zonmTranspose_ma_32f_L = nullptr,
-    .zonmTranspose_ma_32f_P = nullptr,
-    .zonmTranspose_ma_64f = nullptr,
-    .zonmTranspose_ma_64f_L = nullptr,
-    .zonmTranspose_ma_64f_P = nullptr,
+    .zonmTranspose_m_32f = entry::zonmTranspose_m_32f,
+    .zonmTranspose_m_32f_P = entry::zonmTranspose_m_32f_P,
+    .zonmTranspose_m_64f = entry::zonmTranspose_m_64f,
+    .zonmTranspose_m_64f_P = entry::zonmTranspose_m_64f_P,
+    .zonmTranspose_ma_32f = entry::zonmTranspose_ma_32f,
+    .zonmTranspose_ma_32f_L = entry::zonmTranspose_ma_32f_L,
+    .zonmTranspose_ma_32f_P = entry::zonmTranspose_ma_32f_P,
+    .zonmTranspose_ma_64f = entry::zonmTranspose_ma_64f,
+    .zonmTranspose_ma_64f_L = entry::zonmTranspose_ma_64f_L,
+    .zonmTranspose_ma_64f_P = entry::zonmTranspose_ma_64f_P,
     .zonmUnproject_m4v3_32f = nullptr,
     .zonmUnproject_m4v3a_32f = nullptr,
 };

@@ -1,0 +1,444 @@
+// SPDX-License-Identifier: Apache-2.0
+// dst[k](i, j) = a[k](i, j) op b[k](i, j), where either side is an array or the same for every k,
+// and b may be a number for each k.
+//
+// What a caller can see is the order of reads and writes where `dst` overlaps a source: k, then i,
+// then j, each element read just before it is written, but a number read once for its object. A
+// fast path runs only where it cannot be told from that.
+#pragma once
+
+#include "frame/objects.hpp"
+#include "frame/runs.hpp"
+#include "zonm.h"
+
+namespace zonm
+{
+
+struct Plus {
+    template <class V> static V apply(V a, V b) { return a + b; }
+};
+struct Minus {
+    template <class V> static V apply(V a, V b) { return a - b; }
+};
+struct Times {
+    template <class V> static V apply(V a, V b) { return a * b; }
+};
+template <class Op> struct Swapped {
+    template <class V> static V apply(V a, V b) { return Op::apply(b, a); }
+};
+
+// Strided operands and object tables ------------------------------------------------------------
+
+// An operand as the entries hand it over: where its objects begin, and two steps inside each. A
+// vector is a matrix of one row, a single operand has step 0. One type for all lets the kernels be
+// shared.
+template <class T> struct Placed {
+    const void *place; // the first object, or a table of objects
+    ptrdiff_t step;    // from object to object, or the shift of a table
+    ptrdiff_t rowStep, columnStep;
+    bool isTable;
+
+    Placed(const void *first, ptrdiff_t objectStep, ptrdiff_t row, ptrdiff_t column)
+        : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(false)
+    {
+    }
+    template <class Block> explicit Placed(const Block &o) : Placed(nullptr, 0, 0, o.stride2)
+    {
+        if constexpr (Block::rank == 2)
+            rowStep = o.stride1;
+        if constexpr (Block::transposed)
+            std::swap(rowStep, columnStep);
+        isTable = isObjectTable<Block>;
+        if constexpr (isObjectTable<Block>)
+            place = o.table, step = o.shift;
+        else
+            place = o.base, step = steppedOrigins(o).step;
+    }
+    // One number for all objects; refers to it.
+    explicit Placed(const Constant<std::remove_const_t<T>> &c) : Placed(&c.value, 0, 0, 0) {}
+    explicit Placed(const ConstantArray<T> &c) : Placed(c.base, c.stride0, 0, 0) {}
+    explicit Placed(const ConstantTable<T> &c) : Placed(c.table, c.shift, 0, 0) { isTable = true; }
+
+    // Object k. Elements that only move are taken as integers: neither they nor the entries of
+    // their table are what T says.
+    Bytes<T> operator()(ptrdiff_t k) const
+    {
+        auto base = static_cast<Bytes<T>>(const_cast<void *>(place));
+        if (!isTable)
+            return base + k * step;
+        std::memcpy(&base, static_cast<const std::byte *>(place) + k * ptrdiff_t(sizeof base),
+                    sizeof base);
+        return base + step;
+    }
+    bool isDense() const { return columnStep == sizeof(T); }
+};
+
+template <class T> struct Combination {
+    Placed<const T> a, b;
+    Placed<T> dst;
+    ptrdiff_t width; // of rows that follow each other without a gap, of all of them together
+    ptrdiff_t height, count;
+
+    bool hasTable() const { return a.isTable || b.isTable || dst.isTable; }
+};
+
+// What b may be: `values` for packs, and where the literal order begins to read. A number is held
+// for the length of its object.
+template <class T> struct ObjectOperand {
+    static constexpr bool isConstant = false;
+    static RunAt<T> values(const std::byte *b) { return {b}; }
+    static const std::byte *held(const std::byte *b) { return b; }
+    static const std::byte *begin(const std::byte *const &held) { return held; }
+};
+template <class T> struct ConstantOperand {
+    static constexpr bool isConstant = true;
+    static Repeated<T> values(const std::byte *b) { return {load<T>(b)}; }
+    static T held(const std::byte *b) { return load<T>(b); }
+    static const std::byte *begin(const T &held) { return bytes(&held); }
+};
+
+// The literal order, for any steps and any overlap. `Width` is that of the rows where it is known,
+// else 0.
+template <class Op, class B, int Width = 0, class T>
+inline void combineObject(const Combination<T> &c, std::byte *dstBase, const std::byte *aBase,
+                          const std::byte *bBase)
+{
+    const auto held = B::held(bBase);
+    const StridedMatrix<const T> a(aBase, c.a.rowStep, c.a.columnStep);
+    const StridedMatrix<const T> b(B::begin(held), c.b.rowStep, c.b.columnStep);
+    const StridedMatrix<T> dst(dstBase, c.dst.rowStep, c.dst.columnStep);
+    for (ptrdiff_t i = 0; i < c.height; ++i)
+        for (ptrdiff_t j = 0; j < (Width ? Width : c.width); ++j)
+            dst.set(i, j, Op::apply(a(i, j), b(i, j)));
+}
+
+template <class Op, class B, int Width, class T>
+[[gnu::noinline]] void combineByElement(const Combination<T> &c)
+{
+    for (ptrdiff_t k = 0; k < c.count; ++k)
+        combineObject<Op, B, Width>(c, c.dst(k), c.a(k), c.b(k));
+}
+
+template <class Op, class B, class T> void combineByElement(const Combination<T> &c)
+{
+    if constexpr (!B::isConstant) {
+        switch (c.width) {
+        case 3: return combineByElement<Op, B, 3>(c);
+        case 4: return combineByElement<Op, B, 4>(c);
+        case 5: return combineByElement<Op, B, 5>(c);
+        case 6: return combineByElement<Op, B, 6>(c);
+        }
+    }
+    combineByElement<Op, B, 0>(c);
+}
+
+template <class Op, class B, class T>
+[[gnu::noinline]] void combineUnorderedObject(const Combination<T> &c, std::byte *dst,
+                                              const std::byte *a, const std::byte *b)
+{
+    combineObject<Op, B>(c, dst, a, b);
+}
+
+// Dense rows: calls `rows(dst, a, b)` for each object. Objects of a table may lie anywhere, so each
+// is tested on its way, and those whose order packs would not keep are done literally.
+template <class Op, class B, class T, class Rows>
+inline void forEachDenseObject(const Combination<T> &c, Rows rows)
+{
+    auto dst = c.dst(0);
+    auto a = c.a(0), b = c.b(0);
+    const auto ordered = [&](const std::byte *src, ptrdiff_t rowStep) {
+        return keepsOrder(dst, src, 0, (c.height - 1) * (c.dst.rowStep - rowStep));
+    };
+    const bool hasTable = c.hasTable();
+    for (ptrdiff_t k = 0;;) {
+        if (hasTable && !(ordered(a, c.a.rowStep) && (B::isConstant || ordered(b, c.b.rowStep))))
+            combineUnorderedObject<Op, B>(c, dst, a, b);
+        else
+            rows(dst, a, b);
+        if (++k == c.count)
+            return;
+        if (hasTable)
+            dst = c.dst(k), a = c.a(k), b = c.b(k);
+        else
+            dst += c.dst.step, a += c.a.step, b += c.b.step;
+    }
+}
+
+// `Width` is that of the rows where it is known, else 0.
+template <class Op, class B, int Width, class T>
+[[gnu::noinline]] void combineRows(const Combination<T> &c)
+{
+    forEachDenseObject<Op, B>(c, [&](std::byte *dst, const std::byte *a, const std::byte *b) {
+        auto values = combined<Op>(RunAt<T>{a}, B::values(b));
+        for (ptrdiff_t i = c.height;;) {
+            if constexpr (Width)
+                writeRun<T, Width>(dst, values);
+            else
+                writeRun<T>(dst, c.width, values);
+            if (--i == 0)
+                return;
+            dst += c.dst.rowStep, values.a.advance(c.a.rowStep), values.b.advance(c.b.rowStep);
+        }
+    });
+}
+
+// The widths 3 to 6, and those of square matrices of these sizes whose rows are joined.
+template <class Op, class B, class T> void combineDense(const Combination<T> &c)
+{
+    switch (c.width) {
+    case 3: return combineRows<Op, B, 3>(c);
+    case 4: return combineRows<Op, B, 4>(c);
+    case 5: return combineRows<Op, B, 5>(c);
+    case 6: return combineRows<Op, B, 6>(c);
+    case 9: return combineRows<Op, B, 9>(c);
+    case 16: return combineRows<Op, B, 16>(c);
+    case 25: return combineRows<Op, B, 25>(c);
+    case 36: return combineRows<Op, B, 36>(c);
+    default: return combineRows<Op, B, 0>(c);
+    }
+}
+
+// Rows without gaps are one longer row: the order of the elements stays what it was.
+template <class B, class T> void joinRows(Combination<T> &c)
+{
+    const ptrdiff_t row = c.width * ptrdiff_t(sizeof(T));
+    if (c.a.rowStep == row && c.dst.rowStep == row && (B::isConstant || c.b.rowStep == row)) {
+        c.width *= c.height;
+        c.height = 1;
+    }
+}
+
+template <class Op, class B, class T> void combineSteps(const Combination<T> &c)
+{
+    const auto ordered = [&](const Placed<const T> &src) {
+        return keepsOrder(c.dst(0), src(0), (c.count - 1) * (c.dst.step - src.step),
+                          (c.height - 1) * (c.dst.rowStep - src.rowStep));
+    };
+    const bool dense = c.a.isDense() && c.dst.isDense() && (B::isConstant || c.b.isDense());
+    if (dense && (c.hasTable() || (ordered(c.a) && (B::isConstant || ordered(c.b))))) {
+        auto joined = c;
+        joinRows<B>(joined);
+        combineDense<Op, B>(joined);
+    } else {
+        combineByElement<Op, B>(c);
+    }
+}
+
+// Zero where the rows of an operand follow each other without a gap, from its first object on.
+template <class T> ptrdiff_t gapsInside(const Placed<T> &o, ptrdiff_t width, ptrdiff_t height)
+{
+    constexpr auto element = ptrdiff_t(sizeof(T));
+    return (o.columnStep - element) | (height > 1 ? o.rowStep - width * element : 0) | o.isTable;
+}
+
+// Packed operands, the common case: all objects are one run of elements, in their order.
+template <class Op, class T>
+inline void combineRun(std::byte *dst, const std::byte *a, const std::byte *b, ptrdiff_t length)
+{
+    const auto values = combined<Op>(RunAt<T>{a}, RunAt<T>{b});
+    switch (length) {
+    case 9: return writeRun<T, 9>(dst, values);
+    case 16: return writeRun<T, 16>(dst, values);
+    case 25: return writeRun<T, 25>(dst, values);
+    case 36: return writeRun<T, 36>(dst, values);
+    default: return writeRun<T>(dst, length, values);
+    }
+}
+
+// One object with all of a packed array.
+template <class Op, class T>
+[[gnu::noinline]] void combineTiled(std::byte *dst, const std::byte *array, const std::byte *single,
+                                    ptrdiff_t elements, ptrdiff_t count)
+{
+    const Tile<T> tile(single, elements);
+    Tile<T>::forEach(elements, count, [&](ptrdiff_t first, ptrdiff_t length) {
+        const ptrdiff_t at = first * ptrdiff_t(sizeof(T));
+        writeRun<T>(dst + at, length, combined<Op>(RunAt<T>{array + at}, tile.values()));
+    });
+}
+
+// Where tiles pay, and nobody could tell that the single object was read but once.
+template <class T>
+inline bool mayTile(const std::byte *dst, const std::byte *array, const std::byte *single,
+                    ptrdiff_t elements, ptrdiff_t count)
+{
+    const auto object = std::uintptr_t(elements) * sizeof(T);
+    const auto from = std::uintptr_t(dst), to = from + object * std::uintptr_t(count);
+    const bool apart = std::uintptr_t(single) >= to || std::uintptr_t(single) + object <= from;
+    return Tile<T>::serves(elements, count) && apart && keepsOrder(dst, array);
+}
+
+// Objects with objects.
+template <class Op, class T> [[gnu::noinline]] ZonStatus combineObjects(const Combination<T> &c)
+{
+    if ((gapsInside(c.a, c.width, c.height) | gapsInside(c.b, c.width, c.height) |
+         gapsInside(c.dst, c.width, c.height)) == 0) {
+        // Only now: in 32 bits the size of an object whose rows overlap may overflow.
+        const ptrdiff_t elements = c.width * c.height, object = elements * ptrdiff_t(sizeof(T));
+        const auto isPacked = [&](const auto &o) { return o.step == object; };
+        const auto dst = c.dst(0);
+        const auto a = c.a(0), b = c.b(0);
+        if ((c.count == 1 || (isPacked(c.a) && isPacked(c.b) && isPacked(c.dst))) &&
+            keepsOrder(dst, a) && keepsOrder(dst, b)) {
+            combineRun<Op, T>(dst, a, b, elements * c.count);
+            return zonStsOk;
+        }
+        if (isPacked(c.dst) && isPacked(c.a) && c.b.step == 0 &&
+            mayTile<T>(dst, a, b, elements, c.count)) {
+            combineTiled<Op, T>(dst, a, b, elements, c.count);
+            return zonStsOk;
+        }
+        if (isPacked(c.dst) && isPacked(c.b) && c.a.step == 0 &&
+            mayTile<T>(dst, b, a, elements, c.count)) {
+            combineTiled<Swapped<Op>, T>(dst, b, a, elements, c.count);
+            return zonStsOk;
+        }
+    }
+    combineSteps<Op, ObjectOperand<T>>(c);
+    return zonStsOk;
+}
+
+// Objects with numbers.
+template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const Combination<T> &c)
+{
+    using Constants = ConstantOperand<T>;
+    const bool oneForAll = c.count == 1 || (c.b.step == 0 && !c.b.isTable);
+    if (oneForAll &&
+        (gapsInside(c.a, c.width, c.height) | gapsInside(c.dst, c.width, c.height)) == 0) {
+        const ptrdiff_t elements = c.width * c.height, object = elements * ptrdiff_t(sizeof(T));
+        const auto dst = c.dst(0);
+        const auto a = c.a(0);
+        if ((c.count == 1 || (c.a.step == object && c.dst.step == object)) && keepsOrder(dst, a)) {
+            writeRun<T>(dst, elements * c.count,
+                        combined<Op>(RunAt<T>{a}, Constants::values(c.b(0))));
+            return zonStsOk;
+        }
+    }
+    combineSteps<Op, Constants>(c);
+    return zonStsOk;
+}
+
+// Element tables ---------------------------------------------------------------------------------
+
+// The objects of an element table, `step` apart; a vector is a matrix of one row here too.
+template <class T> struct Scattered {
+    ScatteredMatrix<T> first;
+    ptrdiff_t step;
+
+    ScatteredMatrix<T> operator()(ptrdiff_t k) const
+    {
+        return first.placedAt(first.offset + k * step);
+    }
+};
+
+template <class Block> inline auto scattered(const Block &o, Shape shape)
+{
+    using T = typename Block::Value;
+    if constexpr (Block::rank == 2)
+        return Scattered<T>{onlyObject(o, shape.height, shape.width), o.stride0};
+    else
+        return Scattered<T>{{o.table, o.shift, 0, 1}, o.stride0};
+}
+
+// A number as a matrix that has it everywhere.
+template <class T> struct Uniform {
+    T value;
+    T operator()(ptrdiff_t, ptrdiff_t) const { return value; }
+};
+
+template <class T> struct ScatteredCombination {
+    Scattered<const T> a, b;
+    Scattered<T> dst;
+    int32_t width, height, count;
+    bool readsWholeObjects; // the sources before the first store, a single one once for all
+};
+
+template <class Op, class T> void combineWholeObjects(const ScatteredCombination<T> &c)
+{
+    constexpr ptrdiff_t largest = largestUnrolled * largestUnrolled;
+    T a[largest], b[largest];
+    const auto read = [&](T *values, const Scattered<const T> &src, ptrdiff_t k) {
+        if (k > 0 && src.step == 0)
+            return;
+        const auto object = src(k);
+        for (ptrdiff_t i = 0; i < c.height; ++i)
+            for (ptrdiff_t j = 0; j < c.width; ++j)
+                *values++ = object(i, j);
+    };
+    for (ptrdiff_t k = 0; k < c.count; ++k) {
+        read(a, c.a, k);
+        read(b, c.b, k);
+        const auto dst = c.dst(k);
+        for (ptrdiff_t i = 0, e = 0; i < c.height; ++i)
+            for (ptrdiff_t j = 0; j < c.width; ++j, ++e)
+                dst.set(i, j, Op::apply(a[e], b[e]));
+    }
+}
+
+template <class Op, class Dst, class A, class B>
+inline void combineViews(const Dst &dst, const A &a, const B &b, ptrdiff_t width, ptrdiff_t height)
+{
+    for (ptrdiff_t i = 0; i < height; ++i)
+        for (ptrdiff_t j = 0; j < width; ++j)
+            dst.set(i, j, Op::apply(a(i, j), b(i, j)));
+}
+
+template <class Op, class T>
+[[gnu::noinline]] ZonStatus combineScattered(const ScatteredCombination<T> &c)
+{
+    if (c.readsWholeObjects)
+        combineWholeObjects<Op>(c);
+    else
+        for (ptrdiff_t k = 0; k < c.count; ++k)
+            combineViews<Op>(c.dst(k), c.a(k), c.b(k), c.width, c.height);
+    return zonStsOk;
+}
+
+template <class T> struct ScatteredConstantCombination {
+    Scattered<const T> a;
+    Placed<const T> b;
+    Scattered<T> dst;
+    int32_t width, height, count;
+};
+
+template <class Op, class T>
+[[gnu::noinline]] ZonStatus combineScatteredConstants(const ScatteredConstantCombination<T> &c)
+{
+    for (ptrdiff_t k = 0; k < c.count; ++k)
+        combineViews<Op>(c.dst(k), c.a(k), Uniform<T>{load<T>(c.b(k))}, c.width, c.height);
+    return zonStsOk;
+}
+
+// dst = a op c for each description, with the constant on the right.
+template <class Op, class A, class C, class D>
+ZonStatus combineWithConstant(const A &a, const C &constants, const D &dst, Shape shape,
+                              int32_t count)
+{
+    using T = typename D::Value;
+    const auto [width, height] = shape;
+    if constexpr (isElementTable<D>)
+        return combineScatteredConstants<Op>(
+            ScatteredConstantCombination<T>{scattered(a, shape), Placed<const T>(constants),
+                                            scattered(dst, shape), width, height, count});
+    else
+        return combineConstants<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(constants),
+                                                   Placed<T>(dst), width, height, count});
+}
+
+// dst = a op b for each description.
+template <class Op, class A, class B, class D>
+ZonStatus combineWithObject(const A &a, const B &b, const D &dst, Shape shape, int32_t count,
+                            bool readsWholeObjects = false)
+{
+    using T = typename D::Value;
+    const auto [width, height] = shape;
+    if constexpr (isElementTable<D>)
+        return combineScattered<Op>(
+            ScatteredCombination<T>{scattered(a, shape), scattered(b, shape), scattered(dst, shape),
+                                    width, height, count, readsWholeObjects});
+    else
+        return combineObjects<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(b),
+                                                 Placed<T>(dst), width, height, count});
+}
+
+} // namespace zonm
