@@ -4213,8 +4213,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_64f_P(
 /**
  * Determinant: zonmDet
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k] = det(src[k])
  *
  * size is the order n; dst is a plain pointer to count numbers, in every description.
@@ -4224,6 +4222,9 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_64f_P(
  * (The factor wraps in 32 bits: from n = 1024 on the limit has no meaning.)
  * Checks: standard orders. A singular matrix is no failure: the result is 0, or with a formula
  * what rounding leaves, and the status zonStsOk. A NaN gives NaN at size 3 to 6, 0 at other sizes.
+ * Bits: at size 3 to 6 all is double and rounded once. At other sizes the product of the pivots is
+ * rounded in dst at every step; after a pivot below the limit a single matrix gets +0, one of an
+ * array its last element times 0, which may be -0 or a NaN.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmDet_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
@@ -4275,8 +4276,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_64f_P(
 /**
  * Inverse: zonmInvert
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * src[k] * dst[k] = I, each element a cofactor times the reciprocal of the determinant
  *
  * size is the order n. From size 7 on the cost grows with the fifth power of n: to solve a system
@@ -4289,6 +4288,8 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_64f_P(
  *     other sizes       a pivot is strictly below T, or |det| at or below T
  * At the other sizes a cofactor whose elimination meets a pivot below T counts as T, not as 0:
  * off-diagonal zeros come out as tiny numbers.
+ * Bits: at size 3 to 6 all is double and rounded once; elements at odd i + j are negated products,
+ * so that a zero there is -0.
  * Checks: standard orders. After them zonStsSingular, at the first matrix that fails: those before
  * it are complete, its own dst and those behind it untouched. Apart from size 1 a NaN passes.
  * In place: dst may be src at size 1 and 3 to 6 only.

@@ -47,6 +47,8 @@ BUILT = {
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
+    "det": Built("solvers", {"zonmDet": "determinant"}),
+    "invert": Built("solvers", {"zonmInvert": "invert"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front
@@ -389,6 +391,9 @@ FAMILIES = {
     (The factor wraps in 32 bits: from n = 1024 on the limit has no meaning.)
     Checks: standard orders. A singular matrix is no failure: the result is 0, or with a formula
     what rounding leaves, and the status zonStsOk. A NaN gives NaN at size 3 to 6, 0 at other sizes.
+    Bits: at size 3 to 6 all is double and rounded once. At other sizes the product of the pivots is
+    rounded in dst at every step; after a pivot below the limit a single matrix gets +0, one of an
+    array its last element times 0, which may be -0 or a NaN.
     """),
 
     "invert": Family("Inverse: zonmInvert", """
@@ -404,6 +409,8 @@ FAMILIES = {
         other sizes       a pivot is strictly below T, or |det| at or below T
     At the other sizes a cofactor whose elimination meets a pivot below T counts as T, not as 0:
     off-diagonal zeros come out as tiny numbers.
+    Bits: at size 3 to 6 all is double and rounded once; elements at odd i + j are negated products,
+    so that a zero there is -0.
     Checks: standard orders. After them zonStsSingular, at the first matrix that fails: those before
     it are complete, its own dst and those behind it untouched. Apart from size 1 a NaN passes.
     In place: dst may be src at size 1 and 3 to 6 only.

@@ -113,6 +113,7 @@ struct Lanes {
     ZONM_INLINED friend Lanes operator-(Lanes a, Lanes b) { return {a.v - b.v}; }
     ZONM_INLINED friend Lanes operator*(Lanes a, Lanes b) { return {a.v * b.v}; }
     ZONM_INLINED friend Lanes operator/(Lanes a, Lanes b) { return {a.v / b.v}; }
+    ZONM_INLINED friend Lanes operator-(Lanes a) { return {-a.v}; }
     // False wherever one of the two is a NaN.
     ZONM_INLINED friend LaneBits operator>(Lanes a, Lanes b) { return {largerMask(a.v, b.v)}; }
     ZONM_INLINED friend LaneBits operator<(Lanes a, Lanes b) { return b > a; }

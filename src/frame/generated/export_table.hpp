@@ -139,6 +139,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SL) zonmCopy_va_64f_SL;
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SP) zonmCopy_va_64f_SP;
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SS) zonmCopy_va_64f_SS;
+[[gnu::noinline]] decltype(::zonmDet_m_32f) zonmDet_m_32f;
+[[gnu::noinline]] decltype(::zonmDet_m_32f_P) zonmDet_m_32f_P;
+[[gnu::noinline]] decltype(::zonmDet_m_64f) zonmDet_m_64f;
+[[gnu::noinline]] decltype(::zonmDet_m_64f_P) zonmDet_m_64f_P;
+[[gnu::noinline]] decltype(::zonmDet_ma_32f) zonmDet_ma_32f;
+[[gnu::noinline]] decltype(::zonmDet_ma_32f_L) zonmDet_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmDet_ma_32f_P) zonmDet_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmDet_ma_64f) zonmDet_ma_64f;
+[[gnu::noinline]] decltype(::zonmDet_ma_64f_L) zonmDet_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmDet_ma_64f_P) zonmDet_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f) zonmExtract_m_32f;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f_P) zonmExtract_m_32f_P;
 [[gnu::noinline]] decltype(::zonmExtract_m_64f) zonmExtract_m_64f;
@@ -170,6 +180,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_L) zonmExtract_va_64f_L;
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_P) zonmExtract_va_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
+[[gnu::noinline]] decltype(::zonmInvert_m_32f) zonmInvert_m_32f;
+[[gnu::noinline]] decltype(::zonmInvert_m_32f_P) zonmInvert_m_32f_P;
+[[gnu::noinline]] decltype(::zonmInvert_m_64f) zonmInvert_m_64f;
+[[gnu::noinline]] decltype(::zonmInvert_m_64f_P) zonmInvert_m_64f_P;
+[[gnu::noinline]] decltype(::zonmInvert_ma_32f) zonmInvert_ma_32f;
+[[gnu::noinline]] decltype(::zonmInvert_ma_32f_L) zonmInvert_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmInvert_ma_32f_P) zonmInvert_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmInvert_ma_64f) zonmInvert_ma_64f;
+[[gnu::noinline]] decltype(::zonmInvert_ma_64f_L) zonmInvert_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmInvert_ma_64f_P) zonmInvert_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
@@ -1577,16 +1597,16 @@ inline constexpr ExportTable exportTable = {
     .zonmCrossProduct_vva_64f_L = nullptr,
     .zonmCrossProduct_vva_64f_P = nullptr,
     .zonmDet_m4_32f = nullptr,
-    .zonmDet_m_32f = nullptr,
-    .zonmDet_m_32f_P = nullptr,
-    .zonmDet_m_64f = nullptr,
-    .zonmDet_m_64f_P = nullptr,
-    .zonmDet_ma_32f = nullptr,
-    .zonmDet_ma_32f_L = nullptr,
-    .zonmDet_ma_32f_P = nullptr,
-    .zonmDet_ma_64f = nullptr,
-    .zonmDet_ma_64f_L = nullptr,
-    .zonmDet_ma_64f_P = nullptr,
+    .zonmDet_m_32f = entry::zonmDet_m_32f,
+    .zonmDet_m_32f_P = entry::zonmDet_m_32f_P,
+    .zonmDet_m_64f = entry::zonmDet_m_64f,
+    .zonmDet_m_64f_P = entry::zonmDet_m_64f_P,
+    .zonmDet_ma_32f = entry::zonmDet_ma_32f,
+    .zonmDet_ma_32f_L = entry::zonmDet_ma_32f_L,
+    .zonmDet_ma_32f_P = entry::zonmDet_ma_32f_P,
+    .zonmDet_ma_64f = entry::zonmDet_ma_64f,
+    .zonmDet_ma_64f_L = entry::zonmDet_ma_64f_L,
+    .zonmDet_ma_64f_P = entry::zonmDet_ma_64f_P,
     .zonmDotProduct_v2_32f = nullptr,
     .zonmDotProduct_v3_32f = nullptr,
     .zonmDotProduct_v4_32f = nullptr,
@@ -1738,16 +1758,16 @@ inline constexpr ExportTable exportTable = {
     .zonmInterpolationLinear_v3_32f = nullptr,
     .zonmInterpolationLinear_v4_32f = nullptr,
     .zonmInvert_m4_32f = nullptr,
-    .zonmInvert_m_32f = nullptr,
-    .zonmInvert_m_32f_P = nullptr,
-    .zonmInvert_m_64f = nullptr,
-    .zonmInvert_m_64f_P = nullptr,
-    .zonmInvert_ma_32f = nullptr,
-    .zonmInvert_ma_32f_L = nullptr,
-    .zonmInvert_ma_32f_P = nullptr,
-    .zonmInvert_ma_64f = nullptr,
-    .zonmInvert_ma_64f_L = nullptr,
-    .zonmInvert_ma_64f_P = nullptr,
+    .zonmInvert_m_32f = entry::zonmInvert_m_32f,
+    .zonmInvert_m_32f_P = entry::zonmInvert_m_32f_P,
+    .zonmInvert_m_64f = entry::zonmInvert_m_64f,
+    .zonmInvert_m_64f_P = entry::zonmInvert_m_64f_P,
+    .zonmInvert_ma_32f = entry::zonmInvert_ma_32f,
+    .zonmInvert_ma_32f_L = entry::zonmInvert_ma_32f_L,
+    .zonmInvert_ma_32f_P = entry::zonmInvert_ma_32f_P,
+    .zonmInvert_ma_64f = entry::zonmInvert_ma_64f,
+    .zonmInvert_ma_64f_L = entry::zonmInvert_ma_64f_L,
+    .zonmInvert_ma_64f_P = entry::zonmInvert_ma_64f_P,
     .zonmIsIdentity_m4_32f = nullptr,
     .zonmL2Norm_v_32f = nullptr,
     .zonmL2Norm_v_32f_P = nullptr,
