@@ -241,6 +241,34 @@ template <class Block> struct Transposed : Block {
     }
 };
 
+// Constants: the number that goes with object k.
+template <class T> struct Constant {
+    using Value = T;
+    static constexpr bool many = false;
+    T value;
+
+    explicit Constant(T v) : value(v) {}
+    T operator()(ptrdiff_t) const { return value; }
+};
+
+template <class T> struct ConstantArray {
+    using Value = T;
+    static constexpr bool many = true;
+    Stepped<T> objects;
+
+    ConstantArray(T *p, int32_t stride0) : objects{bytes(p), stride0} {}
+    auto operator()(ptrdiff_t k) const { return load<T>(objects(k)); }
+};
+
+template <class T> struct ConstantTable {
+    using Value = T;
+    static constexpr bool many = true;
+    Tabled<T> objects;
+
+    ConstantTable(T *const *t, int32_t shift) : objects(t, shift) {}
+    auto operator()(ptrdiff_t k) const { return load<T>(objects(k)); }
+};
+
 template <class Block>
 inline constexpr bool isElementTable = Block::description == Description::elementTable;
 
