@@ -55,7 +55,7 @@ struct Substitution {
                            size.height);
         }
         call.expect("dst", [&](int k, int i, int) {
-            return i < w ? x[std::size_t(k * w + i)] : (*dst)(k, i);
+            return i < w ? x[std::size_t(k * w + i)] : b->before(k, i);
         });
     }
 };
