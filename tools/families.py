@@ -26,6 +26,10 @@ BUILT = {
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
+    "cholesky_decomp": Built("solvers", {"zonmCholeskyDecomp": "choleskyDecompose"}),
+    "cholesky_back_subst": Built("solvers", {"zonmCholeskyBackSubst": "choleskyBackSubstitute"}),
+    "qr_decomp": Built("solvers", {"zonmQRDecomp": "qrDecompose"}),
+    "qr_back_subst": Built("solvers", {"zonmQRBackSubst": "qrBackSubstitute"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front
