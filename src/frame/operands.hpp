@@ -109,19 +109,21 @@ template <class T> struct Constant {
 template <class T> struct ConstantArray {
     using Value = T;
     static constexpr bool many = true;
-    Stepped<T> objects;
+    T *base;
+    int32_t stride0;
 
-    ConstantArray(T *p, int32_t stride0) : objects{bytes(p), stride0} {}
-    auto operator()(ptrdiff_t k) const { return load<T>(objects(k)); }
+    ConstantArray(T *p, int32_t s0) : base(p), stride0(s0) {}
+    auto operator()(ptrdiff_t k) const { return load<T>(bytes(base) + k * stride0); }
 };
 
 template <class T> struct ConstantTable {
     using Value = T;
     static constexpr bool many = true;
-    Tabled<T> objects;
+    T *const *table;
+    int32_t shift;
 
-    ConstantTable(T *const *t, int32_t shift) : objects(t, shift) {}
-    auto operator()(ptrdiff_t k) const { return load<T>(objects(k)); }
+    ConstantTable(T *const *t, int32_t sh) : table(t), shift(sh) {}
+    auto operator()(ptrdiff_t k) const { return load<T>(bytes(table[k]) + shift); }
 };
 
 template <class Block>
