@@ -221,9 +221,10 @@ TEST(QRBackSubst, SolvesWhatWasDecomposed)
                         normA = std::sqrt(normA);
                         const long double scale = normA * std::sqrt(normX) + std::sqrt(normB);
                         const long double permitted = 4 * (h + 8) * eps * scale;
-                        if (w == h)
+                        if (w == h) {
                             for (const long double r : residual)
                                 EXPECT_LE(std::fabs(r), permitted) << solve << " kind " << kind;
+                        }
                         for (int j = 0; j < w; ++j) {
                             long double dot = 0;
                             for (int i = 0; i < h; ++i)
@@ -243,7 +244,7 @@ TEST(QRBackSubst, OfAnArrayIsThatOfEach)
         const int element = sizeof(double), row = w * element, object = h * row;
         Random random(std::uint64_t(w * 1000 + h));
         std::vector<double> a(std::size_t(count * w * h)), b(std::size_t(count * h)),
-            own(std::size_t(count * w)), shared(own), one(std::size_t(w)),
+            own(std::size_t(count * w)), shared(own), one(static_cast<std::size_t>(w)),
             buffer(static_cast<std::size_t>(h));
         for (std::vector<double> *v : {&a, &b})
             for (double &value : *v)

@@ -223,22 +223,27 @@ ZONM_INLINED inline void scatterGroup(const GroupViews<View> &views, Store store
     });
 }
 
-// Whether two operands of equal shape are the very same objects. Then an object's element is read
-// before it is written, and only by that object.
+// Whether two operands of equal shape are the very same objects. Then an element is read before it
+// is written, and only for its own object.
 template <class A, class B> inline bool areSame(const A &a, const B &b)
 {
     const auto alike = [](const auto *p, const auto *q) {
         return static_cast<const void *>(p) == static_cast<const void *>(q);
     };
+    const auto sameSteps = [&] {
+        if constexpr (std::remove_cvref_t<decltype(a.first)>::rank == 1)
+            return a.first.at(1) == b.first.at(1);
+        else
+            return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
+    };
+    const bool sameOrigins =
+        a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
     if constexpr (requires { a.first.table; })
-        return alike(a.first.table, b.first.table) && a.origins.shift == b.origins.shift &&
-               a.origins.step == b.origins.step;
+        return sameOrigins && alike(a.first.table, b.first.table);
+    else if (a.origins.isTable() || b.origins.isTable())
+        return sameOrigins && sameSteps() && alike(a.origins.table, b.origins.table);
     else
-        return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1) &&
-               a.origins.isTable() == b.origins.isTable() &&
-               (a.origins.isTable() ? alike(a.origins.table, b.origins.table)
-                                    : a.origins(0) == b.origins(0)) &&
-               a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
+        return sameOrigins && sameSteps() && a.origins(0) == b.origins(0);
 }
 
 } // namespace zonm
