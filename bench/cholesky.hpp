@@ -174,8 +174,10 @@ template <class T, int N> void enterOpenBLAS(const Systems<T, N> &s)
         std::memcpy(x.data, b.data, std::size_t(n) * b.step());
         return potrs(N, n, l.data, x.data);
     });
-    s.row("zonmCholeskyDecomp_m").oneByOne(systems).into(l).add("OpenBLAS", decompose,
-                                                                 onAll(solve));
+    s.row("zonmCholeskyDecomp_m")
+        .oneByOne(systems)
+        .into(l)
+        .add("OpenBLAS", decompose, onAll(solve));
     s.row("zonmCholeskyBackSubst_mv").oneByOne(systems).add("OpenBLAS", solve);
     for (const char *operation : {"zonmCholeskyDecomp_ma, zonmCholeskyBackSubst_mava",
                                   "zonmCholeskyDecomp_m, zonmCholeskyBackSubst_mv"})

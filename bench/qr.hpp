@@ -60,8 +60,7 @@ template <class T, int W, int H> void enterZonm(const Systems<T, W, H> &s)
     const auto f0 = fixed(single(f));
     const auto f0Elements = fixed(singleElements(f));
 
-    const auto decompose =
-        callOf(ZONM(zonmQRDecomp_ma), array(a), buffer, array(f), W, H, count);
+    const auto decompose = callOf(ZONM(zonmQRDecomp_ma), array(a), buffer, array(f), W, H, count);
     const auto solve =
         callOf(ZONM(zonmQRBackSubst_mava), array(f), buffer, array(b), array(x), W, H, count);
     const auto decomposeOne = callOf(ZONM(zonmQRDecomp_m), single(a), buffer, single(f), W, H);
@@ -73,7 +72,8 @@ template <class T, int W, int H> void enterZonm(const Systems<T, W, H> &s)
     s.row("zonmQRDecomp_ma")
         .into(f)
         .add("zonm", decompose, onAll(solve))
-        .add("zonm _L", callOf(ZONM_L(zonmQRDecomp_ma), objects(a), buffer, objects(f), W, H, count),
+        .add("zonm _L",
+             callOf(ZONM_L(zonmQRDecomp_ma), objects(a), buffer, objects(f), W, H, count),
              onAll(solve))
         .add("zonm _P",
              callOf(ZONM_P(zonmQRDecomp_ma), elements(a), buffer, elements(f), W, H, count),
@@ -148,12 +148,10 @@ template <class T, int W, int H> void enterEigen(const Systems<T, W, H> &s)
     });
     s.row("zonmQRDecomp_m").oneByOne(s.number).add("Eigen", decomposeOne, onAll(solve));
     s.row("zonmQRBackSubst_mv").oneByOne(s.number).add("Eigen", solveOne);
-    s.row("zonmQRDecomp_m, zonmQRBackSubst_mv")
-        .oneByOne(s.number)
-        .add("Eigen", [=](int k, int n) {
-            decomposeOne(k, n);
-            solveOne(k, n);
-        });
+    s.row("zonmQRDecomp_m, zonmQRBackSubst_mv").oneByOne(s.number).add("Eigen", [=](int k, int n) {
+        decomposeOne(k, n);
+        solveOne(k, n);
+    });
 }
 
 #ifdef BENCH_OPENBLAS

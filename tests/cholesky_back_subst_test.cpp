@@ -126,8 +126,7 @@ TEST(CholeskyBackSubst, TakesAZeroOnTheDiagonalWithoutComplaint)
                 call.output("dst", {n});
                 call.set("size", n);
                 EXPECT_EQ(call.run(), zonStsOk) << call;
-                call.expect("dst",
-                            [&](int, int i, int) { return i == zero ? 0. : 4. * (i + 1); });
+                call.expect("dst", [&](int, int i, int) { return i == zero ? 0. : 4. * (i + 1); });
             }
 }
 
@@ -169,8 +168,9 @@ TEST(CholeskyBackSubst, SolvesWhatWasDecomposed)
                     ASSERT_EQ(decompose.run(), zonStsOk) << decompose;
 
                     Call solve(exportNamed("zonmCholeskyBackSubst_mava_" + type), seed++, count);
-                    solve.source("src1", {n, n},
-                                 [&](int k, int i, int j) { return j > i ? nan : factor(k, i, j); });
+                    solve.source("src1", {n, n}, [&](int k, int i, int j) {
+                        return j > i ? nan : factor(k, i, j);
+                    });
                     const Operand &b = solve.source("src2", {n}, Values::uniform);
                     const Operand &x = solve.output("dst", {n});
                     solve.set("size", n);
@@ -238,8 +238,8 @@ TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
             const int size = sizeOf(element), count = 5;
             const std::size_t bytes = std::size_t(2 * n * page);
             // Matrices of all objects end each row at the same pages, so that there is one.
-            auto *memory = static_cast<std::byte *>(mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
-                                                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            auto *memory = static_cast<std::byte *>(
+                mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
             std::byte *base = memory + page - size;
             const int stride1 = int(2 * page) - size;
             for (int i = 0; i < n; ++i) {
@@ -267,16 +267,19 @@ TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
             std::vector<Argument> arguments;
             for (const ArgumentInfo &a : e->arguments) {
                 const bool matrix = a.operand == "src1", isDst = a.operand == "dst";
-                arguments.push_back(
-                    a.role == "pointer" ? Argument(matrix ? base : isDst ? x.data() : b.data())
-                    : a.role == "table"
-                        ? Argument((matrix ? matrices : isDst ? xs : bs).data())
-                    : a.role == "shift"   ? Argument(0)
-                    : a.role == "stride0" ? Argument(matrix ? size : n * size)
-                    : a.role == "stride1" ? Argument(stride1)
-                    : a.role == "stride2" ? Argument(size)
-                    : a.name == "count"   ? Argument(objects)
-                                          : Argument(n));
+                arguments.push_back(a.role == "pointer"   ? Argument(matrix  ? base
+                                                                     : isDst ? x.data()
+                                                                             : b.data())
+                                    : a.role == "table"   ? Argument((matrix  ? matrices
+                                                                      : isDst ? xs
+                                                                              : bs)
+                                                                         .data())
+                                    : a.role == "shift"   ? Argument(0)
+                                    : a.role == "stride0" ? Argument(matrix ? size : n * size)
+                                    : a.role == "stride1" ? Argument(stride1)
+                                    : a.role == "stride2" ? Argument(size)
+                                    : a.name == "count"   ? Argument(objects)
+                                                          : Argument(n));
             }
             ASSERT_EQ(invoke(e->name, arguments, e->name + " on a staircase"), zonStsOk);
             for (int i = 0; i < n * (isArray(*e) ? objects : 1); ++i)
@@ -302,9 +305,7 @@ TEST(CholeskyBackSubst, OfOverlappingObjectsGoesOneByOne)
                 const auto dense = [&](int base, int stride0) {
                     return Placement{base, stride0, 0, 1, vector};
                 };
-                const auto beside = [&](int base) {
-                    return Placement{base, 1, 0, count, vector};
-                };
+                const auto beside = [&](int base) { return Placement{base, 1, 0, count, vector}; };
                 const struct {
                     const char *what;
                     Placement b, dst;
@@ -328,12 +329,11 @@ TEST(CholeskyBackSubst, OfOverlappingObjectsGoesOneByOne)
                         cholesky::substitute(element, wanted.matrix(a, shared ? 0 : k),
                                              wanted.vector(arrangement.b, k),
                                              wanted.vector(arrangement.dst, k), n);
-                    EXPECT_EQ(got.run(*e,
-                                      {{"src1", a},
-                                       {"src2", arrangement.b},
-                                       {"dst", arrangement.dst}},
-                                      count, {{"size", n}}),
-                              zonStsOk);
+                    EXPECT_EQ(
+                        got.run(*e,
+                                {{"src1", a}, {"src2", arrangement.b}, {"dst", arrangement.dst}},
+                                count, {{"size", n}}),
+                        zonStsOk);
                     EXPECT_TRUE(got == wanted)
                         << e->name << ' ' << n << ' ' << count << ": " << arrangement.what;
                     ++met;

@@ -53,15 +53,14 @@ struct Decomposition {
             std::vector<bool> written(std::size_t(n * n));
             const auto at = [&](int i, int j) { return std::size_t(i * n + j); };
             if (wanted == zonStsOk &&
-                !cholesky::decompose(
-                    dst->element, limit(), cholesky::writesLate(e, n),
-                    {[&](int i, int j) { return src->before(k, i, j); }, nullptr},
-                    {[&](int i, int j) { return factor[at(i, j)]; },
-                     [&](int i, int j, double value) {
-                         factor[at(i, j)] = value;
-                         written[at(i, j)] = true;
-                     }},
-                    n))
+                !cholesky::decompose(dst->element, limit(), cholesky::writesLate(e, n),
+                                     {[&](int i, int j) { return src->before(k, i, j); }, nullptr},
+                                     {[&](int i, int j) { return factor[at(i, j)]; },
+                                      [&](int i, int j, double value) {
+                                          factor[at(i, j)] = value;
+                                          written[at(i, j)] = true;
+                                      }},
+                                     n))
                 wanted = zonStsNotPositiveDefinite;
             for (int i = 0; i < n; ++i)
                 for (int j = 0; j < n; ++j)
@@ -153,8 +152,7 @@ TEST(CholeskyDecomp, TestsPivotsAgainstTheLimits)
                             if (side == 0)
                                 pivot = limit;
                             Decomposition d(*e, seed++, n, 7, matrix, spread);
-                            EXPECT_EQ(d.check(),
-                                      side > 0 ? zonStsOk : zonStsNotPositiveDefinite)
+                            EXPECT_EQ(d.check(), side > 0 ? zonStsOk : zonStsNotPositiveDefinite)
                                 << d.call << " step " << step << " side " << side;
                         }
 }
@@ -169,8 +167,7 @@ TEST(CholeskyDecomp, OfArraysOf64fHasALimitThatHangsOnStride2)
                 for (int i = 0; i < n; ++i)
                     for (int j = 0; j <= i; ++j)
                         a[std::size_t(i * 16 + j * srcStride2 / 8)] = i == j ? 1e-20 : 0;
-                const bool fails =
-                    (srcStride2 != 8 || dstStride2 != 8) && (n <= 2 || n >= 6);
+                const bool fails = (srcStride2 != 8 || dstStride2 != 8) && (n <= 2 || n >= 6);
                 EXPECT_EQ(zonmCholeskyDecomp_ma_64f(a.data(), 1024, 128, srcStride2, l.data(), 2048,
                                                     256, dstStride2, n, 1),
                           fails ? zonStsNotPositiveDefinite : zonStsOk)
@@ -202,9 +199,7 @@ TEST(CholeskyDecomp, EndsAtTheFirstFailingObject)
                     const double pivot = random.pick({-3., -0., 0.});
                     Decomposition d(*e, seed++, n, count, [&](int k, int i, int j) {
                         const double below = random.between(-1, 1);
-                        return i != j                     ? below
-                               : k == failing && i == row ? pivot
-                                                          : 64 + below;
+                        return i != j ? below : k == failing && i == row ? pivot : 64 + below;
                     });
                     EXPECT_EQ(d.check(), zonStsNotPositiveDefinite) << d.call;
                     const bool late = cholesky::writesLate(*e, n) && row < 2;
@@ -218,8 +213,9 @@ TEST(CholeskyDecomp, OfElementPointersAtSize3WritesLate)
 {
     for (const Export *e : builtExports("cholesky_decomp"))
         for (int row = 0; row < 3; ++row) {
-            Decomposition d(*e, 7, 3, 1,
-                            [&](int, int i, int j) { return i != j ? 1. : i == row ? -1. : 9.; });
+            Decomposition d(*e, 7, 3, 1, [&](int, int i, int j) {
+                return i != j ? 1. : i == row ? -1. : 9.;
+            });
             EXPECT_EQ(d.call.run(), zonStsNotPositiveDefinite);
             const bool late = e->description == "P";
             for (int i = 0; i < 3; ++i)
@@ -276,8 +272,7 @@ TEST(CholeskyDecomp, OfTheExamples)
         for (const int n : sizes)
             EXPECT_EQ(Decomposition(*e, seed++, n, 5, all(nan)).check(), zonStsOk);
         // Tiny pivots at size 3.
-        Decomposition tiny(*e, seed++, 3, 3,
-                           [](int, int i, int j) { return i == j ? 1e-8 : 0.; });
+        Decomposition tiny(*e, seed++, 3, 3, [](int, int i, int j) { return i == j ? 1e-8 : 0.; });
         EXPECT_EQ(tiny.check(), e->description == "P" ? zonStsNotPositiveDefinite : zonStsOk);
     }
 }
@@ -338,8 +333,8 @@ class Staircase
   public:
     Staircase(int size, Element e) : n(size), element(e), page(sysconf(_SC_PAGESIZE))
     {
-        memory = static_cast<std::byte *>(mmap(nullptr, bytes(), PROT_READ | PROT_WRITE,
-                                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        memory = static_cast<std::byte *>(
+            mmap(nullptr, bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         for (int i = 0; i < n; ++i)
             mprotect(memory + (2 * i + 1) * page, std::size_t(page), PROT_NONE);
     }
@@ -428,12 +423,12 @@ TEST(CholeskyDecomp, OfAnArrayIsThatOfEach)
                                                            n * size, size, n}),
                               zonStsOk);
                 }
-                ASSERT_EQ(invoke(element == Element::f32 ? "zonmCholeskyDecomp_ma_32f"
-                                                         : "zonmCholeskyDecomp_ma_64f",
-                                 std::vector<Argument>{a.data(), matrix * size, n * size, size,
-                                                       l.data(), matrix * size, n * size, size, n,
-                                                       count}),
-                          zonStsOk);
+                ASSERT_EQ(
+                    invoke(element == Element::f32 ? "zonmCholeskyDecomp_ma_32f"
+                                                   : "zonmCholeskyDecomp_ma_64f",
+                           std::vector<Argument>{a.data(), matrix * size, n * size, size, l.data(),
+                                                 matrix * size, n * size, size, n, count}),
+                    zonStsOk);
                 EXPECT_TRUE(l == one) << n << ' ' << count;
             }
 }

@@ -92,8 +92,8 @@ TEST(QRBackSubst, InPlaceIsTheSame)
     for (const Export *e : builtExports("qr_back_subst"))
         for (const Size size : sizes)
             for (const int count : {1, 3, 4, 7, 9, 13})
-                Substitution(*e, seed++, size, count, Values::uniform, Values::uniform,
-                             Spread::any, true)
+                Substitution(*e, seed++, size, count, Values::uniform, Values::uniform, Spread::any,
+                             true)
                     .check();
 }
 
@@ -146,7 +146,9 @@ TEST(QRBackSubst, DividesByZeroWithoutComplaint)
             const int w = size.width;
             Substitution s(
                 *e, seed++, size, 9,
-                [&](int, int i, int j) { return i != j ? 0. : i == w - 1 ? 0. : 2.; },
+                [&](int, int i, int j) { return i != j       ? 0.
+                                                : i == w - 1 ? 0.
+                                                             : 2.; },
                 [](int, int i, int) { return i + 1.; });
             s.check();
             for (int k = 0; k < s.call.count(); ++k)
@@ -329,12 +331,11 @@ TEST(QRBackSubst, OfOverlappingObjectsGoesOneByOne)
                                        wanted.vector(arrangement.b, k),
                                        wanted.vector(arrangement.dst, k), w, h);
                     std::vector<double> buffer(static_cast<std::size_t>(h));
-                    EXPECT_EQ(got.run(*e,
-                                      {{"src1", a},
-                                       {"src2", arrangement.b},
-                                       {"dst", arrangement.dst}},
-                                      count, {{"width", w}, {"height", h}}, buffer.data()),
-                              zonStsOk);
+                    EXPECT_EQ(
+                        got.run(*e,
+                                {{"src1", a}, {"src2", arrangement.b}, {"dst", arrangement.dst}},
+                                count, {{"width", w}, {"height", h}}, buffer.data()),
+                        zonStsOk);
                     EXPECT_TRUE(got == wanted) << e->name << ' ' << w << ' ' << h << ' ' << count
                                                << ": " << arrangement.what;
                     ++met;

@@ -91,7 +91,8 @@ TEST(QRDecomp, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("qr_decomp"))
-        for (const Size size : {Size{3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {8, 8}, {3, 11}, {3, 111}})
+        for (const Size size :
+             {Size{3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {8, 8}, {3, 11}, {3, 111}})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 EXPECT_EQ(Decomposition(*e, seed++, size, 50, Values::uniform, spread).check(),
                           zonStsOk);
@@ -201,7 +202,9 @@ TEST(QRDecomp, OfTheExamples)
         identity.call.expect("dst", [&](int, int i, int j) { return r[i][j]; });
         const auto zeroFirst = [](int, int i, int j) { return j == 0 ? 0. : 1. + i; };
         EXPECT_EQ(Decomposition(*e, seed++, {2, 3}, 3, zeroFirst).check(), zonStsDivByZero);
-        const auto zeroLast = [](int, int i, int j) { return j == 2 ? 0. : 1. + i + 3 * j * (i == 1); };
+        const auto zeroLast = [](int, int i, int j) {
+            return j == 2 ? 0. : 1. + i + 3 * j * (i == 1);
+        };
         EXPECT_EQ(Decomposition(*e, seed++, {3, 3}, 3, zeroLast).check(), zonStsOk);
         EXPECT_EQ(Decomposition(*e, seed++, {3, 4}, 3, zeroLast).check(), zonStsDivByZero);
         for (const double value : {0., 5., std::numeric_limits<double>::quiet_NaN()}) {
@@ -211,8 +214,9 @@ TEST(QRDecomp, OfTheExamples)
         }
         // The sign is opposite to the element's, plus for zero.
         for (const double x : {1., -1., 0., -0.}) {
-            Decomposition column(*e, seed++, {1, 4}, 1,
-                                 [&](int, int i, int) { return i == 0 ? x : i == 1 ? 2. : 0.; });
+            Decomposition column(*e, seed++, {1, 4}, 1, [&](int, int i, int) {
+                return i == 0 ? x : i == 1 ? 2. : 0.;
+            });
             EXPECT_EQ(column.check(), zonStsOk);
             EXPECT_NEAR((*column.dst)(0, 0, 0), std::hypot(x, 2) * (x > 0 ? -1 : 1), 1e-6);
         }

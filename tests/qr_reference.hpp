@@ -122,8 +122,7 @@ inline void substitute(Element e, const MatrixIn &a, const VectorIn &b, const Ve
         for (int i = k + 1; i < height; ++i)
             buffer[std::size_t(i)] = rounded(e, a.get(i, k) * t + buffer[std::size_t(i)]);
     }
-    dst.set(width - 1,
-            rounded(e, buffer[std::size_t(width - 1)] / a.get(width - 1, width - 1)));
+    dst.set(width - 1, rounded(e, buffer[std::size_t(width - 1)] / a.get(width - 1, width - 1)));
     for (int i = width - 2; i >= 0; --i) {
         double f = 0;
         for (int j = i + 1; j < width; ++j)

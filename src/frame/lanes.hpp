@@ -128,10 +128,7 @@ struct Lanes {
     // False wherever one of the two is a NaN.
     ZONM_INLINED friend LaneBits operator>(Lanes a, Lanes b) { return {largerMask(a.v, b.v)}; }
     ZONM_INLINED friend LaneBits operator<(Lanes a, Lanes b) { return b > a; }
-    ZONM_INLINED friend LaneBits operator<=(Lanes a, Lanes b)
-    {
-        return {notLargerMask(a.v, b.v)};
-    }
+    ZONM_INLINED friend LaneBits operator<=(Lanes a, Lanes b) { return {notLargerMask(a.v, b.v)}; }
 
     ZONM_INLINED LaneBits bits() const { return {std::bit_cast<LaneRegisterBits>(v)}; }
     ZONM_INLINED static Lanes ofBits(LaneBits a) { return {std::bit_cast<LaneRegister>(a.v)}; }

@@ -158,9 +158,8 @@ template <int N, class B, class D>
         [&](Group group) ZONM_INLINED {
             solveGroup<N>(src2, dst, group, [&](auto &x) ZONM_INLINED { substitute(l, x); });
         },
-        [&](int32_t k) ZONM_INLINED {
-            solveSharedOne(shared, stridedView(src2(k)), stridedView(dst(k)));
-        });
+        [&](int32_t k)
+            ZONM_INLINED { solveSharedOne(shared, stridedView(src2(k)), stridedView(dst(k))); });
 }
 
 // Other sizes ----------------------------------------------------------------------------------
@@ -187,9 +186,8 @@ template <class A, class B, class D>
         [&](int32_t i, int32_t j) ZONM_INLINED {
             return gatheredFrom(a, [&](auto &m) ZONM_INLINED { return m.at(i, j); });
         },
-        [&](int32_t i) ZONM_INLINED {
-            return gatheredFrom(b, [&](auto &v) ZONM_INLINED { return v.at(i); });
-        },
+        [&](int32_t i)
+            ZONM_INLINED { return gatheredFrom(b, [&](auto &v) ZONM_INLINED { return v.at(i); }); },
         x, n);
     scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
         for (int32_t i = 0; i < n; ++i)

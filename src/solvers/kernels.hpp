@@ -136,15 +136,15 @@ ZONM_INLINED inline bool anyAtMost(double a, double limit) { return a <= limit; 
 ZONM_INLINED inline bool anyBelow(const GroupDouble &a, double limit)
 {
     LaneBits found = LaneBits::all(0);
-    unrolled<0, interleaved>(
-        [&](auto r) ZONM_INLINED { found = found | (a.of[r] < Lanes::all(limit)); });
+    unrolled<0, interleaved>([&](auto r)
+                                 ZONM_INLINED { found = found | (a.of[r] < Lanes::all(limit)); });
     return found.any();
 }
 ZONM_INLINED inline bool anyAtMost(const GroupDouble &a, double limit)
 {
     LaneBits found = LaneBits::all(0);
-    unrolled<0, interleaved>(
-        [&](auto r) ZONM_INLINED { found = found | (a.of[r] <= Lanes::all(limit)); });
+    unrolled<0, interleaved>([&](auto r)
+                                 ZONM_INLINED { found = found | (a.of[r] <= Lanes::all(limit)); });
     return found.any();
 }
 
@@ -205,8 +205,8 @@ template <class View, class At>
 ZONM_INLINED inline GroupDouble gatheredFrom(const GroupViews<View> &views, At at)
 {
     return GroupDouble::each([&](auto r) ZONM_INLINED {
-        return gatherFrom<typename View::Element>(
-            [&](int lane) ZONM_INLINED { return at(views[r][lane]); });
+        return gatherFrom<typename View::Element>([&](int lane)
+                                                      ZONM_INLINED { return at(views[r][lane]); });
     });
 }
 
@@ -236,8 +236,7 @@ template <class A, class B> inline bool areSame(const A &a, const B &b)
         else
             return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
     };
-    const bool sameOrigins =
-        a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
+    const bool sameOrigins = a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
     if constexpr (requires { a.first.table; })
         return sameOrigins && alike(a.first.table, b.first.table);
     else if (a.origins.isTable() || b.origins.isTable())

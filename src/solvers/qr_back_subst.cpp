@@ -4,8 +4,8 @@
 //
 //   b(i) = b(i) + v(i) t,  t = s (b(k) + sum over i > k of v(i) b(i)),  s = -2 / (transpose(v) v)
 //
-// and the triangle R gives x(i) = (b(i) - sum over j > i of R(i, j) x(j)) / R(i, i). All sums run in
-// ascending order but for the sum over j:
+// and the triangle R gives x(i) = (b(i) - sum over j > i of R(i, j) x(j)) / R(i, i). All sums run
+// in ascending order but for the sum over j:
 //
 //   square, sizes 3 to 6   b and x are kept in double and x is rounded once. Products are
 //                          subtracted one by one in descending order of j, so that the element
@@ -114,8 +114,7 @@ template <class V, int N> struct Factors {
 };
 
 // For all layouts.
-template <class V, int N>
-[[gnu::noinline]] void substituteLocal(Factors<V, N> &factors, V (&x)[N])
+template <class V, int N> [[gnu::noinline]] void substituteLocal(Factors<V, N> &factors, V (&x)[N])
 {
     formScales(factors.a, factors.s);
     substitute(factors.a, factors, x);
@@ -212,9 +211,8 @@ template <int N, class B, class D>
                            [&](int k) ZONM_INLINED { return everywhere(s[k]); }, x);
             });
         },
-        [&](int32_t k) ZONM_INLINED {
-            solveSharedOne(shared, stridedView(src2(k)), stridedView(dst(k)));
-        });
+        [&](int32_t k)
+            ZONM_INLINED { solveSharedOne(shared, stridedView(src2(k)), stridedView(dst(k))); });
 }
 
 // Other sizes ----------------------------------------------------------------------------------
@@ -242,9 +240,8 @@ template <class A, class B, class D>
         [&](int32_t i, int32_t j) ZONM_INLINED {
             return gatheredFrom(a, [&](auto &m) ZONM_INLINED { return m.at(i, j); });
         },
-        [&](int32_t i) ZONM_INLINED {
-            return gatheredFrom(b, [&](auto &v) ZONM_INLINED { return v.at(i); });
-        },
+        [&](int32_t i)
+            ZONM_INLINED { return gatheredFrom(b, [&](auto &v) ZONM_INLINED { return v.at(i); }); },
         BorrowedVector<GroupDouble>{y}, BorrowedVector<GroupDouble>{x}, shape);
     scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
         for (int32_t i = 0; i < shape.width; ++i)

@@ -71,9 +71,8 @@ ZONM_INLINED inline int32_t reflect(A &a, Width width, Height height)
             ascending(next(k), height, [&](auto i) ZONM_INLINED { s = s + a(i, j) * a(i, k); });
             s = s * b;
             a.set(k, j, rounded<T>(a(k, j) + s));
-            ascending(next(k), height, [&](auto i) ZONM_INLINED {
-                a.set(i, j, rounded<T>(a(i, j) + a(i, k) * s));
-            });
+            ascending(next(k), height,
+                      [&](auto i) ZONM_INLINED { a.set(i, j, rounded<T>(a(i, j) + a(i, k) * s)); });
         });
         return true;
     });
@@ -89,14 +88,12 @@ template <class A, class D> void copy(const A &src, const D &dst, Shape shape)
 // The square sizes 3 to 6 ----------------------------------------------------------------------
 
 // For all layouts.
-template <class T, class V, int N>
-[[gnu::noinline]] bool reflectLocal(LocalMatrix<V, N> &w)
+template <class T, class V, int N> [[gnu::noinline]] bool reflectLocal(LocalMatrix<V, N> &w)
 {
     return reflect<T, V>(w, constant<N>, constant<N>) == reflections(N, N);
 }
 
-template <int N, class A, class D>
-[[gnu::noinline]] ZonStatus factorOne(const A &src, const D &dst)
+template <int N, class A, class D> [[gnu::noinline]] ZonStatus factorOne(const A &src, const D &dst)
 {
     using T = typename D::Element;
     copy(src, dst, {N, N});
@@ -174,8 +171,7 @@ template <class A, class D>
 
 // Bindings -------------------------------------------------------------------------------------
 
-template <class A, class D>
-[[gnu::noinline]] ZonStatus factorObject(A src, D dst, Shape shape)
+template <class A, class D> [[gnu::noinline]] ZonStatus factorObject(A src, D dst, Shape shape)
 {
     return withSquareSize(shape, [&](auto n) {
         if constexpr (n != 0)
