@@ -41,7 +41,10 @@ template <class T> struct Objects {
 template <class T> struct Matrices : Objects<T> {
     int columns;
 
-    Matrices(T *memory, int n, int objects) : Objects<T>(memory, n * n, objects), columns(n) {}
+    Matrices(T *memory, int n, int objects) : Matrices(memory, n, n, objects) {}
+    Matrices(T *memory, int w, int h, int objects) : Objects<T>(memory, w * h, objects), columns(w)
+    {
+    }
     auto strides() const { return std::tuple(columns * int(sizeof(T)), int(sizeof(T))); }
 };
 template <class T> struct Vectors : Objects<T> {

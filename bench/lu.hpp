@@ -3,45 +3,10 @@
 // predictors learn the pivots of a small set.
 #pragma once
 
-#include "harness.hpp"
-#include "peers.hpp"
-
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <memory>
-#include <zonm.h>
+#include "systems.hpp"
 
 namespace bench::lu
 {
-
-inline constexpr int systems = 20000;
-
-// The scaled residual of A x = b, within 16 N roundings. A step of 0 is one matrix.
-template <class T> double solutionError(Matrices<T> a, int stepA, Vectors<T> b, Vectors<T> x)
-{
-    const int n = a.columns;
-    double worst = 0;
-    for (int k = 0; k < x.count; ++k) {
-        const T *A = a.object(k * stepA), *X = x.object(k), *B = b.object(k);
-        double residual = 0, normA = 0, normX = 0, normB = 0;
-        for (int i = 0; i < n; ++i) {
-            double sum = 0, row = 0;
-            for (int j = 0; j < n; ++j)
-                sum += double(A[i * n + j]) * X[j], row += std::fabs(A[i * n + j]);
-            if (!std::isfinite(sum))
-                return std::numeric_limits<double>::infinity();
-            residual = std::fmax(residual, std::fabs(sum - B[i]));
-            normA = std::fmax(normA, row);
-            normX = std::fmax(normX, std::fabs(X[i]));
-            normB = std::fmax(normB, std::fabs(B[i]));
-        }
-        const double permitted =
-            16 * n * std::numeric_limits<T>::epsilon() * (normA * normX + normB);
-        worst = std::fmax(worst, residual / permitted);
-    }
-    return worst;
-}
 
 // Eigen behind a call with run-time strides; its matrices are column-major.
 template <class T, int N> using EigenLU = Eigen::PartialPivLU<ColumnMajor<T, N>>;
@@ -89,15 +54,6 @@ template <class T, int N> struct Systems {
             .check([a = a, b = b, x = x, stepA] { return solutionError(a, stepA, b, x); });
     }
 };
-
-template <class Work> std::function<void()> onAll(Work work)
-{
-    return [=] { work(0, systems); };
-}
-template <class First, class Second> auto both(First first, Second second)
-{
-    return [=](int k, int n) { return first(k, n) | second(k, n); };
-}
 
 // Each function enters one contestant in the same rows. A decomposition is checked by the solutions
 // that it leads to; the factors of the last one serve the rows of the back substitution.

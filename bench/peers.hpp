@@ -15,6 +15,19 @@ void sgetrs_(const char *, const int *, const int *, const float *, const int *,
              float *, const int *, int *);
 void dgetrs_(const char *, const int *, const int *, const double *, const int *, const int *,
              double *, const int *, int *);
+void spotrf_(const char *, const int *, float *, const int *, int *);
+void dpotrf_(const char *, const int *, double *, const int *, int *);
+void spotrs_(const char *, const int *, const int *, const float *, const int *, float *,
+             const int *, int *);
+void dpotrs_(const char *, const int *, const int *, const double *, const int *, double *,
+             const int *, int *);
+void sgeqrf_(const int *, const int *, float *, const int *, float *, float *, const int *, int *);
+void dgeqrf_(const int *, const int *, double *, const int *, double *, double *, const int *,
+             int *);
+void sormqr_(const char *, const char *, const int *, const int *, const int *, const float *,
+             const int *, const float *, float *, const int *, float *, const int *, int *);
+void dormqr_(const char *, const char *, const int *, const int *, const int *, const double *,
+             const int *, const double *, double *, const int *, double *, const int *, int *);
 }
 #endif
 
@@ -77,6 +90,66 @@ inline int getrs(int n, int vectors, const double *lu, const int *pivots, double
 {
     int info;
     dgetrs_("N", &n, &vectors, lu, &n, pivots, x, &n, &info);
+    return info;
+}
+// Cholesky, in place, on a symmetric matrix.
+inline int potrf(int n, float *a)
+{
+    int info;
+    spotrf_("L", &n, a, &n, &info);
+    return info;
+}
+inline int potrf(int n, double *a)
+{
+    int info;
+    dpotrf_("L", &n, a, &n, &info);
+    return info;
+}
+inline int potrs(int n, int vectors, const float *l, float *x)
+{
+    int info;
+    spotrs_("L", &n, &vectors, l, &n, x, &n, &info);
+    return info;
+}
+inline int potrs(int n, int vectors, const double *l, double *x)
+{
+    int info;
+    dpotrs_("L", &n, &vectors, l, &n, x, &n, &info);
+    return info;
+}
+// QR, in place, on a column-major matrix of `rows` by `columns`; the solution of transpose(Q) b = R
+// x stands in the head of b. The optimal work space of so small a matrix.
+inline constexpr int lapackWork = 4096;
+inline int geqrf(int rows, int columns, float *a, float *tau)
+{
+    static float work[lapackWork];
+    int info;
+    sgeqrf_(&rows, &columns, a, &rows, tau, work, &lapackWork, &info);
+    return info;
+}
+inline int geqrf(int rows, int columns, double *a, double *tau)
+{
+    static double work[lapackWork];
+    int info;
+    dgeqrf_(&rows, &columns, a, &rows, tau, work, &lapackWork, &info);
+    return info;
+}
+inline int solveByQR(int rows, int columns, const float *qr, const float *tau, float *b)
+{
+    static float work[lapackWork];
+    const int one = 1;
+    int info;
+    sormqr_("L", "T", &rows, &one, &columns, qr, &rows, tau, b, &rows, work, &lapackWork, &info);
+    cblas_strsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, columns, qr, rows, b, 1);
+    return info;
+}
+inline int solveByQR(int rows, int columns, const double *qr, const double *tau, double *b)
+{
+    static double work[lapackWork];
+    const int one = 1;
+    int info;
+    dormqr_("L", "T", &rows, &one, &columns, qr, &rows, tau, b, &rows, work, &lapackWork, &info);
+    cblas_dtrsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, columns, qr, rows, b, 1);
     return info;
 }
 #endif

@@ -34,6 +34,13 @@ As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte 
 sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Eigen keeps its matrices by columns, which suits
 it best; `Eigen by rows` has them as zonm has. Beside the single forms, Eigen stands behind a function call
 with run-time strides. LAPACK's copying of what it overwrites is timed."""),
+    "cholesky": ("Cholesky decomposition and back substitution", """\
+20000 different random positive definite matrices, one right-hand side for each; in `mva`, one matrix and
+20000 right-hand sides. The peers as above."""),
+    "qr": ("QR decomposition and back substitution", """\
+20000 different random square matrices, one right-hand side for each; in `mva`, one matrix and 20000
+right-hand sides. Of tall matrices there are 3000: N is the width, the name has the height. The peers as
+above; OpenBLAS forms the reflections' product with the right-hand side, then solves with the triangle."""),
 }
 
 

@@ -3897,8 +3897,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
 /**
  * Cholesky decomposition: zonmCholeskyDecomp
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * src = L * transpose(L),  L lower triangular
  *
  * size is the order. Only the lower triangle of src is read, and only that of dst is written:
@@ -3911,7 +3909,10 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
  * Checks: standard orders. After them zonStsNotPositiveDefinite, at the first matrix that fails:
  * those before it are complete, those behind it untouched. Failing at row i it leaves the rows
  * above i final, (i, j) for j < i written and the rest untouched; with _P at size 3 a failure at
- * row 0 or 1 leaves all of dst untouched. A NaN is no failure and spreads.
+ * row 0 or 1 leaves all of dst untouched, one at row 2 all of that row. A NaN is no failure and
+ * spreads.
+ * Bits: the same in every form, products subtracted in ascending order. A 32f element is rounded
+ * when it is stored, and later rows use what is stored.
  * In place: dst may be src with the same layout; the upper triangle stays.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_32f(
@@ -3958,15 +3959,14 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
 /**
  * Solution by Cholesky: zonmCholeskyBackSubst
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * A[k] * dst[k] = src2[k],  src1 as zonmCholeskyDecomp left it for A, reciprocal diagonal included
  *
  * mv: one system; mva: one matrix, many right-hand sides; mava: a matrix for each. The upper
  * triangle of src1 is not read. There is no division and no test of the diagonal.
  * Checks: standard orders, but mva with _L judges pointers, strides, shifts, size, count.
  * Nothing can fail after them.
- * Bits: at size 3 to 6 nothing is rounded to the element type before the final store.
+ * Bits: the same in every form. At size 3 to 6 nothing is rounded to the element type before the
+ * final store; at other sizes each dst(i) is rounded when it is stored.
  * In place: dst may be src2 with the same layout.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f(
@@ -4053,8 +4053,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
 /**
  * QR decomposition by reflections: zonmQRDecomp
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * src = Q * R,  height >= width
  *
  * dst(i, j) holds R(i, j) for i <= j. Below the diagonal, column p holds the components p+1 and
@@ -4067,6 +4065,7 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
  * Checks: standard orders, then zonStsShapeMismatch for width > height as the last step. After
  * them zonStsDivByZero, at the first matrix that fails: those before it are complete, those
  * behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
+ * Bits: the same in every form, sums formed in ascending order of the rows.
  * In place: dst may be src with the same layout.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_32f(
@@ -4114,8 +4113,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
 /**
  * Solution by QR: zonmQRBackSubst
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k] solves A[k] * x = src2[k], or minimises |A[k] * x - src2[k]| for height > width;
  * src1 as zonmQRDecomp left it for A
  *
@@ -4124,7 +4121,8 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
  * buffer: height elements of the element type, for every form; an array reuses it.
  * Checks: standard orders, then zonStsShapeMismatch for width > height as the last step. Nothing
  * can fail after them; a zero on the diagonal of R gives infinities or NaNs with zonStsOk.
- * Bits: at the square sizes 3 to 6 nothing is rounded to the element type before the final store.
+ * Bits: the same in every form. At the square sizes 3 to 6 nothing is rounded to the element type
+ * before the final store, and the buffer is not touched.
  * In place: dst may be src2 with the same layout.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_32f(

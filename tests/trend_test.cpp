@@ -199,6 +199,62 @@ TEST_F(TrendTest, WeeksFarFromAllTroubleKeepTheirBits)
     }
 }
 
+// Cholesky on the same normal equations, QR on the weighted equations themselves.
+TEST_F(TrendTest, MethodsAgree)
+{
+    struct {
+        const char *option, *decomposition;
+        std::vector<const char *> others;
+    } const methods[] = {{"lu", "LU", {"cholesky", "qr"}},
+                         {"cholesky", "Cholesky", {"lu", "qr"}},
+                         {"qr", "QR", {"lu", "cholesky"}}};
+    for (const auto &method : methods) {
+        const auto result =
+            runQuietly(realData, std::string("--span 0.05 --method ") + method.option);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(summaryFigure(result.out, "fitted"), 2284);
+        EXPECT_NE(result.out.find(std::string("1 for ") + method.decomposition +
+                                  " decomposition, 1 for back substitution"),
+                  std::string::npos)
+            << result.out;
+        for (const char *other : method.others) {
+            EXPECT_GT(summaryFigure(result.out, std::string("by ") + other), 0);
+            EXPECT_EQ(occurrences(result.out, std::string("\nby ") + other), 1U);
+        }
+        const auto rows = parseTable(readFile(table()));
+        ASSERT_EQ(rows.size(), 2284U);
+        EXPECT_EQ(compareWithNaive(rows, 111, std::nullopt), std::vector<std::string>{});
+    }
+    EXPECT_NE(runQuietly(realData, "--method gauss").exitCode, 0);
+}
+
+// A gap with a shorter reach: every method goes on behind each week that the library refuses.
+TEST_F(TrendTest, MethodsRefuseTheSameWeeks)
+{
+    const auto input = write(syntheticSeries(150, 230));
+    const std::string options = "--span 0.1 --reach 20 --method ";
+    const auto byLU = runQuietly(input, options + "lu");
+    const auto singular = occurrences(byLU.out, "  singular:");
+    EXPECT_GT(singular, 10U);
+    ASSERT_EQ(byLU.exitCode, 0) << byLU.err;
+    const auto expected = parseTable(readFile(table()));
+    for (const char *method : {"cholesky", "qr"}) {
+        const auto result = runQuietly(input, options + method);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        EXPECT_EQ(occurrences(result.out, "  singular:"), singular) << method;
+        EXPECT_GT(summaryFigure(result.out, "library calls"), static_cast<double>(singular));
+        const auto rows = parseTable(readFile(table()));
+        ASSERT_EQ(rows.size(), expected.size());
+        std::size_t both = 0;
+        for (std::size_t k = 0; k < rows.size(); ++k)
+            if (rows[k].trend && expected[k].trend) {
+                EXPECT_NEAR(*rows[k].trend, *expected[k].trend, 1e-6) << method;
+                ++both;
+            }
+        EXPECT_GT(both, 320U);
+    }
+}
+
 TEST_F(TrendTest, GapAtEitherEndFails)
 {
     for (const auto &[begin, end] : {std::pair{0, 40}, std::pair{360, 400}}) {

@@ -47,6 +47,10 @@ BUILT = {
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
+    "cholesky_decomp": Built("solvers", {"zonmCholeskyDecomp": "choleskyDecompose"}),
+    "cholesky_back_subst": Built("solvers", {"zonmCholeskyBackSubst": "choleskyBackSubstitute"}),
+    "qr_decomp": Built("solvers", {"zonmQRDecomp": "qrDecompose"}),
+    "qr_back_subst": Built("solvers", {"zonmQRBackSubst": "qrBackSubstitute"}),
     "det": Built("solvers", {"zonmDet": "determinant"}),
     "invert": Built("solvers", {"zonmInvert": "invert"}),
 }
@@ -337,7 +341,10 @@ FAMILIES = {
     Checks: standard orders. After them zonStsNotPositiveDefinite, at the first matrix that fails:
     those before it are complete, those behind it untouched. Failing at row i it leaves the rows
     above i final, (i, j) for j < i written and the rest untouched; with _P at size 3 a failure at
-    row 0 or 1 leaves all of dst untouched. A NaN is no failure and spreads.
+    row 0 or 1 leaves all of dst untouched, one at row 2 all of that row. A NaN is no failure and
+    spreads.
+    Bits: the same in every form, products subtracted in ascending order. A 32f element is rounded
+    when it is stored, and later rows use what is stored.
     In place: dst may be src with the same layout; the upper triangle stays.
     """),
 
@@ -348,7 +355,8 @@ FAMILIES = {
     triangle of src1 is not read. There is no division and no test of the diagonal.
     Checks: standard orders, but mva with _L judges pointers, strides, shifts, size, count.
     Nothing can fail after them.
-    Bits: at size 3 to 6 nothing is rounded to the element type before the final store.
+    Bits: the same in every form. At size 3 to 6 nothing is rounded to the element type before the
+    final store; at other sizes each dst(i) is rounded when it is stored.
     In place: dst may be src2 with the same layout.
     """),
 
@@ -365,6 +373,7 @@ FAMILIES = {
     Checks: standard orders, then zonStsShapeMismatch for width > height as the last step. After
     them zonStsDivByZero, at the first matrix that fails: those before it are complete, those
     behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
+    Bits: the same in every form, sums formed in ascending order of the rows.
     In place: dst may be src with the same layout.
     """),
 
@@ -377,7 +386,8 @@ FAMILIES = {
     buffer: height elements of the element type, for every form; an array reuses it.
     Checks: standard orders, then zonStsShapeMismatch for width > height as the last step. Nothing
     can fail after them; a zero on the diagonal of R gives infinities or NaNs with zonStsOk.
-    Bits: at the square sizes 3 to 6 nothing is rounded to the element type before the final store.
+    Bits: the same in every form. At the square sizes 3 to 6 nothing is rounded to the element type
+    before the final store, and the buffer is not touched.
     In place: dst may be src2 with the same layout.
     """),
 

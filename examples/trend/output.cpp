@@ -86,12 +86,21 @@ void printSummary(std::ostream &out, const Series &series, const Regression &reg
     printGrowth(out, "growth at start    ", series, regression, first, first + period);
     printGrowth(out, "growth at end      ", series, regression, last - period, last);
 
-    const double seconds = regression.solveTime.count();
-    out << "library calls      " << regression.decompositions
-        << " for LU decomposition, 1 for back substitution\n"
-        << std::fixed << std::setprecision(1) << "solve              " << 1e6 * seconds
-        << " microseconds, " << static_cast<double>(series.size()) / seconds / 1e6
+    constexpr const char *decomposition[] = {"LU", "Cholesky", "QR"};
+    const auto microseconds = [](std::chrono::duration<double> time) { return 1e6 * time.count(); };
+    out << "library calls      " << regression.decompositions << " for "
+        << decomposition[static_cast<std::size_t>(regression.method)]
+        << " decomposition, 1 for back substitution\n"
+        << std::fixed << std::setprecision(1) << "solve              "
+        << microseconds(regression.solveTime) << " microseconds, "
+        << static_cast<double>(series.size()) / microseconds(regression.solveTime)
         << " million systems per second\n";
+    for (const auto &other : regression.others)
+        out << "by " << std::left << std::setw(16) << name(other.method) << std::fixed
+            << std::setprecision(1) << microseconds(other.solveTime) << " microseconds; within "
+            << std::scientific << other.trend << " ppmv, " << other.slopePerYear
+            << " ppmv per year\n";
+    out << std::defaultfloat << std::right;
 }
 
 } // namespace trend

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "regression.hpp"
 
-#include <zonm.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -16,24 +13,7 @@ namespace trend
 namespace
 {
 
-using Vector = std::array<double, 3>;
-using Matrix = std::array<Vector, 3>; // rows
-using Pivots = std::array<std::int32_t, 3>;
-
-constexpr std::int32_t size = 3;
-constexpr std::int32_t elementStride = sizeof(double);
-constexpr std::int32_t vectorStride = sizeof(Vector);
-constexpr std::int32_t matrixStride = sizeof(Matrix);
-constexpr std::int32_t untouched = -1;
-
 constexpr double daysPerYear = 365.2425;
-
-// All weeks' normal equations, object k belonging to week k.
-struct NormalEquations {
-    std::vector<Matrix> matrices;
-    std::vector<Vector> sides;
-    std::vector<double> bandwidths; // in days
-};
 
 struct Points {
     std::vector<double> days;
@@ -84,29 +64,38 @@ std::size_t neighboursOf(double span, std::size_t measured)
     return neighbours;
 }
 
-// The library's test for singularity is absolute: at this size a pivot fails only if its magnitude
-// is below 4.45e-308, however large the matrix is. In days or years the pivots of a good fit and of
-// a hopeless one both depend on the unit; so the abscissa is scaled to t = (x - x0) / bandwidth and
-// the weights to the sum 1. Then the first pivot is exactly 1, and the others are a measure of how
-// good the neighbourhood is.
+// All weeks' systems, and the bandwidth in days by which the abscissa of each is scaled.
+struct Neighbourhoods {
+    Systems systems;
+    std::vector<double> bandwidths;
+};
+
+// The library's tests for singularity are absolute: at this size an LU pivot fails only if its
+// magnitude is below 4.45e-308, however large the matrix is. In days or years the pivots of a good
+// fit and of a hopeless one both depend on the unit; so the abscissa is scaled to
+// t = (x - x0) / bandwidth and the weights to the sum 1. Then the first pivot is exactly 1, and the
+// others are a measure of how good the neighbourhood is.
 //
 // A neighbourhood with fewer than three weighted weeks is singular in theory, yet elimination would
 // leave a residue of rounding, about 1e-17, in place of the zero pivot, and the library would take
-// it. The weeks are counted instead, which no rounding can blur, and the matrix of a poor week
+// it. The weeks are counted instead, which no rounding can blur, and the system of a poor week
 // stays zero: that one the library refuses.
-void addNormalEquations(NormalEquations &equations, const Points &points, std::size_t first,
-                        std::size_t last, double x0, double bandwidth)
+void addSystem(Neighbourhoods &all, const Points &points, std::size_t first, std::size_t last,
+               double x0, double bandwidth)
 {
     Matrix matrix{};
     Vector side{};
     std::array<double, 5> moments{};
+    std::vector<double> abscissae, weights;
     int weighted = 0;
     for (std::size_t i = first; i < last; ++i) {
         const double t = (points.days[i] - x0) / bandwidth;
+        const double cube = std::min(std::abs(t * t * t), 1.0);
+        const double weight = (1 - cube) * (1 - cube) * (1 - cube);
+        abscissae.push_back(t);
+        weights.push_back(weight);
         if (std::abs(t) >= 1)
             continue;
-        const double cube = std::abs(t * t * t);
-        const double weight = (1 - cube) * (1 - cube) * (1 - cube);
         double term = weight;
         for (std::size_t power = 0; power < moments.size(); ++power, term *= t) {
             moments[power] += term;
@@ -115,26 +104,35 @@ void addNormalEquations(NormalEquations &equations, const Points &points, std::s
         }
         ++weighted;
     }
-    if (weighted >= size) {
+    const bool isPoor = weighted < 3;
+    if (isPoor) {
+        side = {};
+    } else {
         for (std::size_t i = 0; i < matrix.size(); ++i)
             for (std::size_t j = 0; j < matrix.size(); ++j)
                 matrix[i][j] = moments[i + j] / moments[0];
         for (auto &element : side)
             element /= moments[0];
-    } else {
-        side = {};
     }
-    equations.matrices.push_back(matrix);
-    equations.sides.push_back(side);
-    equations.bandwidths.push_back(bandwidth);
+    for (std::size_t i = 0; i < weights.size(); ++i) {
+        const double root = isPoor ? 0 : std::sqrt(weights[i] / moments[0]);
+        const double t = abscissae[i];
+        for (const double power : {1.0, t, t * t})
+            all.systems.equations.push_back(root * power);
+        all.systems.sides.push_back(root * points.values[first + i]);
+    }
+    all.systems.normalMatrices.push_back(matrix);
+    all.systems.normalSides.push_back(side);
+    all.bandwidths.push_back(bandwidth);
 }
 
-NormalEquations formNormalEquations(const Series &series, const Points &points,
-                                    std::size_t neighbours, std::optional<int> reachWeeks)
+Neighbourhoods formSystems(const Series &series, const Points &points, std::size_t neighbours,
+                           std::optional<int> reachWeeks)
 {
     const double reach = reachWeeks ? 7.0 * *reachWeeks : std::numeric_limits<double>::infinity();
     const auto &days = points.days;
-    NormalEquations equations;
+    Neighbourhoods all;
+    all.systems.height = neighbours;
     std::size_t first = 0; // of the nearest neighbours; never goes back as the weeks go on
     for (const auto &week : series) {
         const double x0 = toDays(week.date);
@@ -142,86 +140,57 @@ NormalEquations formNormalEquations(const Series &series, const Points &points,
             ++first;
         const std::size_t last = first + neighbours;
         const double farthest = std::max(x0 - days[first], days[last - 1] - x0);
-        addNormalEquations(equations, points, first, last, x0, std::min(farthest, reach));
+        addSystem(all, points, first, last, x0, std::min(farthest, reach));
     }
-    return equations;
+    return all;
 }
 
-struct Factors {
-    std::vector<Matrix> matrices;
-    std::vector<Pivots> pivots;
-    std::vector<bool> singular;
-    std::size_t calls = 0;
-};
-
-// An array call ends at the first object that fails. Those before it are complete and those behind
-// it untouched, but the call does not say which one it was: the mark in `pivots` does. The failing
-// object has its pivots written, so it is the last one that lost the mark, and the next call starts
-// behind it.
-void decompose(const std::vector<Matrix> &matrices, Factors &factors)
+std::vector<LocalFit> fitsOf(const Neighbourhoods &all, const Solutions &solutions)
 {
-    for (std::size_t start = 0; start < matrices.size();) {
-        const ZonStatus status = zonmLUDecomp_ma_64f(
-            matrices[start][0].data(), matrixStride, vectorStride, elementStride,
-            factors.pivots[start].data(), factors.matrices[start][0].data(), matrixStride,
-            vectorStride, elementStride, size, static_cast<std::int32_t>(matrices.size() - start));
-        ++factors.calls;
-        if (status == zonStsOk)
-            return;
-        if (status != zonStsSingular)
-            throw std::runtime_error("the decomposition returned status " + std::to_string(status));
-        const auto begin = factors.pivots.begin();
-        const auto behind =
-            std::partition_point(begin + static_cast<std::ptrdiff_t>(start), factors.pivots.end(),
-                                 [](const Pivots &pivots) { return pivots[0] != untouched; });
-        start = static_cast<std::size_t>(behind - begin);
-        factors.singular[start - 1] = true;
+    std::vector<LocalFit> fits;
+    for (std::size_t k = 0; k < solutions.x.size(); ++k) {
+        Outcome outcome = Outcome::fitted;
+        if (all.systems.normalMatrices[k][0][0] == 0)
+            outcome = Outcome::singular;
+        else if (solutions.smallestPivot[k] < smallestPivot)
+            outcome = Outcome::illConditioned;
+        const Vector &x = solutions.x[k];
+        fits.push_back({outcome, x[0], x[1] / all.bandwidths[k] * daysPerYear});
     }
+    return fits;
 }
 
-double smallestPivotOf(const Matrix &factors, const Pivots &pivots)
+Comparison compare(Method method, const std::vector<LocalFit> &a, const std::vector<LocalFit> &b,
+                   std::chrono::duration<double> time)
 {
-    double smallest = std::numeric_limits<double>::infinity();
-    for (std::size_t i = 0; i < pivots.size(); ++i)
-        smallest = std::min(smallest, std::abs(factors[static_cast<std::size_t>(pivots[i])][i]));
-    return smallest;
+    Comparison comparison{method, 0, 0, time};
+    for (std::size_t k = 0; k < a.size(); ++k) {
+        if (a[k].outcome != Outcome::fitted || b[k].outcome != Outcome::fitted)
+            continue;
+        comparison.trend = std::max(comparison.trend, std::abs(a[k].trend - b[k].trend));
+        comparison.slopePerYear =
+            std::max(comparison.slopePerYear, std::abs(a[k].slopePerYear - b[k].slopePerYear));
+    }
+    return comparison;
 }
 
 } // namespace
 
-Regression fitLocalQuadratics(const Series &series, double span, std::optional<int> reachWeeks)
+Regression fitLocalQuadratics(const Series &series, double span, std::optional<int> reachWeeks,
+                              Method method)
 {
     const Points points = measuredPoints(series);
     const std::size_t neighbours = neighboursOf(span, points.days.size());
-    const auto equations = formNormalEquations(series, points, neighbours, reachWeeks);
+    const auto all = formSystems(series, points, neighbours, reachWeeks);
 
-    const std::size_t count = series.size();
-    Factors factors{std::vector<Matrix>(count), std::vector<Pivots>(count),
-                    std::vector<bool>(count)};
-    for (auto &pivots : factors.pivots)
-        pivots.fill(untouched);
-    std::vector<Vector> solutions(count);
-
-    const auto begin = std::chrono::steady_clock::now();
-    decompose(equations.matrices, factors);
-    // It goes through all objects and tests none: a singular week gets NaN and still status 0.
-    const ZonStatus status = zonmLUBackSubst_mava_64f(
-        factors.matrices[0][0].data(), matrixStride, vectorStride, elementStride,
-        factors.pivots[0].data(), equations.sides[0].data(), vectorStride, elementStride,
-        solutions[0].data(), vectorStride, elementStride, size, static_cast<std::int32_t>(count));
-    const auto end = std::chrono::steady_clock::now();
-    if (status != zonStsOk)
-        throw std::runtime_error("the back substitution returned status " + std::to_string(status));
-
-    Regression regression{{}, neighbours, factors.calls, end - begin};
-    for (std::size_t k = 0; k < count; ++k) {
-        Outcome outcome = Outcome::fitted;
-        if (factors.singular[k])
-            outcome = Outcome::singular;
-        else if (smallestPivotOf(factors.matrices[k], factors.pivots[k]) < smallestPivot)
-            outcome = Outcome::illConditioned;
-        regression.fits.push_back(
-            {outcome, solutions[k][0], solutions[k][1] / equations.bandwidths[k] * daysPerYear});
+    const Solutions solutions = solve(all.systems, method);
+    Regression regression{
+        method, fitsOf(all, solutions), neighbours, solutions.decompositions, solutions.time, {}};
+    for (const Method other : methods) {
+        if (other == method)
+            continue;
+        const Solutions its = solve(all.systems, other);
+        regression.others.push_back(compare(other, regression.fits, fitsOf(all, its), its.time));
     }
     return regression;
 }

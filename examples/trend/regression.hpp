@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Local quadratic regression: one weighted least-squares parabola per week, all of them solved
-// by one array call of the library.
+// by one array call of the library for each step of a method.
 #pragma once
 
 #include "series.hpp"
+#include "solvers.hpp"
 
 #include <chrono>
 #include <cstddef>
@@ -23,8 +24,8 @@ inline constexpr double smallestPivot = 1e-8;
 
 enum class Outcome {
     fitted,
-    singular,       // fewer than three measured weeks with weight: reported by the library
-    illConditioned, // a pivot below smallestPivot: for the caller to judge
+    singular,       // fewer than three measured weeks with weight: refused by the library
+    illConditioned, // a pivot below smallestPivot: for the caller to judge, if it is not refused
 };
 
 struct LocalFit {
@@ -33,15 +34,25 @@ struct LocalFit {
     double slopePerYear; // likewise
 };
 
+// What another method gives for the same fits: how far it is from the chosen one at most.
+struct Comparison {
+    Method method;
+    double trend, slopePerYear;
+    std::chrono::duration<double> solveTime;
+};
+
 struct Regression {
+    Method method;
     std::vector<LocalFit> fits; // one per week of the series
     std::size_t neighbours;     // measured weeks per neighbourhood, if no reach cuts it off
-    std::size_t decompositions; // LU calls: 1, and 1 more behind every singular week
+    std::size_t decompositions; // calls: 1, and 1 more behind every refused week
     std::chrono::duration<double> solveTime;
+    std::vector<Comparison> others;
 };
 
 // `span` is the fraction of the measured weeks that one fit looks at; `reachWeeks` limits how far
 // away they may be. Throws std::runtime_error for a span that makes no sense.
-Regression fitLocalQuadratics(const Series &series, double span, std::optional<int> reachWeeks);
+Regression fitLocalQuadratics(const Series &series, double span, std::optional<int> reachWeeks,
+                              Method method);
 
 } // namespace trend

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Local quadratic regression of a weekly series: a parabola through the nearest measurements of
-// every week, its normal equations solved for all weeks in one array call.
+// every week, fitted for all weeks in one array call for each step.
 #include "output.hpp"
 #include "picture.hpp"
 #include "regression.hpp"
@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -32,6 +33,13 @@ constexpr auto notes = R"(Why the abscissa is scaled:
   and weights that sum to 1: its first pivot is 1, and the others tell how good the
   fit is in any unit of time. A week whose smallest pivot is below 1e-8 is not used.
 
+The methods:
+  lu and cholesky solve the normal equations; Cholesky knows that they are symmetric
+  and positive definite, and is the quicker one. qr takes the weighted equations
+  themselves, as many for each week as a fit has neighbours. That costs far more and
+  loses half as many digits where the weeks of a fit lie badly. The summary says how
+  far the other two are from the chosen one, and what each takes.
+
 The span:
   A fit that sees a year or two follows the season: with --span 0.05 the slope
   swings with it, and at the ends of the series, where a fit sees one side only, it
@@ -49,6 +57,7 @@ struct Options {
     std::filesystem::path picture = "trend.png";
     double span = trend::defaultSpan;
     std::optional<int> reachWeeks;
+    trend::Method method = trend::Method::lu;
     bool noPicture = false;
 };
 
@@ -60,7 +69,8 @@ void run(const Options &options)
     common::requireDistinct(files);
 
     const auto series = trend::readSeries(options.input);
-    const auto regression = trend::fitLocalQuadratics(series, options.span, options.reachWeeks);
+    const auto regression =
+        trend::fitLocalQuadratics(series, options.span, options.reachWeeks, options.method);
     if (std::none_of(regression.fits.begin(), regression.fits.end(),
                      [](const auto &fit) { return fit.outcome == trend::Outcome::fitted; }))
         throw std::runtime_error("not one of the " + std::to_string(series.size()) +
@@ -98,6 +108,12 @@ int main(int argc, char **argv)
     app.add_option("--reach", options.reachWeeks, "ignore measurements this far away or farther")
         ->check(CLI::Range(1, 1'000'000).description(""))
         ->type_name("WEEKS");
+    std::map<std::string, trend::Method> methods;
+    for (const trend::Method method : trend::methods)
+        methods[trend::name(method)] = method;
+    app.add_option("--method", options.method, "lu, cholesky or qr; lu if not given")
+        ->transform(CLI::CheckedTransformer(methods).description(""))
+        ->type_name("METHOD");
     app.add_option("--out-csv", options.table, "the table to write")
         ->capture_default_str()
         ->type_name("FILE");

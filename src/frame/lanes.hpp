@@ -18,6 +18,7 @@
 
 #include "frame/packs.hpp"
 #include "frame/sizes.hpp"
+#include "frame/square_root.hpp"
 
 #include <bit>
 
@@ -35,6 +36,8 @@ using LaneRegisterBits = __m128d;
 
 inline bool anySet(__m128d mask) { return _mm_movemask_pd(mask) != 0; }
 inline __m128d largerMask(__m128d a, __m128d b) { return _mm_cmpgt_pd(a, b); }
+inline __m128d notLargerMask(__m128d a, __m128d b) { return _mm_cmple_pd(a, b); }
+inline __m128d rootsOf(__m128d a) { return _mm_sqrt_pd(a); }
 inline __m128d largerOf(__m128d a, __m128d b) { return _mm_max_pd(a, b); }
 inline __m128d bitAnd(__m128d a, __m128d b) { return _mm_and_pd(a, b); }
 inline __m128d bitOr(__m128d a, __m128d b) { return _mm_or_pd(a, b); }
@@ -57,6 +60,13 @@ inline bool anySet(LaneIntegers mask)
     return found != 0;
 }
 inline LaneIntegers largerMask(LaneRegister a, LaneRegister b) { return a > b; }
+inline LaneIntegers notLargerMask(LaneRegister a, LaneRegister b) { return a <= b; }
+inline LaneRegister rootsOf(LaneRegister a)
+{
+    for (int l = 0; l < objectLanes; ++l)
+        a[l] = squareRoot(a[l]);
+    return a;
+}
 inline LaneRegister largerOf(LaneRegister a, LaneRegister b) { return a > b ? a : b; }
 inline LaneIntegers bitAnd(LaneIntegers a, LaneIntegers b) { return a & b; }
 inline LaneIntegers bitOr(LaneIntegers a, LaneIntegers b) { return a | b; }
@@ -73,6 +83,8 @@ using LaneRegisterBits = std::int64_t;
 
 inline bool anySet(std::int64_t mask) { return mask != 0; }
 inline std::int64_t largerMask(double a, double b) { return -std::int64_t(a > b); }
+inline std::int64_t notLargerMask(double a, double b) { return -std::int64_t(a <= b); }
+inline double rootsOf(double a) { return squareRoot(a); }
 inline double largerOf(double a, double b) { return a > b ? a : b; }
 inline std::int64_t bitAnd(std::int64_t a, std::int64_t b) { return a & b; }
 inline std::int64_t bitOr(std::int64_t a, std::int64_t b) { return a | b; }
@@ -117,6 +129,7 @@ struct Lanes {
     // False wherever one of the two is a NaN.
     ZONM_INLINED friend LaneBits operator>(Lanes a, Lanes b) { return {largerMask(a.v, b.v)}; }
     ZONM_INLINED friend LaneBits operator<(Lanes a, Lanes b) { return b > a; }
+    ZONM_INLINED friend LaneBits operator<=(Lanes a, Lanes b) { return {notLargerMask(a.v, b.v)}; }
 
     ZONM_INLINED LaneBits bits() const { return {std::bit_cast<LaneRegisterBits>(v)}; }
     ZONM_INLINED static Lanes ofBits(LaneBits a) { return {std::bit_cast<LaneRegister>(a.v)}; }
@@ -131,6 +144,8 @@ ZONM_INLINED inline Lanes abs(Lanes a)
 }
 // a > b ? a : b, so b wherever one of the two is a NaN.
 ZONM_INLINED inline Lanes larger(Lanes a, Lanes b) { return {largerOf(a.v, b.v)}; }
+
+ZONM_INLINED inline Lanes squareRoot(Lanes a) { return {rootsOf(a.v)}; }
 
 // The numbers element(0), element(1), ..., one for each lane. Compilers load rows that are gathered
 // element by element in wider pieces.

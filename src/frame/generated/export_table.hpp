@@ -103,6 +103,32 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_vv_32f_P) zonmAdd_vv_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_vv_64f) zonmAdd_vv_64f;
 [[gnu::noinline]] decltype(::zonmAdd_vv_64f_P) zonmAdd_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f) zonmCholeskyBackSubst_mava_32f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f_L) zonmCholeskyBackSubst_mava_32f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f_P) zonmCholeskyBackSubst_mava_32f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_64f) zonmCholeskyBackSubst_mava_64f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_64f_L) zonmCholeskyBackSubst_mava_64f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_64f_P) zonmCholeskyBackSubst_mava_64f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mv_32f) zonmCholeskyBackSubst_mv_32f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mv_32f_P) zonmCholeskyBackSubst_mv_32f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mv_64f) zonmCholeskyBackSubst_mv_64f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mv_64f_P) zonmCholeskyBackSubst_mv_64f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_32f) zonmCholeskyBackSubst_mva_32f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_32f_L) zonmCholeskyBackSubst_mva_32f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_32f_P) zonmCholeskyBackSubst_mva_32f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_64f) zonmCholeskyBackSubst_mva_64f;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_64f_L) zonmCholeskyBackSubst_mva_64f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mva_64f_P) zonmCholeskyBackSubst_mva_64f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_m_32f) zonmCholeskyDecomp_m_32f;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_m_32f_P) zonmCholeskyDecomp_m_32f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_m_64f) zonmCholeskyDecomp_m_64f;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_m_64f_P) zonmCholeskyDecomp_m_64f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_32f) zonmCholeskyDecomp_ma_32f;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_32f_L) zonmCholeskyDecomp_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_32f_P) zonmCholeskyDecomp_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_64f) zonmCholeskyDecomp_ma_64f;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_64f_L) zonmCholeskyDecomp_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmCholeskyDecomp_ma_64f_P) zonmCholeskyDecomp_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmCopy_ma_32f_LL) zonmCopy_ma_32f_LL;
 [[gnu::noinline]] decltype(::zonmCopy_ma_32f_LP) zonmCopy_ma_32f_LP;
 [[gnu::noinline]] decltype(::zonmCopy_ma_32f_LS) zonmCopy_ma_32f_LS;
@@ -352,6 +378,32 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_vca_64f) zonmMul_vca_64f;
 [[gnu::noinline]] decltype(::zonmMul_vca_64f_L) zonmMul_vca_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_vca_64f_P) zonmMul_vca_64f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f) zonmQRBackSubst_mava_32f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f_L) zonmQRBackSubst_mava_32f_L;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f_P) zonmQRBackSubst_mava_32f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_64f) zonmQRBackSubst_mava_64f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_64f_L) zonmQRBackSubst_mava_64f_L;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mava_64f_P) zonmQRBackSubst_mava_64f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mv_32f) zonmQRBackSubst_mv_32f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mv_32f_P) zonmQRBackSubst_mv_32f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mv_64f) zonmQRBackSubst_mv_64f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mv_64f_P) zonmQRBackSubst_mv_64f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_32f) zonmQRBackSubst_mva_32f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_32f_L) zonmQRBackSubst_mva_32f_L;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_32f_P) zonmQRBackSubst_mva_32f_P;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_64f) zonmQRBackSubst_mva_64f;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_64f_L) zonmQRBackSubst_mva_64f_L;
+[[gnu::noinline]] decltype(::zonmQRBackSubst_mva_64f_P) zonmQRBackSubst_mva_64f_P;
+[[gnu::noinline]] decltype(::zonmQRDecomp_m_32f) zonmQRDecomp_m_32f;
+[[gnu::noinline]] decltype(::zonmQRDecomp_m_32f_P) zonmQRDecomp_m_32f_P;
+[[gnu::noinline]] decltype(::zonmQRDecomp_m_64f) zonmQRDecomp_m_64f;
+[[gnu::noinline]] decltype(::zonmQRDecomp_m_64f_P) zonmQRDecomp_m_64f_P;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_32f) zonmQRDecomp_ma_32f;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_32f_L) zonmQRDecomp_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_32f_P) zonmQRDecomp_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f) zonmQRDecomp_ma_64f;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f_L) zonmQRDecomp_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f_P) zonmQRDecomp_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f) zonmSub_cav_32f;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f_L) zonmSub_cav_32f_L;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f_P) zonmSub_cav_32f_P;
@@ -1509,32 +1561,32 @@ inline constexpr ExportTable exportTable = {
     .zonmBaryCentric_v2_32f = nullptr,
     .zonmBaryCentric_v3_32f = nullptr,
     .zonmBaryCentric_v4_32f = nullptr,
-    .zonmCholeskyBackSubst_mava_32f = nullptr,
-    .zonmCholeskyBackSubst_mava_32f_L = nullptr,
-    .zonmCholeskyBackSubst_mava_32f_P = nullptr,
-    .zonmCholeskyBackSubst_mava_64f = nullptr,
-    .zonmCholeskyBackSubst_mava_64f_L = nullptr,
-    .zonmCholeskyBackSubst_mava_64f_P = nullptr,
-    .zonmCholeskyBackSubst_mv_32f = nullptr,
-    .zonmCholeskyBackSubst_mv_32f_P = nullptr,
-    .zonmCholeskyBackSubst_mv_64f = nullptr,
-    .zonmCholeskyBackSubst_mv_64f_P = nullptr,
-    .zonmCholeskyBackSubst_mva_32f = nullptr,
-    .zonmCholeskyBackSubst_mva_32f_L = nullptr,
-    .zonmCholeskyBackSubst_mva_32f_P = nullptr,
-    .zonmCholeskyBackSubst_mva_64f = nullptr,
-    .zonmCholeskyBackSubst_mva_64f_L = nullptr,
-    .zonmCholeskyBackSubst_mva_64f_P = nullptr,
-    .zonmCholeskyDecomp_m_32f = nullptr,
-    .zonmCholeskyDecomp_m_32f_P = nullptr,
-    .zonmCholeskyDecomp_m_64f = nullptr,
-    .zonmCholeskyDecomp_m_64f_P = nullptr,
-    .zonmCholeskyDecomp_ma_32f = nullptr,
-    .zonmCholeskyDecomp_ma_32f_L = nullptr,
-    .zonmCholeskyDecomp_ma_32f_P = nullptr,
-    .zonmCholeskyDecomp_ma_64f = nullptr,
-    .zonmCholeskyDecomp_ma_64f_L = nullptr,
-    .zonmCholeskyDecomp_ma_64f_P = nullptr,
+    .zonmCholeskyBackSubst_mava_32f = entry::zonmCholeskyBackSubst_mava_32f,
+    .zonmCholeskyBackSubst_mava_32f_L = entry::zonmCholeskyBackSubst_mava_32f_L,
+    .zonmCholeskyBackSubst_mava_32f_P = entry::zonmCholeskyBackSubst_mava_32f_P,
+    .zonmCholeskyBackSubst_mava_64f = entry::zonmCholeskyBackSubst_mava_64f,
+    .zonmCholeskyBackSubst_mava_64f_L = entry::zonmCholeskyBackSubst_mava_64f_L,
+    .zonmCholeskyBackSubst_mava_64f_P = entry::zonmCholeskyBackSubst_mava_64f_P,
+    .zonmCholeskyBackSubst_mv_32f = entry::zonmCholeskyBackSubst_mv_32f,
+    .zonmCholeskyBackSubst_mv_32f_P = entry::zonmCholeskyBackSubst_mv_32f_P,
+    .zonmCholeskyBackSubst_mv_64f = entry::zonmCholeskyBackSubst_mv_64f,
+    .zonmCholeskyBackSubst_mv_64f_P = entry::zonmCholeskyBackSubst_mv_64f_P,
+    .zonmCholeskyBackSubst_mva_32f = entry::zonmCholeskyBackSubst_mva_32f,
+    .zonmCholeskyBackSubst_mva_32f_L = entry::zonmCholeskyBackSubst_mva_32f_L,
+    .zonmCholeskyBackSubst_mva_32f_P = entry::zonmCholeskyBackSubst_mva_32f_P,
+    .zonmCholeskyBackSubst_mva_64f = entry::zonmCholeskyBackSubst_mva_64f,
+    .zonmCholeskyBackSubst_mva_64f_L = entry::zonmCholeskyBackSubst_mva_64f_L,
+    .zonmCholeskyBackSubst_mva_64f_P = entry::zonmCholeskyBackSubst_mva_64f_P,
+    .zonmCholeskyDecomp_m_32f = entry::zonmCholeskyDecomp_m_32f,
+    .zonmCholeskyDecomp_m_32f_P = entry::zonmCholeskyDecomp_m_32f_P,
+    .zonmCholeskyDecomp_m_64f = entry::zonmCholeskyDecomp_m_64f,
+    .zonmCholeskyDecomp_m_64f_P = entry::zonmCholeskyDecomp_m_64f_P,
+    .zonmCholeskyDecomp_ma_32f = entry::zonmCholeskyDecomp_ma_32f,
+    .zonmCholeskyDecomp_ma_32f_L = entry::zonmCholeskyDecomp_ma_32f_L,
+    .zonmCholeskyDecomp_ma_32f_P = entry::zonmCholeskyDecomp_ma_32f_P,
+    .zonmCholeskyDecomp_ma_64f = entry::zonmCholeskyDecomp_ma_64f,
+    .zonmCholeskyDecomp_ma_64f_L = entry::zonmCholeskyDecomp_ma_64f_L,
+    .zonmCholeskyDecomp_ma_64f_P = entry::zonmCholeskyDecomp_ma_64f_P,
     .zonmCopy_ma_32f_LL = entry::zonmCopy_ma_32f_LL,
     .zonmCopy_ma_32f_LP = entry::zonmCopy_ma_32f_LP,
     .zonmCopy_ma_32f_LS = entry::zonmCopy_ma_32f_LS,
@@ -2035,32 +2087,32 @@ inline constexpr ExportTable exportTable = {
     .zonmPerspectiveRH_m4_32f = nullptr,
     .zonmProject_m4v3_32f = nullptr,
     .zonmProject_m4v3a_32f = nullptr,
-    .zonmQRBackSubst_mava_32f = nullptr,
-    .zonmQRBackSubst_mava_32f_L = nullptr,
-    .zonmQRBackSubst_mava_32f_P = nullptr,
-    .zonmQRBackSubst_mava_64f = nullptr,
-    .zonmQRBackSubst_mava_64f_L = nullptr,
-    .zonmQRBackSubst_mava_64f_P = nullptr,
-    .zonmQRBackSubst_mv_32f = nullptr,
-    .zonmQRBackSubst_mv_32f_P = nullptr,
-    .zonmQRBackSubst_mv_64f = nullptr,
-    .zonmQRBackSubst_mv_64f_P = nullptr,
-    .zonmQRBackSubst_mva_32f = nullptr,
-    .zonmQRBackSubst_mva_32f_L = nullptr,
-    .zonmQRBackSubst_mva_32f_P = nullptr,
-    .zonmQRBackSubst_mva_64f = nullptr,
-    .zonmQRBackSubst_mva_64f_L = nullptr,
-    .zonmQRBackSubst_mva_64f_P = nullptr,
-    .zonmQRDecomp_m_32f = nullptr,
-    .zonmQRDecomp_m_32f_P = nullptr,
-    .zonmQRDecomp_m_64f = nullptr,
-    .zonmQRDecomp_m_64f_P = nullptr,
-    .zonmQRDecomp_ma_32f = nullptr,
-    .zonmQRDecomp_ma_32f_L = nullptr,
-    .zonmQRDecomp_ma_32f_P = nullptr,
-    .zonmQRDecomp_ma_64f = nullptr,
-    .zonmQRDecomp_ma_64f_L = nullptr,
-    .zonmQRDecomp_ma_64f_P = nullptr,
+    .zonmQRBackSubst_mava_32f = entry::zonmQRBackSubst_mava_32f,
+    .zonmQRBackSubst_mava_32f_L = entry::zonmQRBackSubst_mava_32f_L,
+    .zonmQRBackSubst_mava_32f_P = entry::zonmQRBackSubst_mava_32f_P,
+    .zonmQRBackSubst_mava_64f = entry::zonmQRBackSubst_mava_64f,
+    .zonmQRBackSubst_mava_64f_L = entry::zonmQRBackSubst_mava_64f_L,
+    .zonmQRBackSubst_mava_64f_P = entry::zonmQRBackSubst_mava_64f_P,
+    .zonmQRBackSubst_mv_32f = entry::zonmQRBackSubst_mv_32f,
+    .zonmQRBackSubst_mv_32f_P = entry::zonmQRBackSubst_mv_32f_P,
+    .zonmQRBackSubst_mv_64f = entry::zonmQRBackSubst_mv_64f,
+    .zonmQRBackSubst_mv_64f_P = entry::zonmQRBackSubst_mv_64f_P,
+    .zonmQRBackSubst_mva_32f = entry::zonmQRBackSubst_mva_32f,
+    .zonmQRBackSubst_mva_32f_L = entry::zonmQRBackSubst_mva_32f_L,
+    .zonmQRBackSubst_mva_32f_P = entry::zonmQRBackSubst_mva_32f_P,
+    .zonmQRBackSubst_mva_64f = entry::zonmQRBackSubst_mva_64f,
+    .zonmQRBackSubst_mva_64f_L = entry::zonmQRBackSubst_mva_64f_L,
+    .zonmQRBackSubst_mva_64f_P = entry::zonmQRBackSubst_mva_64f_P,
+    .zonmQRDecomp_m_32f = entry::zonmQRDecomp_m_32f,
+    .zonmQRDecomp_m_32f_P = entry::zonmQRDecomp_m_32f_P,
+    .zonmQRDecomp_m_64f = entry::zonmQRDecomp_m_64f,
+    .zonmQRDecomp_m_64f_P = entry::zonmQRDecomp_m_64f_P,
+    .zonmQRDecomp_ma_32f = entry::zonmQRDecomp_ma_32f,
+    .zonmQRDecomp_ma_32f_L = entry::zonmQRDecomp_ma_32f_L,
+    .zonmQRDecomp_ma_32f_P = entry::zonmQRDecomp_ma_32f_P,
+    .zonmQRDecomp_ma_64f = entry::zonmQRDecomp_ma_64f,
+    .zonmQRDecomp_ma_64f_L = entry::zonmQRDecomp_ma_64f_L,
+    .zonmQRDecomp_ma_64f_P = entry::zonmQRDecomp_ma_64f_P,
     .zonmRotationAxis_v3m4_32f = nullptr,
     .zonmRotationX_m4_32f = nullptr,
     .zonmRotationY_m4_32f = nullptr,
