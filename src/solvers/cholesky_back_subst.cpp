@@ -203,11 +203,11 @@ template <class A, class B, class D>
         solveInDst(stridedView(src1(k)), stridedView(src2(k)), stridedView(dst(k)), n);
     };
     const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
-    const bool shared = src1.origins(0) == src1.origins(1);
+    const bool shared = count > 1 && src1.origins(0) == src1.origins(1);
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
     if (n <= largestTogether && (shared || !isStreamed(matrix, count)) &&
-        areIndependent(Regions(dst), Regions(src1), count) &&
-        (areIndependent(Regions(dst), Regions(src2), count) || areSame(src2, dst)))
+        areIndependent(Regions(count, dst), Regions(count, src1), count) &&
+        (areIndependent(Regions(count, dst), Regions(count, src2), count) || areSame(src2, dst)))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, n); }, one);

@@ -193,7 +193,7 @@ template <class A, class D>
                 one);
         // A group reads its objects whole; where they overlap otherwise, that could be seen.
         else if (size <= largestTogether &&
-                 (areIndependent(Regions(dst), Regions(src), count) || areSame(src, dst)))
+                 (areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst)))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

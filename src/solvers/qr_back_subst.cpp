@@ -258,7 +258,7 @@ template <class A, class B, class D>
                       shape);
     };
     // A group reads its matrices before it writes, which could be seen where dst lies in them.
-    if (shape.height <= largestTogether && areIndependent(Regions(dst), Regions(src1), count))
+    if (shape.height <= largestTogether && areIndependent(Regions(count, dst), Regions(count, src1), count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, shape); }, one);
