@@ -31,14 +31,11 @@ std::size_t wholePages(std::size_t bytes)
 std::multimap<std::size_t, std::byte *> unused;
 constexpr std::size_t largestKept = std::size_t(1) << 24;
 
-// Nothing in it can be accessed yet.
+// Its pages may be open or closed.
 std::byte *map(std::size_t size)
 {
-    if (const auto it = unused.find(size); it != unused.end()) {
-        std::byte *p = unused.extract(it).mapped();
-        mprotect(p, size, PROT_NONE);
-        return p;
-    }
+    if (const auto it = unused.find(size); it != unused.end())
+        return unused.extract(it).mapped();
     void *p = mmap(nullptr, size + 2 * pageSize(), PROT_NONE,
                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p == MAP_FAILED)
@@ -66,6 +63,8 @@ Memory::Memory(std::size_t bytes) : size(wholePages(bytes)), first(map(size)), r
 Memory::Memory(std::size_t bytes, const std::vector<std::ptrdiff_t> &elements, int elementBytes)
     : size(wholePages(bytes)), first(map(size))
 {
+    if (mprotect(first, size, PROT_NONE) != 0)
+        throw std::runtime_error("mprotect: " + std::string(std::strerror(errno)));
     std::vector<std::size_t> pages;
     for (const std::ptrdiff_t e : elements)
         for (const std::ptrdiff_t byte : {e, e + elementBytes - 1})

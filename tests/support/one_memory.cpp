@@ -279,8 +279,8 @@ void OneMemory::check(Meeting meeting, const Reference &reference)
                     if (parts[o].output && parts[o].described && !parts[s].output &&
                         parts[s].described)
                         for (const std::ptrdiff_t ahead :
-                             {std::ptrdiff_t(0), parts[o].size(), parts[s].lastElement(places[s]),
-                              -parts[o].lastElement(places[o])}) {
+                             {std::ptrdiff_t(0), parts[o].size(), places[s].step0,
+                              parts[s].lastElement(places[s]), -parts[o].lastElement(places[o])}) {
                             auto met = places;
                             met[o].base = met[s].base + ahead;
                             try_(met, "vast, " + parts[o].name + " on " + parts[s].name, reference);
