@@ -93,7 +93,9 @@ FAMILIES = {
     Constant k is at vals + k*valsStride0 without suffix and with _P, where vals is no table, and
     at vals[k] + valsShift with _L. The constants themselves are not judged.
     Bits: one operation and one rounding per element, the same in every form and at every size.
-    In place: dst may be a source of the same layout.
+    In place: dst may be a source of the same layout. Any other overlap goes by the order k, then i,
+    where a constant is read once per object, and at len 3 to 6 the single vector of zonmAdd_vav,
+    zonmSub_vav and zonmSub_vva_32f without suffix once per call.
     Checks: standard orders, but the vav groups judge count late: without suffix and with _P
     behind the strides, with _L last; zonmAdd_vca_64f_P judges shifts before strides.
     Nothing can fail after the checks.
@@ -105,7 +107,7 @@ FAMILIES = {
     Two letters close the name, the description of src and that of dst: S strided, L objects,
     P elements. Both operands are arrays, each with the block of its own letter; SL reads strided
     memory and writes through a table of objects.
-    Elements move unchanged; a signalling NaN of type 64f may arrive quiet.
+    Elements move bit by bit, signalling NaNs too.
     Checks: pointers, sizes, count, strides, shifts; the Stride0 arguments come last and only if
     count is above 1, so that one object may pass any value. zonmCopy_va_32f_SP and
     zonmCopy_va_32f_LP judge shifts before strides. Nothing can fail after the checks.
@@ -119,8 +121,9 @@ FAMILIES = {
     dst is a plain pointer to count objects without gaps, row after row. With t and ta the result
     is the transpose: width and height are those of the result, and src is stored with width rows
     and height columns.
-    m and ma with _P form width*height in 32 bits and do nothing, with zonStsOk, if that wraps
-    below 1.
+    m and ma with _P take width*height entries of the table as one run and form that number in 32
+    bits: they do nothing, with zonStsOk, if it wraps below 1.
+    Elements move bit by bit, signalling NaNs too.
     Checks: arrays judge pointers, sizes, count, shifts, strides; m and t with _P, and
     zonmExtract_v_64f_P, judge sizes before pointers; the others keep the standard orders.
     Nothing can fail after the checks. Keep dst apart from src.
@@ -129,7 +132,8 @@ FAMILIES = {
     "load_identity": Family("Identity matrices: zonmLoadIdentity", """
     dst[k](i, j) = 1 if i == j, otherwise 0
 
-    width and height may differ: the ones run down the diagonal as far as it goes.
+    width and height may differ: the ones run down the diagonal as far as it goes. Rows are written
+    one after the other, the zeros of each before its one.
     Checks: pointers, sizes, count, strides, shifts; zonmLoadIdentity_ma_32f_P judges shifts
     before count. dstStride0 comes last and only if count is above 1.
     Nothing can fail after the checks.
@@ -140,7 +144,7 @@ FAMILIES = {
 
     width and height are columns and rows of src and stand behind its block; dst has width rows
     and height columns. A _P table of dst is in the row order of dst: entry j*height + i.
-    Elements move unchanged; a signalling NaN of type 64f may arrive quiet.
+    Elements move bit by bit, signalling NaNs too.
     dst must be memory of its own: in place this is no transposition.
     Checks: standard orders. Nothing can fail after them.
     """),

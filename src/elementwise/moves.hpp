@@ -101,17 +101,77 @@ inline void transposeObject(std::byte *dst, ptrdiff_t dstStep, const std::byte *
     });
 }
 
+#if defined(__GNUC__)
+
+// Without gaps an object is a run of packs on both sides, and each pack of the result is gathered
+// from packs of the source. Of the first two elements and the last two, each pair takes a shuffle
+// of two packs.
+template <class Bits, int N> struct PackedTranspose {
+    static constexpr int width = tileWidth<Bits>, packs = N * N / width;
+
+    // Where the element of the result stands in the source: its pack, and the lane.
+    static constexpr int source(int element) { return element % N * N + element / N; }
+    static constexpr int packOf(int element) { return source(element) / width; }
+    static constexpr int laneOf(int element) { return source(element) % width; }
+
+    template <int First, class P> static auto gather(const P &in)
+    {
+        if constexpr (width == 2) {
+            return __builtin_shufflevector(in[packOf(First)], in[packOf(First + 1)], laneOf(First),
+                                           width + laneOf(First + 1));
+        } else {
+            const auto pair = [&](auto first) ZONM_INLINED {
+                return __builtin_shufflevector(
+                    in[packOf(first)], in[packOf(first + 1)], laneOf(first), laneOf(first),
+                    width + laneOf(first + 1), width + laneOf(first + 1));
+            };
+            return __builtin_shufflevector(pair(std::integral_constant<int, First>{}),
+                                           pair(std::integral_constant<int, First + 2>{}), 0, 2, 4,
+                                           6);
+        }
+    }
+    static void move(std::byte *dst, const std::byte *src)
+    {
+        // The last element of an odd size stands outside the packs, alone.
+        constexpr ptrdiff_t element = sizeof(Bits), last = (N * N - 1) * element;
+        Pack<Bits, width> in[packs + 1];
+        unrolled<0, packs>(
+            [&](auto p) ZONM_INLINED { in[p] = loadPack<Bits, width>(src + p * width * element); });
+        unrolled<0, packs>([&](auto p) ZONM_INLINED {
+            storePack(dst + p * width * element, gather<p * width>(in));
+        });
+        if constexpr (packs * width < N * N)
+            store(dst + last, load<Bits>(src + last));
+    }
+};
+
+#endif
+
+template <class Bits, int N> inline void transposePacked(std::byte *dst, const std::byte *src)
+{
+    constexpr ptrdiff_t row = N * sizeof(Bits);
+#if defined(__GNUC__)
+    if constexpr (N % 4 != 0)
+        return PackedTranspose<Bits, N>::move(dst, src);
+#endif
+    transposeObject<Bits, N>(dst, row, src, row);
+}
+
 // Object by object: an object is read while it is written, so it has to lie apart from its result.
 template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movement<Bits> &m)
 {
     const ptrdiff_t srcStep = m.a.columnStep, dstStep = m.dst.rowStep;
     const auto srcSize = std::uintptr_t((N - 1) * srcStep) + N * sizeof(Bits);
     const auto dstSize = std::uintptr_t((N - 1) * dstStep) + N * sizeof(Bits);
+    const bool packed = srcStep == N * sizeof(Bits) && dstStep == srcStep;
     for (ptrdiff_t k = 0; k < m.count; ++k) {
         const auto src = m.a(k);
         const auto dst = m.dst(k);
         const auto ahead = std::uintptr_t(dst) - std::uintptr_t(src);
-        if (ahead >= srcSize && 0 - ahead >= dstSize)
+        const bool apart = ahead >= srcSize && 0 - ahead >= dstSize;
+        if (apart && packed)
+            transposePacked<Bits, N>(dst, src);
+        else if (apart)
             transposeObject<Bits, N>(dst, dstStep, src, srcStep);
         else
             combineUnorderedObject<Moved, ConstantOperand<Bits>>(m, dst, src, m.b(0));
