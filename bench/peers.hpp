@@ -15,6 +15,8 @@ void sgetrs_(const char *, const int *, const int *, const float *, const int *,
              float *, const int *, int *);
 void dgetrs_(const char *, const int *, const int *, const double *, const int *, const int *,
              double *, const int *, int *);
+void sgetri_(const int *, float *, const int *, const int *, float *, const int *, int *);
+void dgetri_(const int *, double *, const int *, const int *, double *, const int *, int *);
 }
 #endif
 
@@ -77,6 +79,19 @@ inline int getrs(int n, int vectors, const double *lu, const int *pivots, double
 {
     int info;
     dgetrs_("N", &n, &vectors, lu, &n, pivots, x, &n, &info);
+    return info;
+}
+// The inverse in place, from what getrf left; the work space has `size` elements.
+inline int getri(int n, float *a, const int *pivots, float *work, int size)
+{
+    int info;
+    sgetri_(&n, a, &n, pivots, work, &size, &info);
+    return info;
+}
+inline int getri(int n, double *a, const int *pivots, double *work, int size)
+{
+    int info;
+    dgetri_(&n, a, &n, pivots, work, &size, &info);
     return info;
 }
 #endif
