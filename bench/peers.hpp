@@ -28,6 +28,8 @@ void sormqr_(const char *, const char *, const int *, const int *, const int *, 
              const int *, const float *, float *, const int *, float *, const int *, int *);
 void dormqr_(const char *, const char *, const int *, const int *, const int *, const double *,
              const int *, const double *, double *, const int *, double *, const int *, int *);
+void sgetri_(const int *, float *, const int *, const int *, float *, const int *, int *);
+void dgetri_(const int *, double *, const int *, const int *, double *, const int *, int *);
 }
 #endif
 
@@ -150,6 +152,19 @@ inline int solveByQR(int rows, int columns, const double *qr, const double *tau,
     int info;
     dormqr_("L", "T", &rows, &one, &columns, qr, &rows, tau, b, &rows, work, &lapackWork, &info);
     cblas_dtrsv(CblasColMajor, CblasUpper, CblasNoTrans, CblasNonUnit, columns, qr, rows, b, 1);
+    return info;
+}
+// The inverse in place, from what getrf left; the work space has `size` elements.
+inline int getri(int n, float *a, const int *pivots, float *work, int size)
+{
+    int info;
+    sgetri_(&n, a, &n, pivots, work, &size, &info);
+    return info;
+}
+inline int getri(int n, double *a, const int *pivots, double *work, int size)
+{
+    int info;
+    dgetri_(&n, a, &n, pivots, work, &size, &info);
     return info;
 }
 #endif
