@@ -161,14 +161,12 @@ template <class Bits, int N> inline void transposePacked(std::byte *dst, const s
 template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movement<Bits> &m)
 {
     const ptrdiff_t srcStep = m.a.columnStep, dstStep = m.dst.rowStep;
-    const auto srcSize = std::uintptr_t((N - 1) * srcStep) + N * sizeof(Bits);
-    const auto dstSize = std::uintptr_t((N - 1) * dstStep) + N * sizeof(Bits);
+    const auto srcSize = m.a.size(N, N, 1), dstSize = m.dst.size(N, N, 1);
     const bool packed = srcStep == N * sizeof(Bits) && dstStep == srcStep;
     for (ptrdiff_t k = 0; k < m.count; ++k) {
         const auto src = m.a(k);
         const auto dst = m.dst(k);
-        const auto ahead = std::uintptr_t(dst) - std::uintptr_t(src);
-        const bool apart = ahead >= srcSize && 0 - ahead >= dstSize;
+        const bool apart = areApart(dst, dstSize, src, srcSize);
         if (apart && packed)
             transposePacked<Bits, N>(dst, src);
         else if (apart)
@@ -179,57 +177,6 @@ template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movem
 }
 
 // Any order --------------------------------------------------------------------------------------
-
-struct Dimension {
-    ptrdiff_t extent, src, dst; // and the steps on both sides
-};
-
-// A move as a nest of loops of which any may be the outer one.
-struct Nest {
-    Dimension dimensions[3]; // by descending steps in dst
-    int depth = 0;
-
-    // False where dst meets src, or itself.
-    template <class Bits> bool make(const Movement<Bits> &m)
-    {
-        constexpr ptrdiff_t element = sizeof(Bits);
-        const Dimension all[] = {{m.count, m.a.step, m.dst.step},
-                                 {m.height, m.a.rowStep, m.dst.rowStep},
-                                 {m.width, m.a.columnStep, m.dst.columnStep}};
-        for (const Dimension &d : all) {
-            if (d.extent == 1)
-                continue;
-            int at = depth++;
-            for (; at > 0 && dimensions[at - 1].dst < d.dst; --at)
-                dimensions[at] = dimensions[at - 1];
-            dimensions[at] = d;
-        }
-        ptrdiff_t srcSize = element, dstSize = element;
-        for (int d = depth - 1; d >= 0; --d) {
-            const auto [extent, src, dst] = dimensions[d];
-            if (dst < dstSize)
-                return false;
-            srcSize += (extent - 1) * src;
-            dstSize += (extent - 1) * dst;
-        }
-        const auto ahead = std::uintptr_t(m.dst(0)) - std::uintptr_t(m.a(0));
-        return ahead >= std::uintptr_t(srcSize) && 0 - ahead >= std::uintptr_t(dstSize);
-    }
-    // Loops that follow each other without a gap on both sides are one.
-    void join()
-    {
-        int last = 0;
-        for (int d = 1; d < depth; ++d) {
-            Dimension &outer = dimensions[last];
-            const Dimension &inner = dimensions[d];
-            if (outer.dst == inner.extent * inner.dst && outer.src == inner.extent * inner.src)
-                outer = {outer.extent * inner.extent, inner.src, inner.dst};
-            else
-                dimensions[++last] = inner;
-        }
-        depth = last + 1;
-    }
-};
 
 // A plane whose elements lie side by side along x in dst and along y in src, by blocks that take
 // whole cache lines on both sides: the lines of many rows may not stay in the cache together.
@@ -283,8 +230,9 @@ template <class Bits>
 template <class Bits> bool moveInAnyOrder(const Movement<Bits> &m)
 {
     constexpr ptrdiff_t element = sizeof(Bits);
-    Nest nest;
-    if (!nest.make(m))
+    Nest nest(m.a, m.dst, m.width, m.height, m.count);
+    const auto size = [&](const auto &o) { return o.size(m.width, m.height, m.count); };
+    if (!nest.isDistinct(element) || !areApart(m.dst(0), size(m.dst), m.a(0), size(m.a)))
         return false;
     nest.join();
     const int inner = nest.depth - 1;
