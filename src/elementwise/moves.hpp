@@ -21,12 +21,20 @@ using BitsOf = std::conditional_t<sizeof(T) == sizeof(std::uint32_t), std::uint3
 
 template <class Bits> using Movement = Combination<Bits>;
 
+// What stands in the place of the right operand.
+template <class Bits> inline constexpr Bits unused = 0;
+
+// Built in place: kernels read it at once, and a copy in wider pieces would wait for its stores.
 template <class Bits>
-inline Movement<Bits> movement(Placed<const Bits> src, Placed<Bits> dst, ptrdiff_t width,
-                               ptrdiff_t height, ptrdiff_t count)
+inline Movement<Bits> movement(const Placed<const Bits> &src, const Placed<Bits> &dst,
+                               ptrdiff_t width, ptrdiff_t height, ptrdiff_t count)
 {
-    static constexpr Bits unused = 0;
-    return {src, {&unused, 0, 0, 0}, dst, width, height, count};
+    return {{src.place, src.step, src.rowStep, src.columnStep, src.isTable},
+            {&unused<Bits>, 0, 0, 0},
+            {dst.place, dst.step, dst.rowStep, dst.columnStep, dst.isTable},
+            width,
+            height,
+            count};
 }
 
 template <class Bits> void moveSteps(const Movement<Bits> &m)
@@ -161,8 +169,20 @@ template <class Bits, int N> inline void transposePacked(std::byte *dst, const s
 template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movement<Bits> &m)
 {
     const ptrdiff_t srcStep = m.a.columnStep, dstStep = m.dst.rowStep;
-    const auto srcSize = m.a.size(N, N, 1), dstSize = m.dst.size(N, N, 1);
     const bool packed = srcStep == N * sizeof(Bits) && dstStep == srcStep;
+    const auto src0 = m.a(0);
+    const auto dst0 = m.dst(0);
+    if (packed && !m.hasTable() &&
+        areApart(dst0, m.dst.size(N, N, m.count), src0, m.a.size(N, N, m.count))) {
+        auto src = src0;
+        auto dst = dst0;
+        for (ptrdiff_t k = m.count; k > 0; --k) {
+            transposePacked<Bits, N>(dst, src);
+            src += m.a.step, dst += m.dst.step;
+        }
+        return;
+    }
+    const auto srcSize = m.a.size(N, N, 1), dstSize = m.dst.size(N, N, 1);
     for (ptrdiff_t k = 0; k < m.count; ++k) {
         const auto src = m.a(k);
         const auto dst = m.dst(k);
@@ -190,10 +210,18 @@ template <class Bits> struct Plane {
     {
         ptrdiff_t x = fromX;
         for (; x + tile <= toX; x += tile) {
+            auto to = dst + x * element + fromY * dstStep;
+            auto from = src + x * srcStep + fromY * element;
             ptrdiff_t y = fromY;
-            for (; y + tile <= toY; y += tile)
-                moveTile(dst + x * element + y * dstStep, dstStep, src + x * srcStep + y * element,
-                         srcStep, Bits{});
+            for (; y + line <= toY; y += line)
+                for (ptrdiff_t at = 0; at < line; at += tile) {
+                    moveTile(to, dstStep, from, srcStep, Bits{});
+                    to += tile * dstStep, from += tile * element;
+                }
+            for (; y + tile <= toY; y += tile) {
+                moveTile(to, dstStep, from, srcStep, Bits{});
+                to += tile * dstStep, from += tile * element;
+            }
             moveElements(dst, src, x, x + tile, y, toY);
         }
         moveElements(dst, src, x, toX, fromY, toY);

@@ -17,8 +17,9 @@ template <class T> struct Placed {
     ptrdiff_t rowStep, columnStep;
     bool isTable;
 
-    Placed(const void *first, ptrdiff_t objectStep, ptrdiff_t row, ptrdiff_t column)
-        : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(false)
+    Placed(const void *first, ptrdiff_t objectStep, ptrdiff_t row, ptrdiff_t column,
+           bool table = false)
+        : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(table)
     {
     }
     template <class Block> explicit Placed(const Block &o) : Placed(nullptr, 0, 0, o.stride2)
