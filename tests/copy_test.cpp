@@ -58,11 +58,20 @@ TEST(Copy, MovesLongRunsAndManyObjects)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("copy"))
-        for (const Spread spread :
-             {Spread::dense, Spread::denseRows, Spread::strided, Spread::fenced})
+        for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape : {Shape{1, 67}, {2, 130}, {67, 1}, {12, 11}, {3, 3}, {6, 6}})
                 for (const int count : {1, 7, 8, 40})
                     checkOnce(*e, seed++, shape, count, spread);
+}
+
+// Every row, or element, flush with a page that cannot be accessed.
+TEST(Copy, TouchesElementsOnly)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("copy"))
+        for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
+            for (const int count : {1, 3})
+                checkOnce(*e, seed++, shape, count, Spread::fenced);
 }
 
 TEST(Copy, InOneMemory)

@@ -43,8 +43,7 @@ TEST(Transpose, MovesLongRowsAndManyObjects)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("transpose"))
-        for (const Spread spread :
-             {Spread::dense, Spread::denseRows, Spread::strided, Spread::fenced})
+        for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape : {Shape{1, 67},
                                       {2, 130},
                                       {67, 1},
@@ -57,6 +56,16 @@ TEST(Transpose, MovesLongRowsAndManyObjects)
                                       {8, 8}})
                 for (const int count : {1, 7, 40})
                     checkOnce(*e, seed++, shape, count, spread);
+}
+
+// Every row, or element, flush with a page that cannot be accessed.
+TEST(Transpose, TouchesElementsOnly)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("transpose"))
+        for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
+            for (const int count : {1, 3})
+                checkOnce(*e, seed++, shape, count, Spread::fenced);
 }
 
 // dst is filled row by row; with element tables in the order of src, and at the square sizes 3 to 6

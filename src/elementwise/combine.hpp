@@ -7,7 +7,7 @@
 // fast path runs only where it cannot be told from that.
 #pragma once
 
-#include "frame/objects.hpp"
+#include "elementwise/placed.hpp"
 #include "frame/runs.hpp"
 #include "zonm.h"
 
@@ -28,50 +28,6 @@ template <class Op> struct Swapped {
 };
 
 // Strided operands and object tables ------------------------------------------------------------
-
-// An operand as the entries hand it over: where its objects begin, and two steps inside each. A
-// vector is a matrix of one row, a single operand has step 0. One type for all lets the kernels be
-// shared.
-template <class T> struct Placed {
-    const void *place; // the first object, or a table of objects
-    ptrdiff_t step;    // from object to object, or the shift of a table
-    ptrdiff_t rowStep, columnStep;
-    bool isTable;
-
-    Placed(const void *first, ptrdiff_t objectStep, ptrdiff_t row, ptrdiff_t column)
-        : place(first), step(objectStep), rowStep(row), columnStep(column), isTable(false)
-    {
-    }
-    template <class Block> explicit Placed(const Block &o) : Placed(nullptr, 0, 0, o.stride2)
-    {
-        if constexpr (Block::rank == 2)
-            rowStep = o.stride1;
-        if constexpr (Block::transposed)
-            std::swap(rowStep, columnStep);
-        isTable = isObjectTable<Block>;
-        if constexpr (isObjectTable<Block>)
-            place = o.table, step = o.shift;
-        else
-            place = o.base, step = steppedOrigins(o).step;
-    }
-    // One number for all objects; refers to it.
-    explicit Placed(const Constant<std::remove_const_t<T>> &c) : Placed(&c.value, 0, 0, 0) {}
-    explicit Placed(const ConstantArray<T> &c) : Placed(c.base, c.stride0, 0, 0) {}
-    explicit Placed(const ConstantTable<T> &c) : Placed(c.table, c.shift, 0, 0) { isTable = true; }
-
-    // Object k. Elements that only move are taken as integers: neither they nor the entries of
-    // their table are what T says.
-    Bytes<T> operator()(ptrdiff_t k) const
-    {
-        auto base = static_cast<Bytes<T>>(const_cast<void *>(place));
-        if (!isTable)
-            return base + k * step;
-        std::memcpy(&base, static_cast<const std::byte *>(place) + k * ptrdiff_t(sizeof base),
-                    sizeof base);
-        return base + step;
-    }
-    bool isDense() const { return columnStep == sizeof(T); }
-};
 
 template <class T> struct Combination {
     Placed<const T> a, b;
@@ -208,6 +164,31 @@ template <class B, class T> void joinRows(Combination<T> &c)
     }
 }
 
+// Interleaved objects, the same element of all of them side by side: where no other order can be
+// told from the literal one, the runs are taken across the objects. A number of all objects, or an
+// element of a single one, is the same along a run; numbers of each object lie in a run of theirs.
+template <class Op, class B, class T> [[gnu::noinline]] void combineAcross(const Combination<T> &c)
+{
+    for (ptrdiff_t i = 0; i < c.height; ++i)
+        combineRows<Op, B, 0>(
+            Combination<T>{c.a.across(i), c.b.across(i), c.dst.across(i), c.count, 1, c.width});
+}
+
+template <class T> inline bool mayCombineAcross(const Combination<T> &c)
+{
+    constexpr ptrdiff_t element = sizeof(T), few = 8;
+    const auto isAcross = [&](const auto &o) { return o.step == element; };
+    if (c.hasTable() || c.count < few || !isAcross(c.a) || !isAcross(c.dst) ||
+        (!isAcross(c.b) && c.b.step != 0))
+        return false;
+    const auto size = [&](const auto &o) { return o.size(c.width, c.height, c.count); };
+    const auto keeps = [&](const Placed<const T> &src) {
+        return haveSamePlace(src, c.dst) || areApart(c.dst(0), size(c.dst), src(0), size(src));
+    };
+    return keeps(c.a) && keeps(c.b) &&
+           Nest(c.a, c.dst, c.width, c.height, c.count).isDistinct(element);
+}
+
 template <class Op, class B, class T> void combineSteps(const Combination<T> &c)
 {
     const auto ordered = [&](const Placed<const T> &src) {
@@ -219,8 +200,12 @@ template <class Op, class B, class T> void combineSteps(const Combination<T> &c)
         auto joined = c;
         joinRows<B>(joined);
         combineDense<Op, B>(joined);
-    } else {
+    } else if (!mayCombineAcross(c)) {
         combineByElement<Op, B>(c);
+    } else if (c.b.step == 0) {
+        combineAcross<Op, ConstantOperand<T>>(c);
+    } else {
+        combineAcross<Op, ObjectOperand<T>>(c);
     }
 }
 
@@ -320,26 +305,6 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const 
 
 // Element tables ---------------------------------------------------------------------------------
 
-// The objects of an element table, `step` apart; a vector is a matrix of one row here too.
-template <class T> struct Scattered {
-    ScatteredMatrix<T> first;
-    ptrdiff_t step;
-
-    ScatteredMatrix<T> operator()(ptrdiff_t k) const
-    {
-        return first.placedAt(first.offset + k * step);
-    }
-};
-
-template <class Block> inline auto scattered(const Block &o, Shape shape)
-{
-    using T = typename Block::Value;
-    if constexpr (Block::rank == 2)
-        return Scattered<T>{onlyObject(o, shape.height, shape.width), o.stride0};
-    else
-        return Scattered<T>{{o.table, o.shift, 0, 1}, o.stride0};
-}
-
 // A number as a matrix that has it everywhere.
 template <class T> struct Uniform {
     T value;
@@ -353,21 +318,25 @@ template <class T> struct ScatteredCombination {
     bool readsWholeObjects; // the sources before the first store, a single one once for all
 };
 
-template <class Op, class T> void combineWholeObjects(const ScatteredCombination<T> &c)
+template <class T>
+[[gnu::noinline]] void readObject(T *values, const ScatteredMatrix<const T> &object,
+                                  ptrdiff_t width, ptrdiff_t height)
+{
+    for (ptrdiff_t i = 0; i < height; ++i)
+        for (ptrdiff_t j = 0; j < width; ++j)
+            *values++ = object(i, j);
+}
+
+template <class Op, class T>
+[[gnu::noinline]] void combineWholeObjects(const ScatteredCombination<T> &c)
 {
     constexpr ptrdiff_t largest = largestUnrolled * largestUnrolled;
     T a[largest], b[largest];
-    const auto read = [&](T *values, const Scattered<const T> &src, ptrdiff_t k) {
-        if (k > 0 && src.step == 0)
-            return;
-        const auto object = src(k);
-        for (ptrdiff_t i = 0; i < c.height; ++i)
-            for (ptrdiff_t j = 0; j < c.width; ++j)
-                *values++ = object(i, j);
-    };
     for (ptrdiff_t k = 0; k < c.count; ++k) {
-        read(a, c.a, k);
-        read(b, c.b, k);
+        if (k == 0 || c.a.step != 0)
+            readObject(a, c.a(k), c.width, c.height);
+        if (k == 0 || c.b.step != 0)
+            readObject(b, c.b(k), c.width, c.height);
         const auto dst = c.dst(k);
         for (ptrdiff_t i = 0, e = 0; i < c.height; ++i)
             for (ptrdiff_t j = 0; j < c.width; ++j, ++e)

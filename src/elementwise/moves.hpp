@@ -21,12 +21,20 @@ using BitsOf = std::conditional_t<sizeof(T) == sizeof(std::uint32_t), std::uint3
 
 template <class Bits> using Movement = Combination<Bits>;
 
+// What stands in the place of the right operand.
+template <class Bits> inline constexpr Bits unused = 0;
+
+// Built in place: kernels read it at once, and a copy in wider pieces would wait for its stores.
 template <class Bits>
-inline Movement<Bits> movement(Placed<const Bits> src, Placed<Bits> dst, ptrdiff_t width,
-                               ptrdiff_t height, ptrdiff_t count)
+inline Movement<Bits> movement(const Placed<const Bits> &src, const Placed<Bits> &dst,
+                               ptrdiff_t width, ptrdiff_t height, ptrdiff_t count)
 {
-    static constexpr Bits unused = 0;
-    return {src, {&unused, 0, 0, 0}, dst, width, height, count};
+    return {{src.place, src.step, src.rowStep, src.columnStep, src.isTable},
+            {&unused<Bits>, 0, 0, 0},
+            {dst.place, dst.step, dst.rowStep, dst.columnStep, dst.isTable},
+            width,
+            height,
+            count};
 }
 
 template <class Bits> void moveSteps(const Movement<Bits> &m)
@@ -161,14 +169,24 @@ template <class Bits, int N> inline void transposePacked(std::byte *dst, const s
 template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movement<Bits> &m)
 {
     const ptrdiff_t srcStep = m.a.columnStep, dstStep = m.dst.rowStep;
-    const auto srcSize = std::uintptr_t((N - 1) * srcStep) + N * sizeof(Bits);
-    const auto dstSize = std::uintptr_t((N - 1) * dstStep) + N * sizeof(Bits);
     const bool packed = srcStep == N * sizeof(Bits) && dstStep == srcStep;
+    const auto src0 = m.a(0);
+    const auto dst0 = m.dst(0);
+    if (packed && !m.hasTable() &&
+        areApart(dst0, m.dst.size(N, N, m.count), src0, m.a.size(N, N, m.count))) {
+        auto src = src0;
+        auto dst = dst0;
+        for (ptrdiff_t k = m.count; k > 0; --k) {
+            transposePacked<Bits, N>(dst, src);
+            src += m.a.step, dst += m.dst.step;
+        }
+        return;
+    }
+    const auto srcSize = m.a.size(N, N, 1), dstSize = m.dst.size(N, N, 1);
     for (ptrdiff_t k = 0; k < m.count; ++k) {
         const auto src = m.a(k);
         const auto dst = m.dst(k);
-        const auto ahead = std::uintptr_t(dst) - std::uintptr_t(src);
-        const bool apart = ahead >= srcSize && 0 - ahead >= dstSize;
+        const bool apart = areApart(dst, dstSize, src, srcSize);
         if (apart && packed)
             transposePacked<Bits, N>(dst, src);
         else if (apart)
@@ -179,57 +197,6 @@ template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movem
 }
 
 // Any order --------------------------------------------------------------------------------------
-
-struct Dimension {
-    ptrdiff_t extent, src, dst; // and the steps on both sides
-};
-
-// A move as a nest of loops of which any may be the outer one.
-struct Nest {
-    Dimension dimensions[3]; // by descending steps in dst
-    int depth = 0;
-
-    // False where dst meets src, or itself.
-    template <class Bits> bool make(const Movement<Bits> &m)
-    {
-        constexpr ptrdiff_t element = sizeof(Bits);
-        const Dimension all[] = {{m.count, m.a.step, m.dst.step},
-                                 {m.height, m.a.rowStep, m.dst.rowStep},
-                                 {m.width, m.a.columnStep, m.dst.columnStep}};
-        for (const Dimension &d : all) {
-            if (d.extent == 1)
-                continue;
-            int at = depth++;
-            for (; at > 0 && dimensions[at - 1].dst < d.dst; --at)
-                dimensions[at] = dimensions[at - 1];
-            dimensions[at] = d;
-        }
-        ptrdiff_t srcSize = element, dstSize = element;
-        for (int d = depth - 1; d >= 0; --d) {
-            const auto [extent, src, dst] = dimensions[d];
-            if (dst < dstSize)
-                return false;
-            srcSize += (extent - 1) * src;
-            dstSize += (extent - 1) * dst;
-        }
-        const auto ahead = std::uintptr_t(m.dst(0)) - std::uintptr_t(m.a(0));
-        return ahead >= std::uintptr_t(srcSize) && 0 - ahead >= std::uintptr_t(dstSize);
-    }
-    // Loops that follow each other without a gap on both sides are one.
-    void join()
-    {
-        int last = 0;
-        for (int d = 1; d < depth; ++d) {
-            Dimension &outer = dimensions[last];
-            const Dimension &inner = dimensions[d];
-            if (outer.dst == inner.extent * inner.dst && outer.src == inner.extent * inner.src)
-                outer = {outer.extent * inner.extent, inner.src, inner.dst};
-            else
-                dimensions[++last] = inner;
-        }
-        depth = last + 1;
-    }
-};
 
 // A plane whose elements lie side by side along x in dst and along y in src, by blocks that take
 // whole cache lines on both sides: the lines of many rows may not stay in the cache together.
@@ -243,10 +210,18 @@ template <class Bits> struct Plane {
     {
         ptrdiff_t x = fromX;
         for (; x + tile <= toX; x += tile) {
+            auto to = dst + x * element + fromY * dstStep;
+            auto from = src + x * srcStep + fromY * element;
             ptrdiff_t y = fromY;
-            for (; y + tile <= toY; y += tile)
-                moveTile(dst + x * element + y * dstStep, dstStep, src + x * srcStep + y * element,
-                         srcStep, Bits{});
+            for (; y + line <= toY; y += line)
+                for (ptrdiff_t at = 0; at < line; at += tile) {
+                    moveTile(to, dstStep, from, srcStep, Bits{});
+                    to += tile * dstStep, from += tile * element;
+                }
+            for (; y + tile <= toY; y += tile) {
+                moveTile(to, dstStep, from, srcStep, Bits{});
+                to += tile * dstStep, from += tile * element;
+            }
             moveElements(dst, src, x, x + tile, y, toY);
         }
         moveElements(dst, src, x, toX, fromY, toY);
@@ -283,8 +258,9 @@ template <class Bits>
 template <class Bits> bool moveInAnyOrder(const Movement<Bits> &m)
 {
     constexpr ptrdiff_t element = sizeof(Bits);
-    Nest nest;
-    if (!nest.make(m))
+    Nest nest(m.a, m.dst, m.width, m.height, m.count);
+    const auto size = [&](const auto &o) { return o.size(m.width, m.height, m.count); };
+    if (!nest.isDistinct(element) || !areApart(m.dst(0), size(m.dst), m.a(0), size(m.a)))
         return false;
     nest.join();
     const int inner = nest.depth - 1;

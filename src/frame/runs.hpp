@@ -34,14 +34,14 @@ template <class T> struct Repeated {
 
     template <int W> auto pack(ptrdiff_t) const
     {
-        if constexpr (W == 1) {
+        if constexpr (W == 1)
             return value;
-        } else {
-            Pack<T, W> all;
-            for (int w = 0; w < W; ++w)
-                all[w] = value;
-            return all;
-        }
+        else
+            return [this]<int... I>(std::integer_sequence<int, I...>)
+            {
+                return Pack<T, W>{((void)I, value)...};
+            }
+        (std::make_integer_sequence<int, W>{});
     }
     void advance(ptrdiff_t) {}
 };

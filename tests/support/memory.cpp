@@ -27,9 +27,10 @@ std::size_t wholePages(std::size_t bytes)
     return (bytes + pageSize() - 1) / pageSize() * pageSize();
 }
 
-// Mappings of the same size serve one `Memory` after the other.
+// Mappings of the same size serve one `Memory` after the other. Few are kept, and none in many
+// pieces: the system counts the pieces of a process.
 std::multimap<std::size_t, std::byte *> unused;
-constexpr std::size_t largestKept = std::size_t(1) << 24;
+constexpr std::size_t largestKept = std::size_t(1) << 24, mostKept = 256, mostRuns = 16;
 
 // Its pages may be open or closed.
 std::byte *map(std::size_t size)
@@ -43,9 +44,9 @@ std::byte *map(std::size_t size)
     return static_cast<std::byte *>(p) + pageSize();
 }
 
-void unmap(std::byte *p, std::size_t size)
+void unmap(std::byte *p, std::size_t size, std::size_t runs)
 {
-    if (size <= largestKept)
+    if (size <= largestKept && runs <= mostRuns && unused.size() < mostKept)
         unused.emplace(size, p);
     else
         munmap(p - pageSize(), size + 2 * pageSize());
@@ -81,7 +82,7 @@ Memory::Memory(std::size_t bytes, const std::vector<std::ptrdiff_t> &elements, i
     open();
 }
 
-Memory::~Memory() { unmap(first, size); }
+Memory::~Memory() { unmap(first, size, runs.size()); }
 
 void Memory::open()
 {
