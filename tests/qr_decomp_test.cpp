@@ -242,6 +242,8 @@ TEST(QRDecomp, GivesTheMatrixBack)
         for (const Size size : sizes)
             for (int kind = 0; kind < 3; ++kind) {
                 const int w = size.width, h = size.height;
+                // The columns of a nearly singular matrix stay above the limit.
+                const double nearly = elementOf(*e) == Element::f32 ? 0.25 : 0.001;
                 Random random(seed);
                 std::vector<double> first(static_cast<std::size_t>(h));
                 Decomposition d(*e, seed++, size, 9, [&](int, int i, int j) {
@@ -250,7 +252,7 @@ TEST(QRDecomp, GivesTheMatrixBack)
                         first[std::size_t(i)] = value;
                     return kind == 0   ? value
                            : kind == 1 ? std::ldexp(value, 4 - 8 * j / w)
-                                       : first[std::size_t(i)] + 0.01 * value * (j > 0);
+                                       : first[std::size_t(i)] + nearly * value * (j > 0);
                 });
                 ASSERT_EQ(d.call.run(), zonStsOk) << d.call;
                 const double eps = elementOf(*e) == Element::f32

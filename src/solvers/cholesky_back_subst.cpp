@@ -195,7 +195,7 @@ template <class A, class B, class D>
     });
 }
 
-template <class A, class B, class D>
+template <bool Shared, class A, class B, class D>
 [[gnu::noinline]] void solveGeneral(const A &src1, const B &src2, const D &dst, int32_t n,
                                     int32_t count)
 {
@@ -203,9 +203,8 @@ template <class A, class B, class D>
         solveInDst(stridedView(src1(k)), stridedView(src2(k)), stridedView(dst(k)), n);
     };
     const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
-    const bool shared = src1.origins(0) == src1.origins(1);
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
-    if (n <= largestTogether && (shared || !isStreamed(matrix, count)) &&
+    if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) &&
         areIndependent(Regions(dst), Regions(src1), count) &&
         (areIndependent(Regions(dst), Regions(src2), count) || areSame(src2, dst)))
         substituteGroups(
@@ -236,7 +235,7 @@ template <bool Shared, class A, class B, class D>
 {
     withSize(size, [&](auto n) {
         if constexpr (n == 0)
-            solveGeneral(src1, src2, dst, size, count);
+            solveGeneral<Shared>(src1, src2, dst, size, count);
         else if constexpr (Shared)
             solveShared<n>(lowerTriangle<n>(src1(0)), src2, dst, count);
         else
