@@ -65,7 +65,7 @@ def follow_steps(options):
     if "--install" not in text or "cc " not in text:
         sys.exit("the README has no steps")
     if options.built:
-        text = re.sub(r"^cmake --preset .*\n", "", text, flags=re.MULTILINE)
+        text = re.sub(r"^cmake --(preset|build) .*\n", "", text, flags=re.MULTILINE)
         text = text.replace("build/release", str(Path(options.built).resolve()))
     with tempfile.TemporaryDirectory() as home:
         environment = {"HOME": home, "PATH": os.environ["PATH"]}
