@@ -77,20 +77,18 @@ template <int N, class L, class B, class D>
 ZONM_INLINED inline void solveOne(const L &l, const B &b, const D &dst)
 {
     double x[N];
-    for (int i = 0; i < N; ++i)
-        x[i] = b(i);
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[i] = b(i); });
     substitute(l, x);
-    for (int i = 0; i < N; ++i)
-        dst.set(i, typename D::Element(x[i]));
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[i])); });
 }
 
 // A matrix in double, once for one object or for all vectors.
 template <int N, class A> ZONM_INLINED inline LocalMatrix<double, N> lowerTriangle(const A &a)
 {
     LocalMatrix<double, N> l;
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j <= i; ++j)
-            l.set(i, j, a(i, j));
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, i + 1>([&](auto j) ZONM_INLINED { l.set(i, j, a(i, j)); });
+    });
     return l;
 }
 
@@ -205,8 +203,8 @@ template <bool Shared, class A, class B, class D>
     const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
     if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) &&
-        areIndependent(Regions(dst), Regions(src1), count) &&
-        (areIndependent(Regions(dst), Regions(src2), count) || areSame(src2, dst)))
+        areIndependent(Regions(count, dst), Regions(count, src1), count) &&
+        (areIndependent(Regions(count, dst), Regions(count, src2), count) || areSame(src2, dst)))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, n); }, one);
