@@ -141,6 +141,8 @@ TEST(CholeskyBackSubst, SolvesWhatWasDecomposed)
                 for (int kind = 0; kind < 3; ++kind) {
                     const std::string type = std::string(element) + tail;
                     const bool f32 = std::string(element) == "32f";
+                    // The pivots of a nearly singular matrix stay above all limits.
+                    const double nearly = f32 || type.back() == 'P' ? 1e-4 : 1e-11;
                     const int count = 9;
                     Random random(seed);
                     std::vector<double> a(std::size_t(count * n * n));
@@ -153,7 +155,7 @@ TEST(CholeskyBackSubst, SolvesWhatWasDecomposed)
                             v = random.unit() - 0.5;
                         for (int i = 0; i < n; ++i)
                             for (int j = 0; j < n; ++j) {
-                                double sum = i == j ? (kind == 2 ? (f32 ? 1e-4 : 1e-11) : 0.1) : 0;
+                                double sum = i == j ? (kind == 2 ? nearly : 0.1) : 0;
                                 for (int m = 0; m < (kind == 2 ? (n + 1) / 2 : n); ++m)
                                     sum += g[std::size_t(i * n + m)] * g[std::size_t(j * n + m)];
                                 sum = kind == 1 ? std::ldexp(sum, 10 - i - j) : sum;
@@ -289,26 +291,41 @@ TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
         }
 }
 
-TEST(CholeskyBackSubst, OfOverlappingObjectsGoesOneByOne)
+// One matrix for all vectors is read before the first of them at the sizes 3 to 6; arrangements in
+// which dst meets it are nobody's promise.
+TEST(CholeskyBackSubst, InOneMemory)
 {
-    int met = 0;
-    for (const Export *e : builtExports("cholesky_back_subst")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        const bool shared = isShared(*e);
-        for (const int n : {2, 3, 4, 5, 6, 7, 8})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int m = n * n, vectors = 9 * m;
-                const Shape vector{1, n};
-                const Placement a{0, m, n, 1, {n, n}};
-                const auto dense = [&](int base, int stride0) {
-                    return Placement{base, stride0, 0, 1, vector};
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("cholesky_back_subst"))
+        for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const int m = n * n;
+                const Operand &factor = call.source("src1", {n, n}, Values::uniform);
+                const Operand &b = call.source("src2", {n}, Values::uniform);
+                const Operand &dst = call.output("dst", {n});
+                call.set("size", n);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k)
+                        cholesky::substitute(dst.element, matrixOf(factor, k), vectorOf(b, k),
+                                             vectorOf(dst, k), n);
+                    return zonStsOk;
                 };
-                const auto beside = [&](int base) { return Placement{base, 1, 0, count, vector}; };
+                call.check(Meeting::none, reference);
+                call.checkThreads(reference);
+
+                const Element element = dst.element;
+                const int vectors = 9 * m;
+                const Place matrices = placeAt(element, 0, m, n, 1);
+                const auto dense = [&](int base, int stride0) {
+                    return placeAt(element, base, stride0, 0, 1);
+                };
+                const auto beside = [&](int base) { return placeAt(element, base, 1, 0, count); };
                 const struct {
                     const char *what;
-                    Placement b, dst;
+                    Place b, dst;
                 } arrangements[] = {
                     {"in place", dense(vectors, n), dense(vectors, n)},
                     {"dst a vector ahead", dense(vectors, n), dense(vectors + n, n)},
@@ -319,28 +336,11 @@ TEST(CholeskyBackSubst, OfOverlappingObjectsGoesOneByOne)
                     {"side by side, one ahead", beside(vectors), beside(vectors + 1)},
                     {"all dst in one place", dense(vectors, n), dense(vectors + 9 * n, 1)},
                     {"dst in the next matrices", dense(vectors, n),
-                     shared ? dense(vectors, n) : dense(m, m)},
+                     isShared(*e) ? dense(vectors, n) : dense(m, m)},
                 };
-                for (const auto &arrangement : arrangements) {
-                    SharedMemory wanted(element, vectors + 40 * m);
-                    wanted.fill(Values::uniform, std::uint64_t(n * 100 + count));
-                    SharedMemory got = wanted;
-                    for (int k = 0; k < count; ++k)
-                        cholesky::substitute(element, wanted.matrix(a, shared ? 0 : k),
-                                             wanted.vector(arrangement.b, k),
-                                             wanted.vector(arrangement.dst, k), n);
-                    EXPECT_EQ(
-                        got.run(*e,
-                                {{"src1", a}, {"src2", arrangement.b}, {"dst", arrangement.dst}},
-                                count, {{"size", n}}),
-                        zonStsOk);
-                    EXPECT_TRUE(got == wanted)
-                        << e->name << ' ' << n << ' ' << count << ": " << arrangement.what;
-                    ++met;
-                }
+                for (const auto &a : arrangements)
+                    call.checkAt({matrices, a.b, a.dst}, a.what, reference);
             }
-    }
-    EXPECT_GT(met, 0);
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "support/shared_memory.hpp"
+#include "solver_reference.hpp"
 
 namespace test::cholesky
 {

@@ -178,6 +178,8 @@ TEST(QRBackSubst, SolvesWhatWasDecomposed)
                     const int w = size.width, h = size.height, count = 9;
                     const std::string type = std::string(element) + tail;
                     const bool f32 = std::string(element) == "32f";
+                    // The columns of a nearly singular matrix stay above the limit.
+                    const double nearly = f32 ? 0.25 : 0.001;
                     Random random(seed);
                     const auto buffer = std::size_t(h * 8);
                     std::vector<double> first(static_cast<std::size_t>(h));
@@ -188,7 +190,7 @@ TEST(QRBackSubst, SolvesWhatWasDecomposed)
                             first[std::size_t(i)] = value;
                         return kind == 0   ? value
                                : kind == 1 ? std::ldexp(value, 4 - 8 * j / w)
-                                           : first[std::size_t(i)] + 0.01 * value * (j > 0);
+                                           : first[std::size_t(i)] + nearly * value * (j > 0);
                     });
                     const Operand &factor = decompose.output("dst", {h, w});
                     decompose.scratch("buffer", buffer);
@@ -288,61 +290,57 @@ TEST(QRBackSubst, OfMoreColumnsThanRowsIsNone)
     }
 }
 
-TEST(QRBackSubst, OfOverlappingObjectsGoesOneByOne)
+// One matrix for all vectors is read before the first of them at the sizes 3 to 6; arrangements in
+// which dst meets it are nobody's promise.
+TEST(QRBackSubst, InOneMemory)
 {
-    int met = 0;
-    for (const Export *e : builtExports("qr_back_subst")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        const bool shared = isShared(*e);
-        for (const Size size : {Size{2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int w = size.width, h = size.height, m = w * h, vectors = 9 * m;
-                const Placement a{0, m, w, 1, {h, w}};
-                const auto dense = [&](int base, int stride0, int length) {
-                    return Placement{base, stride0, 0, 1, {1, length}};
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("qr_back_subst"))
+        for (const Size size : {Size{1, 1}, {2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const int w = size.width, h = size.height, m = w * h;
+                const Operand &factor = call.source("src1", {h, w}, Values::uniform);
+                const Operand &b = call.source("src2", {h}, Values::uniform);
+                const Operand &dst = call.output("dst", {w});
+                call.scratch("buffer", std::size_t(h * sizeOf(dst.element)));
+                call.set("width", w).set("height", h);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k)
+                        qr::substitute(dst.element, matrixOf(factor, k), vectorOf(b, k),
+                                       vectorOf(dst, k), w, h);
+                    return zonStsOk;
                 };
-                const auto beside = [&](int base, int length) {
-                    return Placement{base, 1, 0, count, {1, length}};
+                call.check(Meeting::none, reference);
+                call.checkThreads(reference);
+
+                const Element element = dst.element;
+                const int vectors = 9 * m;
+                const Place matrices = placeAt(element, 0, m, w, 1);
+                const auto dense = [&](int base, int stride0) {
+                    return placeAt(element, base, stride0, 0, 1);
                 };
+                const auto beside = [&](int base) { return placeAt(element, base, 1, 0, count); };
                 const struct {
                     const char *what;
-                    Placement b, dst;
+                    Place b, dst;
                 } arrangements[] = {
-                    {"in place", dense(vectors, h, h), dense(vectors, h, w)},
-                    {"dst a vector ahead", dense(vectors, h, h), dense(vectors + h, h, w)},
-                    {"dst an element ahead", dense(vectors, h, h), dense(vectors + 1, h, w)},
-                    {"dst a vector behind", dense(vectors + h, h, h), dense(vectors, h, w)},
-                    {"dst in steps of their own", dense(vectors, h, h),
-                     dense(vectors + 2, h + 3, w)},
-                    {"side by side, in place", beside(vectors, h), beside(vectors, w)},
-                    {"side by side, one ahead", beside(vectors, h), beside(vectors + 1, w)},
-                    {"all dst in one place", dense(vectors, h, h), dense(vectors + 9 * h, 1, w)},
-                    {"dst in the next matrices", dense(vectors, h, h),
-                     shared ? dense(vectors, h, w) : dense(m, m, w)},
+                    {"in place", dense(vectors, h), dense(vectors, h)},
+                    {"dst a vector ahead", dense(vectors, h), dense(vectors + h, h)},
+                    {"dst an element ahead", dense(vectors, h), dense(vectors + 1, h)},
+                    {"dst a vector behind", dense(vectors + h, h), dense(vectors, h)},
+                    {"dst in steps of their own", dense(vectors, h), dense(vectors + 2, h + 3)},
+                    {"side by side, in place", beside(vectors), beside(vectors)},
+                    {"side by side, one ahead", beside(vectors), beside(vectors + 1)},
+                    {"all dst in one place", dense(vectors, h), dense(vectors + 9 * h, 1)},
+                    {"dst in the next matrices", dense(vectors, h),
+                     isShared(*e) ? dense(vectors, h) : dense(m, m)},
                 };
-                for (const auto &arrangement : arrangements) {
-                    SharedMemory wanted(element, vectors + 20 * (m + h));
-                    wanted.fill(Values::uniform, std::uint64_t(m * 100 + count));
-                    SharedMemory got = wanted;
-                    for (int k = 0; k < count; ++k)
-                        qr::substitute(element, wanted.matrix(a, shared ? 0 : k),
-                                       wanted.vector(arrangement.b, k),
-                                       wanted.vector(arrangement.dst, k), w, h);
-                    std::vector<double> buffer(static_cast<std::size_t>(h));
-                    EXPECT_EQ(
-                        got.run(*e,
-                                {{"src1", a}, {"src2", arrangement.b}, {"dst", arrangement.dst}},
-                                count, {{"width", w}, {"height", h}}, buffer.data()),
-                        zonStsOk);
-                    EXPECT_TRUE(got == wanted) << e->name << ' ' << w << ' ' << h << ' ' << count
-                                               << ": " << arrangement.what;
-                    ++met;
-                }
+                for (const auto &a : arrangements)
+                    call.checkAt({matrices, a.b, a.dst}, a.what, reference);
             }
-    }
-    EXPECT_GT(met, 0);
 }
 
 } // namespace

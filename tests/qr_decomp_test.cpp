@@ -242,6 +242,8 @@ TEST(QRDecomp, GivesTheMatrixBack)
         for (const Size size : sizes)
             for (int kind = 0; kind < 3; ++kind) {
                 const int w = size.width, h = size.height;
+                // The columns of a nearly singular matrix stay above the limit.
+                const double nearly = elementOf(*e) == Element::f32 ? 0.25 : 0.001;
                 Random random(seed);
                 std::vector<double> first(static_cast<std::size_t>(h));
                 Decomposition d(*e, seed++, size, 9, [&](int, int i, int j) {
@@ -250,7 +252,7 @@ TEST(QRDecomp, GivesTheMatrixBack)
                         first[std::size_t(i)] = value;
                     return kind == 0   ? value
                            : kind == 1 ? std::ldexp(value, 4 - 8 * j / w)
-                                       : first[std::size_t(i)] + 0.01 * value * (j > 0);
+                                       : first[std::size_t(i)] + nearly * value * (j > 0);
                 });
                 ASSERT_EQ(d.call.run(), zonStsOk) << d.call;
                 const double eps = elementOf(*e) == Element::f32
@@ -300,60 +302,54 @@ TEST(QRDecomp, OfMoreColumnsThanRowsIsNone)
 }
 
 // Objects whose results meet the sources of others behave as one object after the other.
-TEST(QRDecomp, OfOverlappingObjectsGoesOneByOne)
+TEST(QRDecomp, InOneMemory)
 {
-    int met = 0;
-    for (const Export *e : builtExports("qr_decomp")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        for (const Size size : {Size{2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int w = size.width, h = size.height;
-                const int m = w * h;
-                const Shape shape{h, w};
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("qr_decomp"))
+        for (const Size size : {Size{1, 1}, {2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const int w = size.width, h = size.height, m = w * h;
+                const Operand &src = call.source("src", {h, w}, Values::uniform);
+                const Operand &dst = call.output("dst", {h, w});
+                call.scratch("buffer", std::size_t(h * sizeOf(dst.element)));
+                call.set("width", w).set("height", h);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k)
+                        if (!qr::decompose(dst.element, matrixOf(src, k), matrixOf(dst, k), w, h))
+                            return zonStsDivByZero;
+                    return zonStsOk;
+                };
+                call.check(Meeting::none, reference);
+                call.checkThreads(reference);
+
                 const auto dense = [&](int base, int stride0) {
-                    return Placement{base, stride0, w, 1, shape};
+                    return placeAt(dst.element, base, stride0, w, 1);
                 };
                 const auto beside = [&](int base) {
-                    return Placement{base, 1, w * count, count, shape};
+                    return placeAt(dst.element, base, 1, w * count, count);
                 };
                 const struct {
                     const char *what;
-                    Placement src, dst;
+                    Place src, dst;
                 } arrangements[] = {
                     {"in place", dense(0, m), dense(0, m)},
                     {"dst one object ahead", dense(0, m), dense(m, m)},
                     {"dst three objects ahead", dense(0, m), dense(3 * m, m)},
                     {"dst one object behind", dense(m, m), dense(0, m)},
                     {"dst a row ahead", dense(0, m), dense(w, m)},
+                    {"dst an element ahead", dense(0, m), dense(1, m)},
                     {"dst half an object ahead", dense(0, m), dense(m / 2, m + 1)},
                     {"dst in steps of their own", dense(0, m), dense(2, m + 2)},
                     {"side by side, in place", beside(0), beside(0)},
                     {"side by side, one ahead", beside(0), beside(1)},
                     {"all dst in one place", dense(0, m), dense(12 * m, 1)},
                 };
-                for (const auto &a : arrangements) {
-                    SharedMemory wanted(element, 13 * m + count * (m + 4) + m * count);
-                    wanted.fill(Values::uniform, std::uint64_t(m * 100 + count));
-                    SharedMemory got = wanted;
-                    ZonStatus status = zonStsOk;
-                    for (int k = 0; k < count && status == zonStsOk; ++k)
-                        if (!qr::decompose(element, wanted.matrix(a.src, k),
-                                           wanted.matrix(a.dst, k), w, h))
-                            status = zonStsDivByZero;
-                    std::vector<double> buffer(static_cast<std::size_t>(h));
-                    EXPECT_EQ(got.run(*e, {{"src", a.src}, {"dst", a.dst}}, count,
-                                      {{"width", w}, {"height", h}}, buffer.data()),
-                              status)
-                        << e->name << ' ' << w << ' ' << h << ' ' << count << ": " << a.what;
-                    EXPECT_TRUE(got == wanted)
-                        << e->name << ' ' << w << ' ' << h << ' ' << count << ": " << a.what;
-                    ++met;
-                }
+                for (const auto &a : arrangements)
+                    call.checkAt({a.src, a.dst}, a.what, reference);
             }
-    }
-    EXPECT_GT(met, 0);
 }
 
 // An array is a loop of single calls, also of large objects.

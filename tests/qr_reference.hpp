@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "support/shared_memory.hpp"
+#include "solver_reference.hpp"
 
 namespace test::qr
 {

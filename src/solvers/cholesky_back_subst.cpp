@@ -77,20 +77,18 @@ template <int N, class L, class B, class D>
 ZONM_INLINED inline void solveOne(const L &l, const B &b, const D &dst)
 {
     double x[N];
-    for (int i = 0; i < N; ++i)
-        x[i] = b(i);
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[i] = b(i); });
     substitute(l, x);
-    for (int i = 0; i < N; ++i)
-        dst.set(i, typename D::Element(x[i]));
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[i])); });
 }
 
 // A matrix in double, once for one object or for all vectors.
 template <int N, class A> ZONM_INLINED inline LocalMatrix<double, N> lowerTriangle(const A &a)
 {
     LocalMatrix<double, N> l;
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j <= i; ++j)
-            l.set(i, j, a(i, j));
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, i + 1>([&](auto j) ZONM_INLINED { l.set(i, j, a(i, j)); });
+    });
     return l;
 }
 
@@ -195,7 +193,7 @@ template <class A, class B, class D>
     });
 }
 
-template <class A, class B, class D>
+template <bool Shared, class A, class B, class D>
 [[gnu::noinline]] void solveGeneral(const A &src1, const B &src2, const D &dst, int32_t n,
                                     int32_t count)
 {
@@ -203,9 +201,8 @@ template <class A, class B, class D>
         solveInDst(stridedView(src1(k)), stridedView(src2(k)), stridedView(dst(k)), n);
     };
     const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
-    const bool shared = count > 1 && src1.origins(0) == src1.origins(1);
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
-    if (n <= largestTogether && (shared || !isStreamed(matrix, count)) &&
+    if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) &&
         areIndependent(Regions(count, dst), Regions(count, src1), count) &&
         (areIndependent(Regions(count, dst), Regions(count, src2), count) || areSame(src2, dst)))
         substituteGroups(
@@ -236,7 +233,7 @@ template <bool Shared, class A, class B, class D>
 {
     withSize(size, [&](auto n) {
         if constexpr (n == 0)
-            solveGeneral(src1, src2, dst, size, count);
+            solveGeneral<Shared>(src1, src2, dst, size, count);
         else if constexpr (Shared)
             solveShared<n>(lowerTriangle<n>(src1(0)), src2, dst, count);
         else

@@ -73,11 +73,22 @@ ZONM_INLINED inline int32_t factor(const A &a, L &l, N n, double limit)
 
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
-// In place, for all layouts.
-template <class T, class V, int N>
-[[gnu::noinline]] int32_t factorLocal(LocalMatrix<V, N> &w, double limit)
+// A group in place, for all layouts.
+template <class T, int N>
+[[gnu::noinline]] int32_t factorLocal(LocalMatrix<GroupDouble, N> &w, double limit)
 {
-    return factor<T, V>(w, w, constant<N>, limit);
+    return factor<T, GroupDouble>(w, w, constant<N>, limit);
+}
+
+// What the rows that passed leave of an object that fails.
+template <int N, class D>
+[[gnu::noinline, gnu::cold]] void writeFailed(const LocalMatrix<double, N> &w, const D &dst,
+                                              int32_t passed)
+{
+    constexpr bool late = Exceptions::writesLate<D>(N);
+    for (int32_t i = 0; i < (late && passed < 2 ? 0 : passed + !late); ++i)
+        for (int32_t j = 0; j < (i < passed ? i + 1 : passed); ++j)
+            dst.set(i, j, typename D::Element(w(i, j)));
 }
 
 template <int N, class A, class D>
@@ -85,22 +96,18 @@ template <int N, class A, class D>
 {
     using T = typename D::Element;
     LocalMatrix<double, N> w;
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j <= i; ++j)
-            w.set(i, j, src(i, j));
-    const int32_t passed = factorLocal<T>(w, limit);
-    const auto write = [&](int32_t i, int32_t columns) {
-        for (int32_t j = 0; j < columns; ++j)
-            dst.set(i, j, T(w(i, j)));
-    };
-    constexpr bool late = Exceptions::writesLate<D>(N);
-    for (int32_t i = 0; i < (late && passed < 2 ? 0 : passed); ++i)
-        write(i, i + 1);
-    if (passed == N)
-        return zonStsOk;
-    if (!late)
-        write(passed, passed);
-    return zonStsNotPositiveDefinite;
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, i + 1>([&](auto j) ZONM_INLINED { w.set(i, j, src(i, j)); });
+    });
+    const int32_t passed = factor<T, double>(w, w, constant<N>, limit);
+    if (passed != N) {
+        writeFailed(w, dst, passed);
+        return zonStsNotPositiveDefinite;
+    }
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, i + 1>([&](auto j) ZONM_INLINED { dst.set(i, j, T(w(i, j))); });
+    });
+    return zonStsOk;
 }
 
 // Returns false, with nothing stored, if an object of the group fails.
@@ -193,7 +200,8 @@ template <class A, class D>
                 one);
         // A group reads its objects whole; where they overlap otherwise, that could be seen.
         else if (size <= largestTogether &&
-                 (areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst)))
+                 (areIndependent(Regions(count, dst), Regions(count, src), count) ||
+                  areSame(src, dst)))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

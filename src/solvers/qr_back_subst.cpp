@@ -123,9 +123,9 @@ template <class V, int N> [[gnu::noinline]] void substituteLocal(Factors<V, N> &
 template <int N, class A> ZONM_INLINED inline Factors<double, N> factorsOf(const A &a)
 {
     Factors<double, N> factors;
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j < N; ++j)
-            factors.a.set(i, j, a(i, j));
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j) ZONM_INLINED { factors.a.set(i, j, a(i, j)); });
+    });
     formScales(factors.a, factors.s);
     return factors;
 }
@@ -134,11 +134,9 @@ template <int N, class B, class D>
 ZONM_INLINED inline void solveOne(const Factors<double, N> &factors, const B &b, const D &dst)
 {
     double x[N];
-    for (int i = 0; i < N; ++i)
-        x[i] = b(i);
+    unrolled<0, N>([&](auto i) ZONM_INLINED { x[i] = b(i); });
     substitute(factors, factors, x);
-    for (int i = 0; i < N; ++i)
-        dst.set(i, typename D::Element(x[i]));
+    unrolled<0, N>([&](auto i) ZONM_INLINED { dst.set(i, typename D::Element(x[i])); });
 }
 
 template <int N, class A, class B, class D>
@@ -258,7 +256,8 @@ template <class A, class B, class D>
                       shape);
     };
     // A group reads its matrices before it writes, which could be seen where dst lies in them.
-    if (shape.height <= largestTogether && areIndependent(Regions(count, dst), Regions(count, src1), count))
+    if (shape.height <= largestTogether &&
+        areIndependent(Regions(count, dst), Regions(count, src1), count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, shape); }, one);

@@ -96,15 +96,17 @@ template <class T, class V, int N> [[gnu::noinline]] bool reflectLocal(LocalMatr
 template <int N, class A, class D> [[gnu::noinline]] ZonStatus factorOne(const A &src, const D &dst)
 {
     using T = typename D::Element;
-    copy(src, dst, {N, N});
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j) ZONM_INLINED { dst.set(i, j, src(i, j)); });
+    });
     LocalMatrix<double, N> w;
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j < N; ++j)
-            w.set(i, j, dst(i, j));
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j) ZONM_INLINED { w.set(i, j, dst(i, j)); });
+    });
     const bool passed = reflectLocal<T>(w);
-    for (int i = 0; i < N; ++i)
-        for (int j = 0; j < N; ++j)
-            dst.set(i, j, T(w(i, j)));
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto j) ZONM_INLINED { dst.set(i, j, T(w(i, j))); });
+    });
     return passed ? zonStsOk : zonStsDivByZero;
 }
 
