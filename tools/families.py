@@ -26,6 +26,33 @@ BUILT = {
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
+    "fixed_vectors": Built("graphics", {
+        "zonmAdd": "addVectors", "zonmSub": "subtractVectors", "zonmMulC": "scaleVector",
+        "zonmMin": "minimum", "zonmMax": "maximum",
+        "zonmDotProduct": "dotProduct", "zonmCrossProduct": "crossProduct",
+        "zonmLenSqr": "squaredLength", "zonmLen": "lengthOf", "zonmNormalize": "normalize",
+        "zonmInterpolationLinear": "interpolateLinearly", "zonmBaryCentric": "baryCentric",
+        "zonmHermite": "hermite", "zonmInterpolationCatmullRom": "catmullRom"}),
+    "fixed_matrices": Built("graphics", {
+        "zonmIdentity": "identity", "zonmIsIdentity": "isIdentity", "zonmTranspose": "transposeMatrix4",
+        "zonmDet": "determinant", "zonmInvert": "invertMatrix4",
+        "zonmMul": "multiplyMatrices4", "zonmMulTranspose": "multiplyTransposed",
+        "zonmScaling": "scaling", "zonmTranslation": "translation",
+        "zonmRotationX": "rotationX", "zonmRotationY": "rotationY", "zonmRotationZ": "rotationZ",
+        "zonmRotationAxis": "rotationAxis", "zonmRotationYawPitchRoll": "rotationYawPitchRoll"}),
+    "cameras": Built("graphics", {
+        f"{operation}{hand}": f"{function}<Hand::{side}>"
+        for hand, side in (("LH", "left"), ("RH", "right"))
+        for operation, function in (
+            ("zonmLookAt", "lookAt"),
+            ("zonmOrtho", "orthographic"), ("zonmOrthoOffCenter", "orthographicOffCenter"),
+            ("zonmPerspective", "perspective"), ("zonmPerspectiveOffCenter", "perspectiveOffCenter"),
+            ("zonmPerspectiveFov", "perspectiveFov"))}),
+    "transforms": Built("graphics", {
+        "zonmAffineTransform": "transform", "zonmAffineTransformCoord": "transformPoint",
+        "zonmAffineTransformNormal": "transformNormal",
+        "zonmProject": "project", "zonmUnproject": "unproject",
+        "zonmAffineTransform3DH": "transformColumns"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front

@@ -65,7 +65,47 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_v2_32f) zonmAdd_v2_32f;
+[[gnu::noinline]] decltype(::zonmAdd_v3_32f) zonmAdd_v3_32f;
+[[gnu::noinline]] decltype(::zonmAdd_v4_32f) zonmAdd_v4_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform3DH_mva_32f) zonmAffineTransform3DH_mva_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v2_32f) zonmAffineTransformCoord_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v2a_32f) zonmAffineTransformCoord_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v3_32f) zonmAffineTransformCoord_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v3a_32f) zonmAffineTransformCoord_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v2_32f) zonmAffineTransformNormal_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v2a_32f) zonmAffineTransformNormal_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v3_32f) zonmAffineTransformNormal_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v3a_32f) zonmAffineTransformNormal_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v2_32f) zonmAffineTransform_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v2a_32f) zonmAffineTransform_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v3_32f) zonmAffineTransform_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v3a_32f) zonmAffineTransform_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v4_32f) zonmAffineTransform_m4v4_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v4a_32f) zonmAffineTransform_m4v4a_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v2_32f) zonmBaryCentric_v2_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v3_32f) zonmBaryCentric_v3_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v4_32f) zonmBaryCentric_v4_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v2_32f) zonmCrossProduct_v2_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v3_32f) zonmCrossProduct_v3_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v4_32f) zonmCrossProduct_v4_32f;
+[[gnu::noinline]] decltype(::zonmDet_m4_32f) zonmDet_m4_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_v2_32f) zonmDotProduct_v2_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_v3_32f) zonmDotProduct_v3_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_v4_32f) zonmDotProduct_v4_32f;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
+[[gnu::noinline]] decltype(::zonmHermite_v2_32f) zonmHermite_v2_32f;
+[[gnu::noinline]] decltype(::zonmHermite_v3_32f) zonmHermite_v3_32f;
+[[gnu::noinline]] decltype(::zonmHermite_v4_32f) zonmHermite_v4_32f;
+[[gnu::noinline]] decltype(::zonmIdentity_m4_32f) zonmIdentity_m4_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v2_32f) zonmInterpolationCatmullRom_v2_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v3_32f) zonmInterpolationCatmullRom_v3_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v4_32f) zonmInterpolationCatmullRom_v4_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v2_32f) zonmInterpolationLinear_v2_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v3_32f) zonmInterpolationLinear_v3_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v4_32f) zonmInterpolationLinear_v4_32f;
+[[gnu::noinline]] decltype(::zonmInvert_m4_32f) zonmInvert_m4_32f;
+[[gnu::noinline]] decltype(::zonmIsIdentity_m4_32f) zonmIsIdentity_m4_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
@@ -92,6 +132,24 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f) zonmLUDecomp_ma_64f;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_L) zonmLUDecomp_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_P) zonmLUDecomp_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmLenSqr_v2_32f) zonmLenSqr_v2_32f;
+[[gnu::noinline]] decltype(::zonmLenSqr_v3_32f) zonmLenSqr_v3_32f;
+[[gnu::noinline]] decltype(::zonmLenSqr_v4_32f) zonmLenSqr_v4_32f;
+[[gnu::noinline]] decltype(::zonmLen_v2_32f) zonmLen_v2_32f;
+[[gnu::noinline]] decltype(::zonmLen_v3_32f) zonmLen_v3_32f;
+[[gnu::noinline]] decltype(::zonmLen_v4_32f) zonmLen_v4_32f;
+[[gnu::noinline]] decltype(::zonmLookAtLH_m4_32f) zonmLookAtLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmLookAtRH_m4_32f) zonmLookAtRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmMax_v2_32f) zonmMax_v2_32f;
+[[gnu::noinline]] decltype(::zonmMax_v3_32f) zonmMax_v3_32f;
+[[gnu::noinline]] decltype(::zonmMax_v4_32f) zonmMax_v4_32f;
+[[gnu::noinline]] decltype(::zonmMin_v2_32f) zonmMin_v2_32f;
+[[gnu::noinline]] decltype(::zonmMin_v3_32f) zonmMin_v3_32f;
+[[gnu::noinline]] decltype(::zonmMin_v4_32f) zonmMin_v4_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v2_32f) zonmMulC_v2_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v3_32f) zonmMulC_v3_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v4_32f) zonmMulC_v4_32f;
+[[gnu::noinline]] decltype(::zonmMulTranspose_m4_32f) zonmMulTranspose_m4_32f;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f) zonmMul_mam_32f;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f_L) zonmMul_mam_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_mam_32f_P) zonmMul_mam_32f_P;
@@ -116,6 +174,7 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mata_64f) zonmMul_mata_64f;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_L) zonmMul_mata_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_P) zonmMul_mata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mm4x4_32f) zonmMul_mm4x4_32f;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f) zonmMul_mm_32f;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f_P) zonmMul_mm_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_mm_64f) zonmMul_mm_64f;
@@ -180,6 +239,27 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_tta_64f) zonmMul_tta_64f;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_L) zonmMul_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_P) zonmMul_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmNormalize_v2_32f) zonmNormalize_v2_32f;
+[[gnu::noinline]] decltype(::zonmNormalize_v3_32f) zonmNormalize_v3_32f;
+[[gnu::noinline]] decltype(::zonmNormalize_v4_32f) zonmNormalize_v4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoLH_m4_32f) zonmOrthoLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoOffCenterLH_m4_32f) zonmOrthoOffCenterLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoOffCenterRH_m4_32f) zonmOrthoOffCenterRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoRH_m4_32f) zonmOrthoRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveFovLH_m4_32f) zonmPerspectiveFovLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveFovRH_m4_32f) zonmPerspectiveFovRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveLH_m4_32f) zonmPerspectiveLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveOffCenterLH_m4_32f) zonmPerspectiveOffCenterLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveOffCenterRH_m4_32f) zonmPerspectiveOffCenterRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveRH_m4_32f) zonmPerspectiveRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmProject_m4v3_32f) zonmProject_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmProject_m4v3a_32f) zonmProject_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmRotationAxis_v3m4_32f) zonmRotationAxis_v3m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationX_m4_32f) zonmRotationX_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationY_m4_32f) zonmRotationY_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationYawPitchRoll_m4_32f) zonmRotationYawPitchRoll_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationZ_m4_32f) zonmRotationZ_m4_32f;
+[[gnu::noinline]] decltype(::zonmScaling_m4_32f) zonmScaling_m4_32f;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f) zonmSub_mam_32f;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f_L) zonmSub_mam_32f_L;
 [[gnu::noinline]] decltype(::zonmSub_mam_32f_P) zonmSub_mam_32f_P;
@@ -268,6 +348,13 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmSub_tta_64f) zonmSub_tta_64f;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_L) zonmSub_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_P) zonmSub_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_v2_32f) zonmSub_v2_32f;
+[[gnu::noinline]] decltype(::zonmSub_v3_32f) zonmSub_v3_32f;
+[[gnu::noinline]] decltype(::zonmSub_v4_32f) zonmSub_v4_32f;
+[[gnu::noinline]] decltype(::zonmTranslation_m4_32f) zonmTranslation_m4_32f;
+[[gnu::noinline]] decltype(::zonmTranspose_m4_32f) zonmTranspose_m4_32f;
+[[gnu::noinline]] decltype(::zonmUnproject_m4v3_32f) zonmUnproject_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmUnproject_m4v3a_32f) zonmUnproject_m4v3a_32f;
 } // namespace entry
 
 struct ExportTable {
@@ -1202,9 +1289,9 @@ inline constexpr ExportTable exportTable = {
     .zonmAdd_tt_32f_P = entry::zonmAdd_tt_32f_P,
     .zonmAdd_tt_64f = entry::zonmAdd_tt_64f,
     .zonmAdd_tt_64f_P = entry::zonmAdd_tt_64f_P,
-    .zonmAdd_v2_32f = nullptr,
-    .zonmAdd_v3_32f = nullptr,
-    .zonmAdd_v4_32f = nullptr,
+    .zonmAdd_v2_32f = entry::zonmAdd_v2_32f,
+    .zonmAdd_v3_32f = entry::zonmAdd_v3_32f,
+    .zonmAdd_v4_32f = entry::zonmAdd_v4_32f,
     .zonmAdd_vac_32f = nullptr,
     .zonmAdd_vac_32f_L = nullptr,
     .zonmAdd_vac_32f_P = nullptr,
@@ -1243,24 +1330,24 @@ inline constexpr ExportTable exportTable = {
     .zonmAdd_vv_32f_P = nullptr,
     .zonmAdd_vv_64f = nullptr,
     .zonmAdd_vv_64f_P = nullptr,
-    .zonmAffineTransform3DH_mva_32f = nullptr,
-    .zonmAffineTransformCoord_m4v2_32f = nullptr,
-    .zonmAffineTransformCoord_m4v2a_32f = nullptr,
-    .zonmAffineTransformCoord_m4v3_32f = nullptr,
-    .zonmAffineTransformCoord_m4v3a_32f = nullptr,
-    .zonmAffineTransformNormal_m4v2_32f = nullptr,
-    .zonmAffineTransformNormal_m4v2a_32f = nullptr,
-    .zonmAffineTransformNormal_m4v3_32f = nullptr,
-    .zonmAffineTransformNormal_m4v3a_32f = nullptr,
-    .zonmAffineTransform_m4v2_32f = nullptr,
-    .zonmAffineTransform_m4v2a_32f = nullptr,
-    .zonmAffineTransform_m4v3_32f = nullptr,
-    .zonmAffineTransform_m4v3a_32f = nullptr,
-    .zonmAffineTransform_m4v4_32f = nullptr,
-    .zonmAffineTransform_m4v4a_32f = nullptr,
-    .zonmBaryCentric_v2_32f = nullptr,
-    .zonmBaryCentric_v3_32f = nullptr,
-    .zonmBaryCentric_v4_32f = nullptr,
+    .zonmAffineTransform3DH_mva_32f = entry::zonmAffineTransform3DH_mva_32f,
+    .zonmAffineTransformCoord_m4v2_32f = entry::zonmAffineTransformCoord_m4v2_32f,
+    .zonmAffineTransformCoord_m4v2a_32f = entry::zonmAffineTransformCoord_m4v2a_32f,
+    .zonmAffineTransformCoord_m4v3_32f = entry::zonmAffineTransformCoord_m4v3_32f,
+    .zonmAffineTransformCoord_m4v3a_32f = entry::zonmAffineTransformCoord_m4v3a_32f,
+    .zonmAffineTransformNormal_m4v2_32f = entry::zonmAffineTransformNormal_m4v2_32f,
+    .zonmAffineTransformNormal_m4v2a_32f = entry::zonmAffineTransformNormal_m4v2a_32f,
+    .zonmAffineTransformNormal_m4v3_32f = entry::zonmAffineTransformNormal_m4v3_32f,
+    .zonmAffineTransformNormal_m4v3a_32f = entry::zonmAffineTransformNormal_m4v3a_32f,
+    .zonmAffineTransform_m4v2_32f = entry::zonmAffineTransform_m4v2_32f,
+    .zonmAffineTransform_m4v2a_32f = entry::zonmAffineTransform_m4v2a_32f,
+    .zonmAffineTransform_m4v3_32f = entry::zonmAffineTransform_m4v3_32f,
+    .zonmAffineTransform_m4v3a_32f = entry::zonmAffineTransform_m4v3a_32f,
+    .zonmAffineTransform_m4v4_32f = entry::zonmAffineTransform_m4v4_32f,
+    .zonmAffineTransform_m4v4a_32f = entry::zonmAffineTransform_m4v4a_32f,
+    .zonmBaryCentric_v2_32f = entry::zonmBaryCentric_v2_32f,
+    .zonmBaryCentric_v3_32f = entry::zonmBaryCentric_v3_32f,
+    .zonmBaryCentric_v4_32f = entry::zonmBaryCentric_v4_32f,
     .zonmCholeskyBackSubst_mava_32f = nullptr,
     .zonmCholeskyBackSubst_mava_32f_L = nullptr,
     .zonmCholeskyBackSubst_mava_32f_P = nullptr,
@@ -1323,9 +1410,9 @@ inline constexpr ExportTable exportTable = {
     .zonmCopy_va_64f_SL = nullptr,
     .zonmCopy_va_64f_SP = nullptr,
     .zonmCopy_va_64f_SS = nullptr,
-    .zonmCrossProduct_v2_32f = nullptr,
-    .zonmCrossProduct_v3_32f = nullptr,
-    .zonmCrossProduct_v4_32f = nullptr,
+    .zonmCrossProduct_v2_32f = entry::zonmCrossProduct_v2_32f,
+    .zonmCrossProduct_v3_32f = entry::zonmCrossProduct_v3_32f,
+    .zonmCrossProduct_v4_32f = entry::zonmCrossProduct_v4_32f,
     .zonmCrossProduct_vav_32f = nullptr,
     .zonmCrossProduct_vav_32f_L = nullptr,
     .zonmCrossProduct_vav_32f_P = nullptr,
@@ -1348,7 +1435,7 @@ inline constexpr ExportTable exportTable = {
     .zonmCrossProduct_vva_64f = nullptr,
     .zonmCrossProduct_vva_64f_L = nullptr,
     .zonmCrossProduct_vva_64f_P = nullptr,
-    .zonmDet_m4_32f = nullptr,
+    .zonmDet_m4_32f = entry::zonmDet_m4_32f,
     .zonmDet_m_32f = nullptr,
     .zonmDet_m_32f_P = nullptr,
     .zonmDet_m_64f = nullptr,
@@ -1359,9 +1446,9 @@ inline constexpr ExportTable exportTable = {
     .zonmDet_ma_64f = nullptr,
     .zonmDet_ma_64f_L = nullptr,
     .zonmDet_ma_64f_P = nullptr,
-    .zonmDotProduct_v2_32f = nullptr,
-    .zonmDotProduct_v3_32f = nullptr,
-    .zonmDotProduct_v4_32f = nullptr,
+    .zonmDotProduct_v2_32f = entry::zonmDotProduct_v2_32f,
+    .zonmDotProduct_v3_32f = entry::zonmDotProduct_v3_32f,
+    .zonmDotProduct_v4_32f = entry::zonmDotProduct_v4_32f,
     .zonmDotProduct_vav_32f = nullptr,
     .zonmDotProduct_vav_32f_L = nullptr,
     .zonmDotProduct_vav_32f_P = nullptr,
@@ -1499,17 +1586,17 @@ inline constexpr ExportTable exportTable = {
     .zonmGaxpy_mvav_64f_L = nullptr,
     .zonmGaxpy_mvav_64f_P = nullptr,
     .zonmGetLibVersion = entry::zonmGetLibVersion,
-    .zonmHermite_v2_32f = nullptr,
-    .zonmHermite_v3_32f = nullptr,
-    .zonmHermite_v4_32f = nullptr,
-    .zonmIdentity_m4_32f = nullptr,
-    .zonmInterpolationCatmullRom_v2_32f = nullptr,
-    .zonmInterpolationCatmullRom_v3_32f = nullptr,
-    .zonmInterpolationCatmullRom_v4_32f = nullptr,
-    .zonmInterpolationLinear_v2_32f = nullptr,
-    .zonmInterpolationLinear_v3_32f = nullptr,
-    .zonmInterpolationLinear_v4_32f = nullptr,
-    .zonmInvert_m4_32f = nullptr,
+    .zonmHermite_v2_32f = entry::zonmHermite_v2_32f,
+    .zonmHermite_v3_32f = entry::zonmHermite_v3_32f,
+    .zonmHermite_v4_32f = entry::zonmHermite_v4_32f,
+    .zonmIdentity_m4_32f = entry::zonmIdentity_m4_32f,
+    .zonmInterpolationCatmullRom_v2_32f = entry::zonmInterpolationCatmullRom_v2_32f,
+    .zonmInterpolationCatmullRom_v3_32f = entry::zonmInterpolationCatmullRom_v3_32f,
+    .zonmInterpolationCatmullRom_v4_32f = entry::zonmInterpolationCatmullRom_v4_32f,
+    .zonmInterpolationLinear_v2_32f = entry::zonmInterpolationLinear_v2_32f,
+    .zonmInterpolationLinear_v3_32f = entry::zonmInterpolationLinear_v3_32f,
+    .zonmInterpolationLinear_v4_32f = entry::zonmInterpolationLinear_v4_32f,
+    .zonmInvert_m4_32f = entry::zonmInvert_m4_32f,
     .zonmInvert_m_32f = nullptr,
     .zonmInvert_m_32f_P = nullptr,
     .zonmInvert_m_64f = nullptr,
@@ -1520,7 +1607,7 @@ inline constexpr ExportTable exportTable = {
     .zonmInvert_ma_64f = nullptr,
     .zonmInvert_ma_64f_L = nullptr,
     .zonmInvert_ma_64f_P = nullptr,
-    .zonmIsIdentity_m4_32f = nullptr,
+    .zonmIsIdentity_m4_32f = entry::zonmIsIdentity_m4_32f,
     .zonmL2Norm_v_32f = nullptr,
     .zonmL2Norm_v_32f_P = nullptr,
     .zonmL2Norm_v_64f = nullptr,
@@ -1573,30 +1660,30 @@ inline constexpr ExportTable exportTable = {
     .zonmLUDecomp_ma_64f = entry::zonmLUDecomp_ma_64f,
     .zonmLUDecomp_ma_64f_L = entry::zonmLUDecomp_ma_64f_L,
     .zonmLUDecomp_ma_64f_P = entry::zonmLUDecomp_ma_64f_P,
-    .zonmLenSqr_v2_32f = nullptr,
-    .zonmLenSqr_v3_32f = nullptr,
-    .zonmLenSqr_v4_32f = nullptr,
-    .zonmLen_v2_32f = nullptr,
-    .zonmLen_v3_32f = nullptr,
-    .zonmLen_v4_32f = nullptr,
+    .zonmLenSqr_v2_32f = entry::zonmLenSqr_v2_32f,
+    .zonmLenSqr_v3_32f = entry::zonmLenSqr_v3_32f,
+    .zonmLenSqr_v4_32f = entry::zonmLenSqr_v4_32f,
+    .zonmLen_v2_32f = entry::zonmLen_v2_32f,
+    .zonmLen_v3_32f = entry::zonmLen_v3_32f,
+    .zonmLen_v4_32f = entry::zonmLen_v4_32f,
     .zonmLoadIdentity_ma_32f = nullptr,
     .zonmLoadIdentity_ma_32f_L = nullptr,
     .zonmLoadIdentity_ma_32f_P = nullptr,
     .zonmLoadIdentity_ma_64f = nullptr,
     .zonmLoadIdentity_ma_64f_L = nullptr,
     .zonmLoadIdentity_ma_64f_P = nullptr,
-    .zonmLookAtLH_m4_32f = nullptr,
-    .zonmLookAtRH_m4_32f = nullptr,
-    .zonmMax_v2_32f = nullptr,
-    .zonmMax_v3_32f = nullptr,
-    .zonmMax_v4_32f = nullptr,
-    .zonmMin_v2_32f = nullptr,
-    .zonmMin_v3_32f = nullptr,
-    .zonmMin_v4_32f = nullptr,
-    .zonmMulC_v2_32f = nullptr,
-    .zonmMulC_v3_32f = nullptr,
-    .zonmMulC_v4_32f = nullptr,
-    .zonmMulTranspose_m4_32f = nullptr,
+    .zonmLookAtLH_m4_32f = entry::zonmLookAtLH_m4_32f,
+    .zonmLookAtRH_m4_32f = entry::zonmLookAtRH_m4_32f,
+    .zonmMax_v2_32f = entry::zonmMax_v2_32f,
+    .zonmMax_v3_32f = entry::zonmMax_v3_32f,
+    .zonmMax_v4_32f = entry::zonmMax_v4_32f,
+    .zonmMin_v2_32f = entry::zonmMin_v2_32f,
+    .zonmMin_v3_32f = entry::zonmMin_v3_32f,
+    .zonmMin_v4_32f = entry::zonmMin_v4_32f,
+    .zonmMulC_v2_32f = entry::zonmMulC_v2_32f,
+    .zonmMulC_v3_32f = entry::zonmMulC_v3_32f,
+    .zonmMulC_v4_32f = entry::zonmMulC_v4_32f,
+    .zonmMulTranspose_m4_32f = entry::zonmMulTranspose_m4_32f,
     .zonmMul_mac_32f = nullptr,
     .zonmMul_mac_32f_L = nullptr,
     .zonmMul_mac_32f_P = nullptr,
@@ -1643,7 +1730,7 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mc_32f_P = nullptr,
     .zonmMul_mc_64f = nullptr,
     .zonmMul_mc_64f_P = nullptr,
-    .zonmMul_mm4x4_32f = nullptr,
+    .zonmMul_mm4x4_32f = entry::zonmMul_mm4x4_32f,
     .zonmMul_mm_32f = entry::zonmMul_mm_32f,
     .zonmMul_mm_32f_P = entry::zonmMul_mm_32f_P,
     .zonmMul_mm_64f = entry::zonmMul_mm_64f,
@@ -1772,21 +1859,21 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_vca_64f = nullptr,
     .zonmMul_vca_64f_L = nullptr,
     .zonmMul_vca_64f_P = nullptr,
-    .zonmNormalize_v2_32f = nullptr,
-    .zonmNormalize_v3_32f = nullptr,
-    .zonmNormalize_v4_32f = nullptr,
-    .zonmOrthoLH_m4_32f = nullptr,
-    .zonmOrthoOffCenterLH_m4_32f = nullptr,
-    .zonmOrthoOffCenterRH_m4_32f = nullptr,
-    .zonmOrthoRH_m4_32f = nullptr,
-    .zonmPerspectiveFovLH_m4_32f = nullptr,
-    .zonmPerspectiveFovRH_m4_32f = nullptr,
-    .zonmPerspectiveLH_m4_32f = nullptr,
-    .zonmPerspectiveOffCenterLH_m4_32f = nullptr,
-    .zonmPerspectiveOffCenterRH_m4_32f = nullptr,
-    .zonmPerspectiveRH_m4_32f = nullptr,
-    .zonmProject_m4v3_32f = nullptr,
-    .zonmProject_m4v3a_32f = nullptr,
+    .zonmNormalize_v2_32f = entry::zonmNormalize_v2_32f,
+    .zonmNormalize_v3_32f = entry::zonmNormalize_v3_32f,
+    .zonmNormalize_v4_32f = entry::zonmNormalize_v4_32f,
+    .zonmOrthoLH_m4_32f = entry::zonmOrthoLH_m4_32f,
+    .zonmOrthoOffCenterLH_m4_32f = entry::zonmOrthoOffCenterLH_m4_32f,
+    .zonmOrthoOffCenterRH_m4_32f = entry::zonmOrthoOffCenterRH_m4_32f,
+    .zonmOrthoRH_m4_32f = entry::zonmOrthoRH_m4_32f,
+    .zonmPerspectiveFovLH_m4_32f = entry::zonmPerspectiveFovLH_m4_32f,
+    .zonmPerspectiveFovRH_m4_32f = entry::zonmPerspectiveFovRH_m4_32f,
+    .zonmPerspectiveLH_m4_32f = entry::zonmPerspectiveLH_m4_32f,
+    .zonmPerspectiveOffCenterLH_m4_32f = entry::zonmPerspectiveOffCenterLH_m4_32f,
+    .zonmPerspectiveOffCenterRH_m4_32f = entry::zonmPerspectiveOffCenterRH_m4_32f,
+    .zonmPerspectiveRH_m4_32f = entry::zonmPerspectiveRH_m4_32f,
+    .zonmProject_m4v3_32f = entry::zonmProject_m4v3_32f,
+    .zonmProject_m4v3a_32f = entry::zonmProject_m4v3a_32f,
     .zonmQRBackSubst_mava_32f = nullptr,
     .zonmQRBackSubst_mava_32f_L = nullptr,
     .zonmQRBackSubst_mava_32f_P = nullptr,
@@ -1813,11 +1900,11 @@ inline constexpr ExportTable exportTable = {
     .zonmQRDecomp_ma_64f = nullptr,
     .zonmQRDecomp_ma_64f_L = nullptr,
     .zonmQRDecomp_ma_64f_P = nullptr,
-    .zonmRotationAxis_v3m4_32f = nullptr,
-    .zonmRotationX_m4_32f = nullptr,
-    .zonmRotationY_m4_32f = nullptr,
-    .zonmRotationYawPitchRoll_m4_32f = nullptr,
-    .zonmRotationZ_m4_32f = nullptr,
+    .zonmRotationAxis_v3m4_32f = entry::zonmRotationAxis_v3m4_32f,
+    .zonmRotationX_m4_32f = entry::zonmRotationX_m4_32f,
+    .zonmRotationY_m4_32f = entry::zonmRotationY_m4_32f,
+    .zonmRotationYawPitchRoll_m4_32f = entry::zonmRotationYawPitchRoll_m4_32f,
+    .zonmRotationZ_m4_32f = entry::zonmRotationZ_m4_32f,
     .zonmSaxpy_vav_32f = nullptr,
     .zonmSaxpy_vav_32f_L = nullptr,
     .zonmSaxpy_vav_32f_P = nullptr,
@@ -1840,7 +1927,7 @@ inline constexpr ExportTable exportTable = {
     .zonmSaxpy_vva_64f = nullptr,
     .zonmSaxpy_vva_64f_L = nullptr,
     .zonmSaxpy_vva_64f_P = nullptr,
-    .zonmScaling_m4_32f = nullptr,
+    .zonmScaling_m4_32f = entry::zonmScaling_m4_32f,
     .zonmSub_cav_32f = nullptr,
     .zonmSub_cav_32f_L = nullptr,
     .zonmSub_cav_32f_P = nullptr,
@@ -1951,9 +2038,9 @@ inline constexpr ExportTable exportTable = {
     .zonmSub_tta_64f = entry::zonmSub_tta_64f,
     .zonmSub_tta_64f_L = entry::zonmSub_tta_64f_L,
     .zonmSub_tta_64f_P = entry::zonmSub_tta_64f_P,
-    .zonmSub_v2_32f = nullptr,
-    .zonmSub_v3_32f = nullptr,
-    .zonmSub_v4_32f = nullptr,
+    .zonmSub_v2_32f = entry::zonmSub_v2_32f,
+    .zonmSub_v3_32f = entry::zonmSub_v3_32f,
+    .zonmSub_v4_32f = entry::zonmSub_v4_32f,
     .zonmSub_vac_32f = nullptr,
     .zonmSub_vac_32f_L = nullptr,
     .zonmSub_vac_32f_P = nullptr,
@@ -2008,8 +2095,8 @@ inline constexpr ExportTable exportTable = {
     .zonmTrace_ma_64f = nullptr,
     .zonmTrace_ma_64f_L = nullptr,
     .zonmTrace_ma_64f_P = nullptr,
-    .zonmTranslation_m4_32f = nullptr,
-    .zonmTranspose_m4_32f = nullptr,
+    .zonmTranslation_m4_32f = entry::zonmTranslation_m4_32f,
+    .zonmTranspose_m4_32f = entry::zonmTranspose_m4_32f,
     .zonmTranspose_m_32f = nullptr,
     .zonmTranspose_m_32f_P = nullptr,
     .zonmTranspose_m_64f = nullptr,
@@ -2020,8 +2107,8 @@ inline constexpr ExportTable exportTable = {
     .zonmTranspose_ma_64f = nullptr,
     .zonmTranspose_ma_64f_L = nullptr,
     .zonmTranspose_ma_64f_P = nullptr,
-    .zonmUnproject_m4v3_32f = nullptr,
-    .zonmUnproject_m4v3a_32f = nullptr,
+    .zonmUnproject_m4v3_32f = entry::zonmUnproject_m4v3_32f,
+    .zonmUnproject_m4v3a_32f = entry::zonmUnproject_m4v3a_32f,
 };
 
 } // namespace zonm

@@ -1,0 +1,289 @@
+// SPDX-License-Identifier: Apache-2.0
+// 4x4 matrices: tests, products, determinant, inverse, and those of scalings, translations and
+// rotations. dst may be src in the inverse; the products and the transposition store each element
+// before they read the sources for the next.
+#include "frame/checks.hpp"
+#include "frame/generated/export_table.hpp"
+#include "graphics/matrix4.hpp"
+
+namespace zonm
+{
+
+// Inverse --------------------------------------------------------------------------------------
+
+namespace
+{
+
+// A column of a matrix, rows in pairs.
+struct Column {
+    Pair rows[2];
+
+    ZONM_INLINED double operator[](int r) const { return rows[r / 2][r % 2]; }
+};
+
+// Clears a column but for row K: this = this - f * q, where q is what row K becomes.
+template <int K> ZONM_INLINED inline void eliminate(Column &column, const Column &f, double q)
+{
+    const Pair factor = inAllLanes<2>(q);
+    unrolled<0, 2>([&](auto h) ZONM_INLINED {
+        column.rows[h] = rounded<float, 2>(column.rows[h] - factor * f.rows[h]);
+    });
+    column.rows[K / 2][K % 2] = q;
+}
+
+template <int K>
+ZONM_INLINED inline bool eliminationStep(Column *a, Column *b, int *perm, double &d)
+{
+    constexpr double limit = 1.430511474609375e-06;
+
+    int winner = K;
+    double largest = std::fabs(a[perm[K]][K]);
+    unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
+        const double candidate = std::fabs(a[perm[j]][K]);
+        winner = candidate > largest ? int(j) : winner;
+        largest = candidate > largest ? candidate : largest;
+    });
+    if (largest < limit)
+        return false;
+    std::swap(perm[K], perm[winner]);
+
+    const Column f = a[perm[K]];
+    const double p = f[K];
+    d = d * p;
+    const auto divided = [p](double x, double y) ZONM_INLINED {
+        return rounded<float, 2>(Pair{x, y} / inAllLanes<2>(p));
+    };
+    // The pivot column and those before it are not looked at again.
+    if constexpr (K < 2) {
+        const Pair q = divided(a[perm[K + 1]][K], a[perm[K + 2]][K]);
+        eliminate<K>(a[perm[K + 1]], f, q[0]);
+        eliminate<K>(a[perm[K + 2]], f, q[1]);
+    }
+    if constexpr (K == 0 || K == 2)
+        eliminate<K>(a[perm[3]], f, divided(a[perm[3]][K], 0)[0]);
+    const Pair q = divided(b[0][K], b[1][K]), q2 = divided(b[2][K], b[3][K]);
+    eliminate<K>(b[0], f, q[0]);
+    eliminate<K>(b[1], f, q[1]);
+    eliminate<K>(b[2], f, q2[0]);
+    eliminate<K>(b[3], f, q2[1]);
+    return true;
+}
+
+} // namespace
+
+bool invert(const Matrix4 &source, Matrix4 &inverse, double *det)
+{
+    Column a[4], b[4];
+    unrolled<0, 4>([&](auto c) ZONM_INLINED {
+        unrolled<0, 2>([&](auto h) ZONM_INLINED {
+            a[c].rows[h] = Pair{source(2 * h, c), source(2 * h + 1, c)};
+            b[c].rows[h] = Pair{double(2 * h == c), double(2 * h + 1 == c)};
+        });
+    });
+    int perm[4] = {0, 1, 2, 3};
+    double d = 1;
+    if (!eliminationStep<0>(a, b, perm, d) || !eliminationStep<1>(a, b, perm, d) ||
+        !eliminationStep<2>(a, b, perm, d) || !eliminationStep<3>(a, b, perm, d))
+        return false;
+    unrolled<0, 4>([&](auto r) ZONM_INLINED {
+        inverse.row[perm[r]] = {Pair{b[0][r], b[1][r]}, Pair{b[2][r], b[3][r]}};
+    });
+    if (det) {
+        bool odd = false;
+        for (int i = 0; i < 4; ++i)
+            for (int j = i + 1; j < 4; ++j)
+                if (perm[j] == i) {
+                    std::swap(perm[j], perm[i]);
+                    odd = !odd;
+                }
+        *det = odd ? -d : d;
+    }
+    return true;
+}
+
+namespace
+{
+
+ZonStatus invertMatrix4(const float *src, float *det, float *dst)
+{
+    Matrix4 inverse;
+    double d = 0;
+    const bool regular = invert(loadMatrix(src), inverse, det ? &d : nullptr);
+    if (regular)
+        storeMatrix(dst, inverse);
+    if (det)
+        setElement(det, 0, d);
+    return regular ? zonStsOk : zonStsSingular;
+}
+
+// Identity, transposition ----------------------------------------------------------------------
+
+ZonStatus identity(float *dst)
+{
+    for (int e = 0; e < 16; ++e)
+        setElement(dst, e, e % 5 == 0);
+    return zonStsOk;
+}
+
+ZonStatus isIdentity(const float *src, int32_t *dst)
+{
+    bool same = true;
+    for (int e = 0; e < 16; ++e)
+        same &= element(src, e) == (e % 5 == 0);
+    store<int32_t>(bytes(dst), same);
+    return zonStsOk;
+}
+
+// Bits are copied, also those of a NaN.
+ZonStatus transposeMatrix4(const float *src, float *dst)
+{
+    const auto at = [](int e) { return e * ptrdiff_t(sizeof(float)); };
+    unrolled<0, 16>([&](auto e) ZONM_INLINED {
+        store(bytes(dst) + at(e), load<std::uint32_t>(bytes(src) + at(e % 4 * 4 + e / 4)));
+    });
+    return zonStsOk;
+}
+
+// Products -------------------------------------------------------------------------------------
+
+// One element, its sources read anew.
+ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int r, int c)
+{
+    const auto term = [=](int k) ZONM_INLINED {
+        return element(a, 4 * r + k) * element(b, 4 * k + c);
+    };
+    return ((term(0) + term(1)) + term(2)) + term(3);
+}
+
+[[gnu::noinline]] void multiplyInOrder(const float *a, const float *b, float *dst, int rowStep,
+                                       int columnStep)
+{
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c)
+            setElement(dst, r * rowStep + c * columnStep, elementOfProduct(a, b, r, c));
+}
+
+ZONM_INLINED inline bool apart(const float *dst, const float *a, const float *b)
+{
+    return !meet(Range(dst, 16), Range(a, 16)) && !meet(Range(dst, 16), Range(b, 16));
+}
+
+ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
+{
+    if (!apart(dst, src1, src2)) {
+        multiplyInOrder(src1, src2, dst, 4, 1);
+        return zonStsOk;
+    }
+    const Matrix4 b = loadMatrix(src2);
+    unrolled<0, 4>([&](auto r) ZONM_INLINED {
+        storeNumbers(dst + 4 * r, rowOfProduct(loadNumbers<4>(src1 + 4 * r), b));
+    });
+    return zonStsOk;
+}
+
+ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
+{
+    if (!apart(dst, src1, src2)) {
+        multiplyInOrder(src1, src2, dst, 1, 4);
+        return zonStsOk;
+    }
+    const Matrix4 b = loadMatrix(src2);
+    unrolled<0, 4>([&](auto r) ZONM_INLINED {
+        const auto row = rowOfProduct(loadNumbers<4>(src1 + 4 * r), b);
+        unrolled<0, 4>([&](auto c) ZONM_INLINED { setElement(dst, 4 * c + r, row[c]); });
+    });
+    return zonStsOk;
+}
+
+// Determinant ----------------------------------------------------------------------------------
+
+// The expansion along row 0. Of the minors of rows 2 and 3, those of neighbouring columns and two
+// more are rounded.
+ZonStatus determinant(const float *src, float *dst)
+{
+    const auto m = [=](int e) ZONM_INLINED { return element(src, e); };
+    const double s0 = float(m(10) * m(15) - m(11) * m(14));
+    const double s1 = float(m(15) * m(9) - m(11) * m(13));
+    const double s2 = float(m(14) * m(9) - m(10) * m(13));
+    const double s3 = float(m(13) * m(8) - m(9) * m(12));
+    const double u = m(15) * m(8) - m(11) * m(12);
+    const double w = m(14) * m(8) - m(10) * m(12);
+    setElement(dst, 0,
+               ((((m(5) * s0 - m(6) * s1) + m(7) * s2) * m(0) -
+                 ((s0 * m(4) - m(6) * u) + m(7) * w) * m(1)) +
+                ((s1 * m(4) - u * m(5)) + m(7) * s3) * m(2)) -
+                   ((m(4) * s2 - m(5) * w) + s3 * m(6)) * m(3));
+    return zonStsOk;
+}
+
+// Scaling, translation, rotation ---------------------------------------------------------------
+
+// All sixteen elements are rounded and stored in order.
+ZonStatus fill(float *dst, const double (&m)[4][4])
+{
+    unrolled<0, 16>([&](auto e) ZONM_INLINED { setElement(dst, e, m[e / 4][e % 4]); });
+    return zonStsOk;
+}
+
+ZonStatus scaling(float sx, float sy, float sz, float *dst)
+{
+    return fill(dst, {{sx}, {0, sy}, {0, 0, sz}, {0, 0, 0, 1}});
+}
+
+ZonStatus translation(float tx, float ty, float tz, float *dst)
+{
+    return fill(dst, {{1}, {0, 1}, {0, 0, 1}, {tx, ty, tz, 1}});
+}
+
+// What the platform's functions give for an angle.
+struct Turn {
+    double s, c;
+
+    explicit Turn(double angle) : s(std::sin(angle)), c(std::cos(angle)) {}
+};
+
+ZonStatus rotationX(float angle, float *dst)
+{
+    const auto [s, c] = Turn(angle);
+    return fill(dst, {{1}, {0, c, s}, {0, -s, c}, {0, 0, 0, 1}});
+}
+
+ZonStatus rotationY(float angle, float *dst)
+{
+    const auto [s, c] = Turn(angle);
+    return fill(dst, {{c, 0, -s}, {0, 1}, {s, 0, c}, {0, 0, 0, 1}});
+}
+
+ZonStatus rotationZ(float angle, float *dst)
+{
+    const auto [s, c] = Turn(angle);
+    return fill(dst, {{c, s}, {-s, c}, {0, 0, 1}, {0, 0, 0, 1}});
+}
+
+ZonStatus rotationAxis(const float *axis, float angle, float *dst)
+{
+    const auto n = normalized(loadNumbers<3>(axis));
+    const double x = n[0], y = n[1], z = n[2];
+    const auto [s, c] = Turn(angle);
+    const double t = 1 - c;
+    return fill(dst, {{c + (t * x) * x, (t * y) * x + z * s, (t * z) * x - s * y},
+                      {(t * x) * y - z * s, (t * y) * y + c, y * (t * z) + s * x},
+                      {s * y + (t * x) * z, (t * y) * z - s * x, z * (t * z) + c},
+                      {0, 0, 0, 1}});
+}
+
+ZonStatus rotationYawPitchRoll(float yaw, float pitch, float roll, float *dst)
+{
+    const auto [sy, cy] = Turn(yaw);
+    const auto [sp, cp] = Turn(pitch);
+    const auto [sr, cr] = Turn(roll);
+    return fill(dst, {{sr * (sy * sp) + cy * cr, sr * cp, sr * (sp * cy) - sy * cr},
+                      {(sy * sp) * cr - cy * sr, cp * cr, sy * sr + cr * (sp * cy)},
+                      {sy * cp, -sp, cy * cp},
+                      {0, 0, 0, 1}});
+}
+
+} // namespace
+} // namespace zonm
+
+#include "graphics/generated/fixed_matrices.inc"
