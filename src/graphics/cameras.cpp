@@ -15,8 +15,7 @@ enum class Hand { left, right };
 // View -----------------------------------------------------------------------------------------
 
 // Each vector on the way is one of 32f elements.
-template <Hand H>
-ZonStatus lookAt(const float *eye, const float *at, const float *up, float *dst)
+template <Hand H> ZonStatus lookAt(const float *eye, const float *at, const float *up, float *dst)
 {
     const auto from = loadNumbers<3>(eye), to = loadNumbers<3>(at);
     const auto z = rounded(normalized(rounded(H == Hand::left ? to - from : from - to)));
@@ -46,8 +45,8 @@ struct Projection {
 
 ZonStatus storeOrthographic(float *dst, const Projection &p)
 {
-    const double cells[16] = {p.scaleX, 0, 0, 0, 0, p.scaleY, 0, 0,
-                              0, 0, p.scaleZ, 0, p.offsetX, p.offsetY, p.offsetZ, 1};
+    const double cells[16] = {p.scaleX, 0, 0,        0, 0,         p.scaleY,  0,         0,
+                              0,        0, p.scaleZ, 0, p.offsetX, p.offsetY, p.offsetZ, 1};
     unrolled<0, 16>([&](auto e) ZONM_INLINED { setElement(dst, e, cells[e]); });
     return zonStsOk;
 }
@@ -55,8 +54,8 @@ ZonStatus storeOrthographic(float *dst, const Projection &p)
 template <Hand H> ZonStatus storePerspective(float *dst, const Projection &p)
 {
     const double w = H == Hand::left ? 1 : -1;
-    const double cells[16] = {p.scaleX, 0, 0, 0, 0, p.scaleY, 0, 0,
-                              p.offsetX, p.offsetY, p.scaleZ, w, 0, 0, p.offsetZ, 0};
+    const double cells[16] = {p.scaleX,  0,         0,        0, 0, p.scaleY, 0,         0,
+                              p.offsetX, p.offsetY, p.scaleZ, w, 0, 0,        p.offsetZ, 0};
     unrolled<0, 16>([&](auto e) ZONM_INLINED { setElement(dst, e, cells[e]); });
     return zonStsOk;
 }
@@ -67,7 +66,8 @@ template <Hand H> ZONM_INLINED inline double depthScale(double numerator, double
 {
     return numerator / (H == Hand::left ? zFar - zNear : zNear - zFar);
 }
-template <Hand H> ZONM_INLINED inline double depthOffset(double numerator, double zNear, double zFar)
+template <Hand H>
+ZONM_INLINED inline double depthOffset(double numerator, double zNear, double zFar)
 {
     return numerator / (H == Hand::left ? -(zFar - zNear) : zNear - zFar);
 }
@@ -81,19 +81,19 @@ ZONM_INLINED inline double oppositeCenter(double low, double high)
 template <Hand H>
 ZonStatus orthographic(float width, float height, float zNear, float zFar, float *dst)
 {
-    return storeOrthographic(dst, {2 / double(width), 2 / double(height),
-                                   depthScale<H>(1, zNear, zFar), 0, 0,
-                                   depthOffset<H>(zNear, zNear, zFar)});
+    return storeOrthographic(dst,
+                             {2 / double(width), 2 / double(height), depthScale<H>(1, zNear, zFar),
+                              0, 0, depthOffset<H>(zNear, zNear, zFar)});
 }
 
 template <Hand H>
 ZonStatus orthographicOffCenter(float left, float right, float bottom, float top, float zNear,
                                 float zFar, float *dst)
 {
-    return storeOrthographic(
-        dst, {2 / (double(right) - left), 2 / (double(top) - bottom),
-              depthScale<H>(1, zNear, zFar), oppositeCenter(left, right),
-              oppositeCenter(bottom, top), depthOffset<H>(zNear, zNear, zFar)});
+    return storeOrthographic(dst,
+                             {2 / (double(right) - left), 2 / (double(top) - bottom),
+                              depthScale<H>(1, zNear, zFar), oppositeCenter(left, right),
+                              oppositeCenter(bottom, top), depthOffset<H>(zNear, zNear, zFar)});
 }
 
 template <Hand H>
@@ -120,8 +120,8 @@ ZonStatus perspectiveFov(float fovY, float aspect, float zNear, float zFar, floa
 {
     const double h = fovY * 0.5, c = std::cos(h) / std::sin(h);
     const double n = zNear, f = zFar;
-    return storePerspective<H>(dst, {c / aspect, c, depthScale<H>(f, n, f), 0, 0,
-                                     depthOffset<H>(f * n, n, f)});
+    return storePerspective<H>(
+        dst, {c / aspect, c, depthScale<H>(f, n, f), 0, 0, depthOffset<H>(f * n, n, f)});
 }
 
 } // namespace

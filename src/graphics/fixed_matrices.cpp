@@ -149,9 +149,8 @@ ZonStatus transposeMatrix4(const float *src, float *dst)
 // One element, its sources read anew.
 ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int r, int c)
 {
-    const auto term = [=](int k) ZONM_INLINED {
-        return element(a, 4 * r + k) * element(b, 4 * k + c);
-    };
+    const auto term = [=](int k)
+                          ZONM_INLINED { return element(a, 4 * r + k) * element(b, 4 * k + c); };
     return ((term(0) + term(1)) + term(2)) + term(3);
 }
 

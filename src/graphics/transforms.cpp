@@ -214,7 +214,7 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
     if (matrixWritten) { // the matrices count as they are when each vector's turn comes
         for (ptrdiff_t k = 0; k < count; ++k)
             project(proj, view, world, vectorAt(src, srcStride0, k), width, height, zMin, zMax,
-                       vectorAt(dst, dstStride0, k));
+                    vectorAt(dst, dstStride0, k));
         return zonStsOk;
     }
     const Scene scene = {loadMatrix(proj), loadMatrix(view), loadMatrix(world)};
@@ -231,9 +231,8 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
 ZONM_INLINED inline Numbers<3> normalizedCoordinates(const Numbers<3> &point, const Viewport &v,
                                                      double depth)
 {
-    return rounded(Numbers<3>{
-        Pair{(2 * point[0]) / v.width - 1, 1 + (-2 * point[1]) / v.height},
-        Pair{(point[2] - v.zMin) / depth, 0}});
+    return rounded(Numbers<3>{Pair{(2 * point[0]) / v.width - 1, 1 + (-2 * point[1]) / v.height},
+                              Pair{(point[2] - v.zMin) / depth, 0}});
 }
 
 bool invertScene(const float *proj, const float *view, const float *world, Matrix4 &inverse)
@@ -266,8 +265,8 @@ ZonStatus unproject(const float *proj, const float *view, const float *world, co
     const Viewport viewport = {width, height, zMin, zMax};
     const float depth = float(viewport.zMax - viewport.zMin);
     for (ptrdiff_t k = 0; k < count; ++k) {
-        const auto point = normalizedCoordinates(loadNumbers<3>(vectorAt(src, srcStride0, k)),
-                                                 viewport, depth);
+        const auto point =
+            normalizedCoordinates(loadNumbers<3>(vectorAt(src, srcStride0, k)), viewport, depth);
         storeNumbers(vectorAt(dst, dstStride0, k), transformedPoint(inverse, point));
     }
     return zonStsOk;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Formulas on vectors of fixed length. Elements are widened as they are read and rounded as they are
-// stored; in between, numbers stand two to a register.
+// Formulas on vectors of fixed length. Elements are widened as they are read and rounded as they
+// are stored; in between, numbers stand two to a register.
 #pragma once
 
 #include "frame/packs.hpp"
@@ -93,8 +93,8 @@ template <int N> ZONM_INLINED inline void storeNumbers(float *p, const Numbers<N
 // What elements hold after the numbers are stored to them.
 template <int N> ZONM_INLINED inline Numbers<N> rounded(Numbers<N> v)
 {
-    unrolled<0, Numbers<N>::pairs>(
-        [&](auto h) ZONM_INLINED { v.pair[h] = rounded<float, 2>(v.pair[h]); });
+    unrolled<0, Numbers<N>::pairs>([&](auto h)
+                                       ZONM_INLINED { v.pair[h] = rounded<float, 2>(v.pair[h]); });
     return v;
 }
 
@@ -111,8 +111,8 @@ template <int M, int N> ZONM_INLINED inline Numbers<M> firstOf(const Numbers<N> 
 template <int N> ZONM_INLINED inline double dot(const Numbers<N> &a, const Numbers<N> &b)
 {
     Numbers<N> products;
-    unrolled<0, Numbers<N>::pairs>(
-        [&](auto h) ZONM_INLINED { products.pair[h] = a.pair[h] * b.pair[h]; });
+    unrolled<0, Numbers<N>::pairs>([&](auto h)
+                                       ZONM_INLINED { products.pair[h] = a.pair[h] * b.pair[h]; });
     double sum = products[0];
     unrolled<1, N>([&](auto i) ZONM_INLINED { sum = sum + products[i]; });
     return sum;
