@@ -2,19 +2,22 @@
 set(ZONM_ARCH "" CACHE STRING
   "Processor to compile for, as -march takes it (x86-64-v3, native); empty for the platform's baseline")
 
-set(ZONM_SOURCES
-  src/elementwise/matrix_sums.cpp
-  src/frame/attach.cpp
-  src/frame/generated/exports.cpp
-  src/frame/version.cpp
-  src/products/matrix_product.cpp
-  src/solvers/lu_back_subst.cpp
-  src/solvers/lu_decomp.cpp
-)
-list(TRANSFORM ZONM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
-
-# The same bits everywhere: no contraction, and never the x87. The other two change no result.
-set(ZONM_ARITHMETIC -ffp-contract=off -fno-math-errno -fno-trapping-math)
+# The same bits everywhere: no contraction, no value-changing mode, and never the x87. These options
+# stand behind the user's and undo what is undone; no trap and no errno changes no result.
+set(ZONM_ARITHMETIC -fno-fast-math
+  -fno-unsafe-math-optimizations -fno-associative-math -fno-reciprocal-math
+  -fno-finite-math-only -fsigned-zeros -ffp-contract=off
+  $<$<CXX_COMPILER_ID:GNU>:-fno-single-precision-constant>
+  -fno-math-errno -fno-trapping-math)
+# Where these are in force at link time, GCC and Clang add a start-up file that flushes denormals in
+# the whole process. For a build type that says -Ofast there is no such undoing.
+set(ZONM_LINKING -fno-fast-math -fno-unsafe-math-optimizations)
+string(TOUPPER "${CMAKE_BUILD_TYPE}" ZONM_TYPE)
+foreach(language C CXX)
+  if("${CMAKE_${language}_FLAGS} ${CMAKE_${language}_FLAGS_${ZONM_TYPE}}" MATCHES "-Ofast|-ffast-math")
+    message(FATAL_ERROR "zonm must not be compiled with ${CMAKE_MATCH_0}: results would change")
+  endif()
+endforeach()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86|i[3-6]86")
   list(APPEND ZONM_ARITHMETIC -msse2 -mfpmath=sse)
 endif()
@@ -22,41 +25,66 @@ if(ZONM_ARCH)
   list(APPEND ZONM_ARITHMETIC -march=${ZONM_ARCH})
 endif()
 
+# GCC's straight-line vectoriser takes a double that was rounded to float and widened again for the
+# double that it came from: units with 32f arithmetic do without it.
+set(ZONM_ROUNDING $<$<CXX_COMPILER_ID:GNU>:-fno-tree-slp-vectorize>)
+
 # The products are written in an order in which registers suffice; this pass of GCC would put off
 # the arithmetic to the stores and spill.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
   COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
-# One set of objects serves the shared and the static library.
-add_library(zonm_objects OBJECT ${ZONM_SOURCES})
-target_compile_features(zonm_objects PUBLIC cxx_std_20)
-set_target_properties(zonm_objects PROPERTIES
-  CXX_EXTENSIONS OFF
-  POSITION_INDEPENDENT_CODE ON
-  CXX_VISIBILITY_PRESET hidden
-  VISIBILITY_INLINES_HIDDEN ON)
-target_include_directories(zonm_objects PRIVATE
-  ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
-target_compile_definitions(zonm_objects PRIVATE ZONM_BUILDING)
-target_compile_options(zonm_objects PRIVATE
-  -Wall -Wextra -Wpedantic -Wshadow -Wno-psabi
-  ${ZONM_ARITHMETIC}
-  # Nothing of the C++ run-time library is needed.
-  -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+# One set of objects serves the shared and the static library. In an object library all units get
+# the same options and definitions.
+function(zonm_objects name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;OPTIONS;DEFINITIONS")
+  add_library(${name} OBJECT ${arg_SOURCES})
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  set_target_properties(${name} PROPERTIES
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_include_directories(${name} PRIVATE
+    ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+  target_compile_definitions(${name} PRIVATE ZONM_BUILDING ${arg_DEFINITIONS})
+  target_compile_options(${name} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wno-psabi
+    ${ZONM_ARITHMETIC}
+    # Nothing of the C++ run-time library is needed.
+    -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    ${arg_OPTIONS})
+  # As a part of a project without a build type it is optimised all the same.
+  if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    target_compile_options(${name} PRIVATE -O3 -DNDEBUG)
+  endif()
+endfunction()
 
-# As a part of a project without a build type it is optimised all the same.
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
-  target_compile_options(zonm_objects PRIVATE -O3 -DNDEBUG)
-endif()
+# A family is a file src/<subsystem>/<family>.cpp, compiled once per element type; the fixed-size
+# kit has one type only.
+file(GLOB ZONM_FRAME CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/frame/*.cpp)
+file(GLOB ZONM_FAMILIES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*/*.cpp)
+list(REMOVE_ITEM ZONM_FAMILIES ${ZONM_FRAME})
+set(ZONM_FAMILIES_64F ${ZONM_FAMILIES})
+list(FILTER ZONM_FAMILIES_64F EXCLUDE REGEX "/src/graphics/")
+
+zonm_objects(zonm_frame SOURCES ${ZONM_FRAME} DEFINITIONS ZONM_VERSION="${PROJECT_VERSION}"
+  ZONM_MAJOR=${PROJECT_VERSION_MAJOR} ZONM_MINOR=${PROJECT_VERSION_MINOR}
+  ZONM_PATCH=${PROJECT_VERSION_PATCH})
+zonm_objects(zonm_families_32f SOURCES ${ZONM_FAMILIES} DEFINITIONS ZONM_ELEMENT=32
+  OPTIONS ${ZONM_ROUNDING})
+zonm_objects(zonm_families_64f SOURCES ${ZONM_FAMILIES_64F} DEFINITIONS ZONM_ELEMENT=64)
+set(ZONM_OBJECTS $<TARGET_OBJECTS:zonm_frame>
+  $<TARGET_OBJECTS:zonm_families_32f> $<TARGET_OBJECTS:zonm_families_64f>)
 
 set(ZONM_LIBRARIES)
 if(ZONM_SHARED)
-  add_library(zonm SHARED $<TARGET_OBJECTS:zonm_objects>)
+  add_library(zonm SHARED ${ZONM_OBJECTS})
   list(APPEND ZONM_LIBRARIES zonm)
   add_library(zonm::zonm ALIAS zonm)
 endif()
 if(ZONM_STATIC)
-  add_library(zonm_static STATIC $<TARGET_OBJECTS:zonm_objects>)
+  add_library(zonm_static STATIC ${ZONM_OBJECTS})
   list(APPEND ZONM_LIBRARIES zonm_static)
   add_library(zonm::static ALIAS zonm_static)
   set_target_properties(zonm_static PROPERTIES OUTPUT_NAME zonm EXPORT_NAME static)
@@ -70,6 +98,7 @@ foreach(library ${ZONM_LIBRARIES})
   set_target_properties(${library} PROPERTIES LINKER_LANGUAGE C)
   target_include_directories(${library} INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(${library} PRIVATE m)
+  target_link_options(${library} PRIVATE ${ZONM_LINKING})
 endforeach()
 
 if(ZONM_SHARED)

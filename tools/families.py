@@ -19,8 +19,6 @@ class Built:
     functions: dict = field(default_factory=dict)  # operation -> C++ function that its entries call
 
 
-VERSION = "8.1.0"
-
 STATUSES = [
     ("zonStsOk", 0, "success"),
     ("zonStsBlockSingular", -2, "a 2x2 system of the eigenvectors broke down"),

@@ -3,6 +3,7 @@
 //
 // One entry per export in the byte order of the names, which is the order of the ordinals.
 // Each entry has the type of its prototype: an entry of another type does not compile.
+// A constant in every unit, so that the call through it is a jump to the entry.
 #pragma once
 
 #include "zonm.h"
@@ -10,263 +11,263 @@
 namespace zonm {
 
 namespace entry {
-decltype(::zonmAdd_mam_32f) zonmAdd_mam_32f;
-decltype(::zonmAdd_mam_32f_L) zonmAdd_mam_32f_L;
-decltype(::zonmAdd_mam_32f_P) zonmAdd_mam_32f_P;
-decltype(::zonmAdd_mam_64f) zonmAdd_mam_64f;
-decltype(::zonmAdd_mam_64f_L) zonmAdd_mam_64f_L;
-decltype(::zonmAdd_mam_64f_P) zonmAdd_mam_64f_P;
-decltype(::zonmAdd_mama_32f) zonmAdd_mama_32f;
-decltype(::zonmAdd_mama_32f_L) zonmAdd_mama_32f_L;
-decltype(::zonmAdd_mama_32f_P) zonmAdd_mama_32f_P;
-decltype(::zonmAdd_mama_64f) zonmAdd_mama_64f;
-decltype(::zonmAdd_mama_64f_L) zonmAdd_mama_64f_L;
-decltype(::zonmAdd_mama_64f_P) zonmAdd_mama_64f_P;
-decltype(::zonmAdd_mat_32f) zonmAdd_mat_32f;
-decltype(::zonmAdd_mat_32f_L) zonmAdd_mat_32f_L;
-decltype(::zonmAdd_mat_32f_P) zonmAdd_mat_32f_P;
-decltype(::zonmAdd_mat_64f) zonmAdd_mat_64f;
-decltype(::zonmAdd_mat_64f_L) zonmAdd_mat_64f_L;
-decltype(::zonmAdd_mat_64f_P) zonmAdd_mat_64f_P;
-decltype(::zonmAdd_mm_32f) zonmAdd_mm_32f;
-decltype(::zonmAdd_mm_32f_P) zonmAdd_mm_32f_P;
-decltype(::zonmAdd_mm_64f) zonmAdd_mm_64f;
-decltype(::zonmAdd_mm_64f_P) zonmAdd_mm_64f_P;
-decltype(::zonmAdd_tam_32f) zonmAdd_tam_32f;
-decltype(::zonmAdd_tam_32f_L) zonmAdd_tam_32f_L;
-decltype(::zonmAdd_tam_32f_P) zonmAdd_tam_32f_P;
-decltype(::zonmAdd_tam_64f) zonmAdd_tam_64f;
-decltype(::zonmAdd_tam_64f_L) zonmAdd_tam_64f_L;
-decltype(::zonmAdd_tam_64f_P) zonmAdd_tam_64f_P;
-decltype(::zonmAdd_tama_32f) zonmAdd_tama_32f;
-decltype(::zonmAdd_tama_32f_L) zonmAdd_tama_32f_L;
-decltype(::zonmAdd_tama_32f_P) zonmAdd_tama_32f_P;
-decltype(::zonmAdd_tama_64f) zonmAdd_tama_64f;
-decltype(::zonmAdd_tama_64f_L) zonmAdd_tama_64f_L;
-decltype(::zonmAdd_tama_64f_P) zonmAdd_tama_64f_P;
-decltype(::zonmAdd_tat_32f) zonmAdd_tat_32f;
-decltype(::zonmAdd_tat_32f_L) zonmAdd_tat_32f_L;
-decltype(::zonmAdd_tat_32f_P) zonmAdd_tat_32f_P;
-decltype(::zonmAdd_tat_64f) zonmAdd_tat_64f;
-decltype(::zonmAdd_tat_64f_L) zonmAdd_tat_64f_L;
-decltype(::zonmAdd_tat_64f_P) zonmAdd_tat_64f_P;
-decltype(::zonmAdd_tata_32f) zonmAdd_tata_32f;
-decltype(::zonmAdd_tata_32f_L) zonmAdd_tata_32f_L;
-decltype(::zonmAdd_tata_32f_P) zonmAdd_tata_32f_P;
-decltype(::zonmAdd_tata_64f) zonmAdd_tata_64f;
-decltype(::zonmAdd_tata_64f_L) zonmAdd_tata_64f_L;
-decltype(::zonmAdd_tata_64f_P) zonmAdd_tata_64f_P;
-decltype(::zonmAdd_tm_32f) zonmAdd_tm_32f;
-decltype(::zonmAdd_tm_32f_P) zonmAdd_tm_32f_P;
-decltype(::zonmAdd_tm_64f) zonmAdd_tm_64f;
-decltype(::zonmAdd_tm_64f_P) zonmAdd_tm_64f_P;
-decltype(::zonmAdd_tt_32f) zonmAdd_tt_32f;
-decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
-decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
-decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
-decltype(::zonmGetLibVersion) zonmGetLibVersion;
-decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
-decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
-decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
-decltype(::zonmLUBackSubst_mava_64f) zonmLUBackSubst_mava_64f;
-decltype(::zonmLUBackSubst_mava_64f_L) zonmLUBackSubst_mava_64f_L;
-decltype(::zonmLUBackSubst_mava_64f_P) zonmLUBackSubst_mava_64f_P;
-decltype(::zonmLUBackSubst_mv_32f) zonmLUBackSubst_mv_32f;
-decltype(::zonmLUBackSubst_mv_32f_P) zonmLUBackSubst_mv_32f_P;
-decltype(::zonmLUBackSubst_mv_64f) zonmLUBackSubst_mv_64f;
-decltype(::zonmLUBackSubst_mv_64f_P) zonmLUBackSubst_mv_64f_P;
-decltype(::zonmLUBackSubst_mva_32f) zonmLUBackSubst_mva_32f;
-decltype(::zonmLUBackSubst_mva_32f_L) zonmLUBackSubst_mva_32f_L;
-decltype(::zonmLUBackSubst_mva_32f_P) zonmLUBackSubst_mva_32f_P;
-decltype(::zonmLUBackSubst_mva_64f) zonmLUBackSubst_mva_64f;
-decltype(::zonmLUBackSubst_mva_64f_L) zonmLUBackSubst_mva_64f_L;
-decltype(::zonmLUBackSubst_mva_64f_P) zonmLUBackSubst_mva_64f_P;
-decltype(::zonmLUDecomp_m_32f) zonmLUDecomp_m_32f;
-decltype(::zonmLUDecomp_m_32f_P) zonmLUDecomp_m_32f_P;
-decltype(::zonmLUDecomp_m_64f) zonmLUDecomp_m_64f;
-decltype(::zonmLUDecomp_m_64f_P) zonmLUDecomp_m_64f_P;
-decltype(::zonmLUDecomp_ma_32f) zonmLUDecomp_ma_32f;
-decltype(::zonmLUDecomp_ma_32f_L) zonmLUDecomp_ma_32f_L;
-decltype(::zonmLUDecomp_ma_32f_P) zonmLUDecomp_ma_32f_P;
-decltype(::zonmLUDecomp_ma_64f) zonmLUDecomp_ma_64f;
-decltype(::zonmLUDecomp_ma_64f_L) zonmLUDecomp_ma_64f_L;
-decltype(::zonmLUDecomp_ma_64f_P) zonmLUDecomp_ma_64f_P;
-decltype(::zonmMul_mam_32f) zonmMul_mam_32f;
-decltype(::zonmMul_mam_32f_L) zonmMul_mam_32f_L;
-decltype(::zonmMul_mam_32f_P) zonmMul_mam_32f_P;
-decltype(::zonmMul_mam_64f) zonmMul_mam_64f;
-decltype(::zonmMul_mam_64f_L) zonmMul_mam_64f_L;
-decltype(::zonmMul_mam_64f_P) zonmMul_mam_64f_P;
-decltype(::zonmMul_mama_32f) zonmMul_mama_32f;
-decltype(::zonmMul_mama_32f_L) zonmMul_mama_32f_L;
-decltype(::zonmMul_mama_32f_P) zonmMul_mama_32f_P;
-decltype(::zonmMul_mama_64f) zonmMul_mama_64f;
-decltype(::zonmMul_mama_64f_L) zonmMul_mama_64f_L;
-decltype(::zonmMul_mama_64f_P) zonmMul_mama_64f_P;
-decltype(::zonmMul_mat_32f) zonmMul_mat_32f;
-decltype(::zonmMul_mat_32f_L) zonmMul_mat_32f_L;
-decltype(::zonmMul_mat_32f_P) zonmMul_mat_32f_P;
-decltype(::zonmMul_mat_64f) zonmMul_mat_64f;
-decltype(::zonmMul_mat_64f_L) zonmMul_mat_64f_L;
-decltype(::zonmMul_mat_64f_P) zonmMul_mat_64f_P;
-decltype(::zonmMul_mata_32f) zonmMul_mata_32f;
-decltype(::zonmMul_mata_32f_L) zonmMul_mata_32f_L;
-decltype(::zonmMul_mata_32f_P) zonmMul_mata_32f_P;
-decltype(::zonmMul_mata_64f) zonmMul_mata_64f;
-decltype(::zonmMul_mata_64f_L) zonmMul_mata_64f_L;
-decltype(::zonmMul_mata_64f_P) zonmMul_mata_64f_P;
-decltype(::zonmMul_mm_32f) zonmMul_mm_32f;
-decltype(::zonmMul_mm_32f_P) zonmMul_mm_32f_P;
-decltype(::zonmMul_mm_64f) zonmMul_mm_64f;
-decltype(::zonmMul_mm_64f_P) zonmMul_mm_64f_P;
-decltype(::zonmMul_mma_32f) zonmMul_mma_32f;
-decltype(::zonmMul_mma_32f_L) zonmMul_mma_32f_L;
-decltype(::zonmMul_mma_32f_P) zonmMul_mma_32f_P;
-decltype(::zonmMul_mma_64f) zonmMul_mma_64f;
-decltype(::zonmMul_mma_64f_L) zonmMul_mma_64f_L;
-decltype(::zonmMul_mma_64f_P) zonmMul_mma_64f_P;
-decltype(::zonmMul_mt_32f) zonmMul_mt_32f;
-decltype(::zonmMul_mt_32f_P) zonmMul_mt_32f_P;
-decltype(::zonmMul_mt_64f) zonmMul_mt_64f;
-decltype(::zonmMul_mt_64f_P) zonmMul_mt_64f_P;
-decltype(::zonmMul_mta_32f) zonmMul_mta_32f;
-decltype(::zonmMul_mta_32f_L) zonmMul_mta_32f_L;
-decltype(::zonmMul_mta_32f_P) zonmMul_mta_32f_P;
-decltype(::zonmMul_mta_64f) zonmMul_mta_64f;
-decltype(::zonmMul_mta_64f_L) zonmMul_mta_64f_L;
-decltype(::zonmMul_mta_64f_P) zonmMul_mta_64f_P;
-decltype(::zonmMul_tam_32f) zonmMul_tam_32f;
-decltype(::zonmMul_tam_32f_L) zonmMul_tam_32f_L;
-decltype(::zonmMul_tam_32f_P) zonmMul_tam_32f_P;
-decltype(::zonmMul_tam_64f) zonmMul_tam_64f;
-decltype(::zonmMul_tam_64f_L) zonmMul_tam_64f_L;
-decltype(::zonmMul_tam_64f_P) zonmMul_tam_64f_P;
-decltype(::zonmMul_tama_32f) zonmMul_tama_32f;
-decltype(::zonmMul_tama_32f_L) zonmMul_tama_32f_L;
-decltype(::zonmMul_tama_32f_P) zonmMul_tama_32f_P;
-decltype(::zonmMul_tama_64f) zonmMul_tama_64f;
-decltype(::zonmMul_tama_64f_L) zonmMul_tama_64f_L;
-decltype(::zonmMul_tama_64f_P) zonmMul_tama_64f_P;
-decltype(::zonmMul_tat_32f) zonmMul_tat_32f;
-decltype(::zonmMul_tat_32f_L) zonmMul_tat_32f_L;
-decltype(::zonmMul_tat_32f_P) zonmMul_tat_32f_P;
-decltype(::zonmMul_tat_64f) zonmMul_tat_64f;
-decltype(::zonmMul_tat_64f_L) zonmMul_tat_64f_L;
-decltype(::zonmMul_tat_64f_P) zonmMul_tat_64f_P;
-decltype(::zonmMul_tata_32f) zonmMul_tata_32f;
-decltype(::zonmMul_tata_32f_L) zonmMul_tata_32f_L;
-decltype(::zonmMul_tata_32f_P) zonmMul_tata_32f_P;
-decltype(::zonmMul_tata_64f) zonmMul_tata_64f;
-decltype(::zonmMul_tata_64f_L) zonmMul_tata_64f_L;
-decltype(::zonmMul_tata_64f_P) zonmMul_tata_64f_P;
-decltype(::zonmMul_tm_32f) zonmMul_tm_32f;
-decltype(::zonmMul_tm_32f_P) zonmMul_tm_32f_P;
-decltype(::zonmMul_tm_64f) zonmMul_tm_64f;
-decltype(::zonmMul_tm_64f_P) zonmMul_tm_64f_P;
-decltype(::zonmMul_tma_32f) zonmMul_tma_32f;
-decltype(::zonmMul_tma_32f_L) zonmMul_tma_32f_L;
-decltype(::zonmMul_tma_32f_P) zonmMul_tma_32f_P;
-decltype(::zonmMul_tma_64f) zonmMul_tma_64f;
-decltype(::zonmMul_tma_64f_L) zonmMul_tma_64f_L;
-decltype(::zonmMul_tma_64f_P) zonmMul_tma_64f_P;
-decltype(::zonmMul_tt_32f) zonmMul_tt_32f;
-decltype(::zonmMul_tt_32f_P) zonmMul_tt_32f_P;
-decltype(::zonmMul_tt_64f) zonmMul_tt_64f;
-decltype(::zonmMul_tt_64f_P) zonmMul_tt_64f_P;
-decltype(::zonmMul_tta_32f) zonmMul_tta_32f;
-decltype(::zonmMul_tta_32f_L) zonmMul_tta_32f_L;
-decltype(::zonmMul_tta_32f_P) zonmMul_tta_32f_P;
-decltype(::zonmMul_tta_64f) zonmMul_tta_64f;
-decltype(::zonmMul_tta_64f_L) zonmMul_tta_64f_L;
-decltype(::zonmMul_tta_64f_P) zonmMul_tta_64f_P;
-decltype(::zonmSub_mam_32f) zonmSub_mam_32f;
-decltype(::zonmSub_mam_32f_L) zonmSub_mam_32f_L;
-decltype(::zonmSub_mam_32f_P) zonmSub_mam_32f_P;
-decltype(::zonmSub_mam_64f) zonmSub_mam_64f;
-decltype(::zonmSub_mam_64f_L) zonmSub_mam_64f_L;
-decltype(::zonmSub_mam_64f_P) zonmSub_mam_64f_P;
-decltype(::zonmSub_mama_32f) zonmSub_mama_32f;
-decltype(::zonmSub_mama_32f_L) zonmSub_mama_32f_L;
-decltype(::zonmSub_mama_32f_P) zonmSub_mama_32f_P;
-decltype(::zonmSub_mama_64f) zonmSub_mama_64f;
-decltype(::zonmSub_mama_64f_L) zonmSub_mama_64f_L;
-decltype(::zonmSub_mama_64f_P) zonmSub_mama_64f_P;
-decltype(::zonmSub_mat_32f) zonmSub_mat_32f;
-decltype(::zonmSub_mat_32f_L) zonmSub_mat_32f_L;
-decltype(::zonmSub_mat_32f_P) zonmSub_mat_32f_P;
-decltype(::zonmSub_mat_64f) zonmSub_mat_64f;
-decltype(::zonmSub_mat_64f_L) zonmSub_mat_64f_L;
-decltype(::zonmSub_mat_64f_P) zonmSub_mat_64f_P;
-decltype(::zonmSub_mata_32f) zonmSub_mata_32f;
-decltype(::zonmSub_mata_32f_L) zonmSub_mata_32f_L;
-decltype(::zonmSub_mata_32f_P) zonmSub_mata_32f_P;
-decltype(::zonmSub_mata_64f) zonmSub_mata_64f;
-decltype(::zonmSub_mata_64f_L) zonmSub_mata_64f_L;
-decltype(::zonmSub_mata_64f_P) zonmSub_mata_64f_P;
-decltype(::zonmSub_mm_32f) zonmSub_mm_32f;
-decltype(::zonmSub_mm_32f_P) zonmSub_mm_32f_P;
-decltype(::zonmSub_mm_64f) zonmSub_mm_64f;
-decltype(::zonmSub_mm_64f_P) zonmSub_mm_64f_P;
-decltype(::zonmSub_mma_32f) zonmSub_mma_32f;
-decltype(::zonmSub_mma_32f_L) zonmSub_mma_32f_L;
-decltype(::zonmSub_mma_32f_P) zonmSub_mma_32f_P;
-decltype(::zonmSub_mma_64f) zonmSub_mma_64f;
-decltype(::zonmSub_mma_64f_L) zonmSub_mma_64f_L;
-decltype(::zonmSub_mma_64f_P) zonmSub_mma_64f_P;
-decltype(::zonmSub_mt_32f) zonmSub_mt_32f;
-decltype(::zonmSub_mt_32f_P) zonmSub_mt_32f_P;
-decltype(::zonmSub_mt_64f) zonmSub_mt_64f;
-decltype(::zonmSub_mt_64f_P) zonmSub_mt_64f_P;
-decltype(::zonmSub_mta_32f) zonmSub_mta_32f;
-decltype(::zonmSub_mta_32f_L) zonmSub_mta_32f_L;
-decltype(::zonmSub_mta_32f_P) zonmSub_mta_32f_P;
-decltype(::zonmSub_mta_64f) zonmSub_mta_64f;
-decltype(::zonmSub_mta_64f_L) zonmSub_mta_64f_L;
-decltype(::zonmSub_mta_64f_P) zonmSub_mta_64f_P;
-decltype(::zonmSub_tam_32f) zonmSub_tam_32f;
-decltype(::zonmSub_tam_32f_L) zonmSub_tam_32f_L;
-decltype(::zonmSub_tam_32f_P) zonmSub_tam_32f_P;
-decltype(::zonmSub_tam_64f) zonmSub_tam_64f;
-decltype(::zonmSub_tam_64f_L) zonmSub_tam_64f_L;
-decltype(::zonmSub_tam_64f_P) zonmSub_tam_64f_P;
-decltype(::zonmSub_tama_32f) zonmSub_tama_32f;
-decltype(::zonmSub_tama_32f_L) zonmSub_tama_32f_L;
-decltype(::zonmSub_tama_32f_P) zonmSub_tama_32f_P;
-decltype(::zonmSub_tama_64f) zonmSub_tama_64f;
-decltype(::zonmSub_tama_64f_L) zonmSub_tama_64f_L;
-decltype(::zonmSub_tama_64f_P) zonmSub_tama_64f_P;
-decltype(::zonmSub_tat_32f) zonmSub_tat_32f;
-decltype(::zonmSub_tat_32f_L) zonmSub_tat_32f_L;
-decltype(::zonmSub_tat_32f_P) zonmSub_tat_32f_P;
-decltype(::zonmSub_tat_64f) zonmSub_tat_64f;
-decltype(::zonmSub_tat_64f_L) zonmSub_tat_64f_L;
-decltype(::zonmSub_tat_64f_P) zonmSub_tat_64f_P;
-decltype(::zonmSub_tata_32f) zonmSub_tata_32f;
-decltype(::zonmSub_tata_32f_L) zonmSub_tata_32f_L;
-decltype(::zonmSub_tata_32f_P) zonmSub_tata_32f_P;
-decltype(::zonmSub_tata_64f) zonmSub_tata_64f;
-decltype(::zonmSub_tata_64f_L) zonmSub_tata_64f_L;
-decltype(::zonmSub_tata_64f_P) zonmSub_tata_64f_P;
-decltype(::zonmSub_tm_32f) zonmSub_tm_32f;
-decltype(::zonmSub_tm_32f_P) zonmSub_tm_32f_P;
-decltype(::zonmSub_tm_64f) zonmSub_tm_64f;
-decltype(::zonmSub_tm_64f_P) zonmSub_tm_64f_P;
-decltype(::zonmSub_tma_32f) zonmSub_tma_32f;
-decltype(::zonmSub_tma_32f_L) zonmSub_tma_32f_L;
-decltype(::zonmSub_tma_32f_P) zonmSub_tma_32f_P;
-decltype(::zonmSub_tma_64f) zonmSub_tma_64f;
-decltype(::zonmSub_tma_64f_L) zonmSub_tma_64f_L;
-decltype(::zonmSub_tma_64f_P) zonmSub_tma_64f_P;
-decltype(::zonmSub_tt_32f) zonmSub_tt_32f;
-decltype(::zonmSub_tt_32f_P) zonmSub_tt_32f_P;
-decltype(::zonmSub_tt_64f) zonmSub_tt_64f;
-decltype(::zonmSub_tt_64f_P) zonmSub_tt_64f_P;
-decltype(::zonmSub_tta_32f) zonmSub_tta_32f;
-decltype(::zonmSub_tta_32f_L) zonmSub_tta_32f_L;
-decltype(::zonmSub_tta_32f_P) zonmSub_tta_32f_P;
-decltype(::zonmSub_tta_64f) zonmSub_tta_64f;
-decltype(::zonmSub_tta_64f_L) zonmSub_tta_64f_L;
-decltype(::zonmSub_tta_64f_P) zonmSub_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mam_32f) zonmAdd_mam_32f;
+[[gnu::noinline]] decltype(::zonmAdd_mam_32f_L) zonmAdd_mam_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mam_32f_P) zonmAdd_mam_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mam_64f) zonmAdd_mam_64f;
+[[gnu::noinline]] decltype(::zonmAdd_mam_64f_L) zonmAdd_mam_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mam_64f_P) zonmAdd_mam_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mama_32f) zonmAdd_mama_32f;
+[[gnu::noinline]] decltype(::zonmAdd_mama_32f_L) zonmAdd_mama_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mama_32f_P) zonmAdd_mama_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mama_64f) zonmAdd_mama_64f;
+[[gnu::noinline]] decltype(::zonmAdd_mama_64f_L) zonmAdd_mama_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mama_64f_P) zonmAdd_mama_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mat_32f) zonmAdd_mat_32f;
+[[gnu::noinline]] decltype(::zonmAdd_mat_32f_L) zonmAdd_mat_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mat_32f_P) zonmAdd_mat_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mat_64f) zonmAdd_mat_64f;
+[[gnu::noinline]] decltype(::zonmAdd_mat_64f_L) zonmAdd_mat_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_mat_64f_P) zonmAdd_mat_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mm_32f) zonmAdd_mm_32f;
+[[gnu::noinline]] decltype(::zonmAdd_mm_32f_P) zonmAdd_mm_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_mm_64f) zonmAdd_mm_64f;
+[[gnu::noinline]] decltype(::zonmAdd_mm_64f_P) zonmAdd_mm_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tam_32f) zonmAdd_tam_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tam_32f_L) zonmAdd_tam_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tam_32f_P) zonmAdd_tam_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tam_64f) zonmAdd_tam_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tam_64f_L) zonmAdd_tam_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tam_64f_P) zonmAdd_tam_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tama_32f) zonmAdd_tama_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tama_32f_L) zonmAdd_tama_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tama_32f_P) zonmAdd_tama_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tama_64f) zonmAdd_tama_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tama_64f_L) zonmAdd_tama_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tama_64f_P) zonmAdd_tama_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tat_32f) zonmAdd_tat_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tat_32f_L) zonmAdd_tat_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tat_32f_P) zonmAdd_tat_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tat_64f) zonmAdd_tat_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tat_64f_L) zonmAdd_tat_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tat_64f_P) zonmAdd_tat_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tata_32f) zonmAdd_tata_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tata_32f_L) zonmAdd_tata_32f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tata_32f_P) zonmAdd_tata_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tata_64f) zonmAdd_tata_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tata_64f_L) zonmAdd_tata_64f_L;
+[[gnu::noinline]] decltype(::zonmAdd_tata_64f_P) zonmAdd_tata_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tm_32f) zonmAdd_tm_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tm_32f_P) zonmAdd_tm_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tm_64f) zonmAdd_tm_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tm_64f_P) zonmAdd_tm_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tt_32f) zonmAdd_tt_32f;
+[[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
+[[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
+[[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_64f) zonmLUBackSubst_mava_64f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_64f_L) zonmLUBackSubst_mava_64f_L;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mava_64f_P) zonmLUBackSubst_mava_64f_P;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mv_32f) zonmLUBackSubst_mv_32f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mv_32f_P) zonmLUBackSubst_mv_32f_P;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mv_64f) zonmLUBackSubst_mv_64f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mv_64f_P) zonmLUBackSubst_mv_64f_P;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_32f) zonmLUBackSubst_mva_32f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_32f_L) zonmLUBackSubst_mva_32f_L;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_32f_P) zonmLUBackSubst_mva_32f_P;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_64f) zonmLUBackSubst_mva_64f;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_64f_L) zonmLUBackSubst_mva_64f_L;
+[[gnu::noinline]] decltype(::zonmLUBackSubst_mva_64f_P) zonmLUBackSubst_mva_64f_P;
+[[gnu::noinline]] decltype(::zonmLUDecomp_m_32f) zonmLUDecomp_m_32f;
+[[gnu::noinline]] decltype(::zonmLUDecomp_m_32f_P) zonmLUDecomp_m_32f_P;
+[[gnu::noinline]] decltype(::zonmLUDecomp_m_64f) zonmLUDecomp_m_64f;
+[[gnu::noinline]] decltype(::zonmLUDecomp_m_64f_P) zonmLUDecomp_m_64f_P;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_32f) zonmLUDecomp_ma_32f;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_32f_L) zonmLUDecomp_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_32f_P) zonmLUDecomp_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f) zonmLUDecomp_ma_64f;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_L) zonmLUDecomp_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_P) zonmLUDecomp_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mam_32f) zonmMul_mam_32f;
+[[gnu::noinline]] decltype(::zonmMul_mam_32f_L) zonmMul_mam_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mam_32f_P) zonmMul_mam_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mam_64f) zonmMul_mam_64f;
+[[gnu::noinline]] decltype(::zonmMul_mam_64f_L) zonmMul_mam_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mam_64f_P) zonmMul_mam_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mama_32f) zonmMul_mama_32f;
+[[gnu::noinline]] decltype(::zonmMul_mama_32f_L) zonmMul_mama_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mama_32f_P) zonmMul_mama_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mama_64f) zonmMul_mama_64f;
+[[gnu::noinline]] decltype(::zonmMul_mama_64f_L) zonmMul_mama_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mama_64f_P) zonmMul_mama_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mat_32f) zonmMul_mat_32f;
+[[gnu::noinline]] decltype(::zonmMul_mat_32f_L) zonmMul_mat_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mat_32f_P) zonmMul_mat_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mat_64f) zonmMul_mat_64f;
+[[gnu::noinline]] decltype(::zonmMul_mat_64f_L) zonmMul_mat_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mat_64f_P) zonmMul_mat_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mata_32f) zonmMul_mata_32f;
+[[gnu::noinline]] decltype(::zonmMul_mata_32f_L) zonmMul_mata_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mata_32f_P) zonmMul_mata_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mata_64f) zonmMul_mata_64f;
+[[gnu::noinline]] decltype(::zonmMul_mata_64f_L) zonmMul_mata_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mata_64f_P) zonmMul_mata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mm_32f) zonmMul_mm_32f;
+[[gnu::noinline]] decltype(::zonmMul_mm_32f_P) zonmMul_mm_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mm_64f) zonmMul_mm_64f;
+[[gnu::noinline]] decltype(::zonmMul_mm_64f_P) zonmMul_mm_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mma_32f) zonmMul_mma_32f;
+[[gnu::noinline]] decltype(::zonmMul_mma_32f_L) zonmMul_mma_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mma_32f_P) zonmMul_mma_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mma_64f) zonmMul_mma_64f;
+[[gnu::noinline]] decltype(::zonmMul_mma_64f_L) zonmMul_mma_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mma_64f_P) zonmMul_mma_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mt_32f) zonmMul_mt_32f;
+[[gnu::noinline]] decltype(::zonmMul_mt_32f_P) zonmMul_mt_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mt_64f) zonmMul_mt_64f;
+[[gnu::noinline]] decltype(::zonmMul_mt_64f_P) zonmMul_mt_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mta_32f) zonmMul_mta_32f;
+[[gnu::noinline]] decltype(::zonmMul_mta_32f_L) zonmMul_mta_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mta_32f_P) zonmMul_mta_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mta_64f) zonmMul_mta_64f;
+[[gnu::noinline]] decltype(::zonmMul_mta_64f_L) zonmMul_mta_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mta_64f_P) zonmMul_mta_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tam_32f) zonmMul_tam_32f;
+[[gnu::noinline]] decltype(::zonmMul_tam_32f_L) zonmMul_tam_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tam_32f_P) zonmMul_tam_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tam_64f) zonmMul_tam_64f;
+[[gnu::noinline]] decltype(::zonmMul_tam_64f_L) zonmMul_tam_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tam_64f_P) zonmMul_tam_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tama_32f) zonmMul_tama_32f;
+[[gnu::noinline]] decltype(::zonmMul_tama_32f_L) zonmMul_tama_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tama_32f_P) zonmMul_tama_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tama_64f) zonmMul_tama_64f;
+[[gnu::noinline]] decltype(::zonmMul_tama_64f_L) zonmMul_tama_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tama_64f_P) zonmMul_tama_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tat_32f) zonmMul_tat_32f;
+[[gnu::noinline]] decltype(::zonmMul_tat_32f_L) zonmMul_tat_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tat_32f_P) zonmMul_tat_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tat_64f) zonmMul_tat_64f;
+[[gnu::noinline]] decltype(::zonmMul_tat_64f_L) zonmMul_tat_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tat_64f_P) zonmMul_tat_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tata_32f) zonmMul_tata_32f;
+[[gnu::noinline]] decltype(::zonmMul_tata_32f_L) zonmMul_tata_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tata_32f_P) zonmMul_tata_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tata_64f) zonmMul_tata_64f;
+[[gnu::noinline]] decltype(::zonmMul_tata_64f_L) zonmMul_tata_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tata_64f_P) zonmMul_tata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tm_32f) zonmMul_tm_32f;
+[[gnu::noinline]] decltype(::zonmMul_tm_32f_P) zonmMul_tm_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tm_64f) zonmMul_tm_64f;
+[[gnu::noinline]] decltype(::zonmMul_tm_64f_P) zonmMul_tm_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tma_32f) zonmMul_tma_32f;
+[[gnu::noinline]] decltype(::zonmMul_tma_32f_L) zonmMul_tma_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tma_32f_P) zonmMul_tma_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tma_64f) zonmMul_tma_64f;
+[[gnu::noinline]] decltype(::zonmMul_tma_64f_L) zonmMul_tma_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tma_64f_P) zonmMul_tma_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tt_32f) zonmMul_tt_32f;
+[[gnu::noinline]] decltype(::zonmMul_tt_32f_P) zonmMul_tt_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tt_64f) zonmMul_tt_64f;
+[[gnu::noinline]] decltype(::zonmMul_tt_64f_P) zonmMul_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tta_32f) zonmMul_tta_32f;
+[[gnu::noinline]] decltype(::zonmMul_tta_32f_L) zonmMul_tta_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tta_32f_P) zonmMul_tta_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tta_64f) zonmMul_tta_64f;
+[[gnu::noinline]] decltype(::zonmMul_tta_64f_L) zonmMul_tta_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tta_64f_P) zonmMul_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mam_32f) zonmSub_mam_32f;
+[[gnu::noinline]] decltype(::zonmSub_mam_32f_L) zonmSub_mam_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mam_32f_P) zonmSub_mam_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mam_64f) zonmSub_mam_64f;
+[[gnu::noinline]] decltype(::zonmSub_mam_64f_L) zonmSub_mam_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mam_64f_P) zonmSub_mam_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mama_32f) zonmSub_mama_32f;
+[[gnu::noinline]] decltype(::zonmSub_mama_32f_L) zonmSub_mama_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mama_32f_P) zonmSub_mama_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mama_64f) zonmSub_mama_64f;
+[[gnu::noinline]] decltype(::zonmSub_mama_64f_L) zonmSub_mama_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mama_64f_P) zonmSub_mama_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mat_32f) zonmSub_mat_32f;
+[[gnu::noinline]] decltype(::zonmSub_mat_32f_L) zonmSub_mat_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mat_32f_P) zonmSub_mat_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mat_64f) zonmSub_mat_64f;
+[[gnu::noinline]] decltype(::zonmSub_mat_64f_L) zonmSub_mat_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mat_64f_P) zonmSub_mat_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mata_32f) zonmSub_mata_32f;
+[[gnu::noinline]] decltype(::zonmSub_mata_32f_L) zonmSub_mata_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mata_32f_P) zonmSub_mata_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mata_64f) zonmSub_mata_64f;
+[[gnu::noinline]] decltype(::zonmSub_mata_64f_L) zonmSub_mata_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mata_64f_P) zonmSub_mata_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mm_32f) zonmSub_mm_32f;
+[[gnu::noinline]] decltype(::zonmSub_mm_32f_P) zonmSub_mm_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mm_64f) zonmSub_mm_64f;
+[[gnu::noinline]] decltype(::zonmSub_mm_64f_P) zonmSub_mm_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mma_32f) zonmSub_mma_32f;
+[[gnu::noinline]] decltype(::zonmSub_mma_32f_L) zonmSub_mma_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mma_32f_P) zonmSub_mma_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mma_64f) zonmSub_mma_64f;
+[[gnu::noinline]] decltype(::zonmSub_mma_64f_L) zonmSub_mma_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mma_64f_P) zonmSub_mma_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mt_32f) zonmSub_mt_32f;
+[[gnu::noinline]] decltype(::zonmSub_mt_32f_P) zonmSub_mt_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mt_64f) zonmSub_mt_64f;
+[[gnu::noinline]] decltype(::zonmSub_mt_64f_P) zonmSub_mt_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_mta_32f) zonmSub_mta_32f;
+[[gnu::noinline]] decltype(::zonmSub_mta_32f_L) zonmSub_mta_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_mta_32f_P) zonmSub_mta_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_mta_64f) zonmSub_mta_64f;
+[[gnu::noinline]] decltype(::zonmSub_mta_64f_L) zonmSub_mta_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_mta_64f_P) zonmSub_mta_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tam_32f) zonmSub_tam_32f;
+[[gnu::noinline]] decltype(::zonmSub_tam_32f_L) zonmSub_tam_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tam_32f_P) zonmSub_tam_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tam_64f) zonmSub_tam_64f;
+[[gnu::noinline]] decltype(::zonmSub_tam_64f_L) zonmSub_tam_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tam_64f_P) zonmSub_tam_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tama_32f) zonmSub_tama_32f;
+[[gnu::noinline]] decltype(::zonmSub_tama_32f_L) zonmSub_tama_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tama_32f_P) zonmSub_tama_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tama_64f) zonmSub_tama_64f;
+[[gnu::noinline]] decltype(::zonmSub_tama_64f_L) zonmSub_tama_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tama_64f_P) zonmSub_tama_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tat_32f) zonmSub_tat_32f;
+[[gnu::noinline]] decltype(::zonmSub_tat_32f_L) zonmSub_tat_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tat_32f_P) zonmSub_tat_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tat_64f) zonmSub_tat_64f;
+[[gnu::noinline]] decltype(::zonmSub_tat_64f_L) zonmSub_tat_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tat_64f_P) zonmSub_tat_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tata_32f) zonmSub_tata_32f;
+[[gnu::noinline]] decltype(::zonmSub_tata_32f_L) zonmSub_tata_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tata_32f_P) zonmSub_tata_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tata_64f) zonmSub_tata_64f;
+[[gnu::noinline]] decltype(::zonmSub_tata_64f_L) zonmSub_tata_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tata_64f_P) zonmSub_tata_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tm_32f) zonmSub_tm_32f;
+[[gnu::noinline]] decltype(::zonmSub_tm_32f_P) zonmSub_tm_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tm_64f) zonmSub_tm_64f;
+[[gnu::noinline]] decltype(::zonmSub_tm_64f_P) zonmSub_tm_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tma_32f) zonmSub_tma_32f;
+[[gnu::noinline]] decltype(::zonmSub_tma_32f_L) zonmSub_tma_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tma_32f_P) zonmSub_tma_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tma_64f) zonmSub_tma_64f;
+[[gnu::noinline]] decltype(::zonmSub_tma_64f_L) zonmSub_tma_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tma_64f_P) zonmSub_tma_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tt_32f) zonmSub_tt_32f;
+[[gnu::noinline]] decltype(::zonmSub_tt_32f_P) zonmSub_tt_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tt_64f) zonmSub_tt_64f;
+[[gnu::noinline]] decltype(::zonmSub_tt_64f_P) zonmSub_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_tta_32f) zonmSub_tta_32f;
+[[gnu::noinline]] decltype(::zonmSub_tta_32f_L) zonmSub_tta_32f_L;
+[[gnu::noinline]] decltype(::zonmSub_tta_32f_P) zonmSub_tta_32f_P;
+[[gnu::noinline]] decltype(::zonmSub_tta_64f) zonmSub_tta_64f;
+[[gnu::noinline]] decltype(::zonmSub_tta_64f_L) zonmSub_tta_64f_L;
+[[gnu::noinline]] decltype(::zonmSub_tta_64f_P) zonmSub_tta_64f_P;
 } // namespace entry
 
 struct ExportTable {
@@ -1146,6 +1147,881 @@ struct ExportTable {
     decltype(::zonmUnproject_m4v3a_32f) *zonmUnproject_m4v3a_32f;
 };
 
-extern const ExportTable exportTable;
+inline constexpr ExportTable exportTable = {
+    .zonmAdd_mam_32f = entry::zonmAdd_mam_32f,
+    .zonmAdd_mam_32f_L = entry::zonmAdd_mam_32f_L,
+    .zonmAdd_mam_32f_P = entry::zonmAdd_mam_32f_P,
+    .zonmAdd_mam_64f = entry::zonmAdd_mam_64f,
+    .zonmAdd_mam_64f_L = entry::zonmAdd_mam_64f_L,
+    .zonmAdd_mam_64f_P = entry::zonmAdd_mam_64f_P,
+    .zonmAdd_mama_32f = entry::zonmAdd_mama_32f,
+    .zonmAdd_mama_32f_L = entry::zonmAdd_mama_32f_L,
+    .zonmAdd_mama_32f_P = entry::zonmAdd_mama_32f_P,
+    .zonmAdd_mama_64f = entry::zonmAdd_mama_64f,
+    .zonmAdd_mama_64f_L = entry::zonmAdd_mama_64f_L,
+    .zonmAdd_mama_64f_P = entry::zonmAdd_mama_64f_P,
+    .zonmAdd_mat_32f = entry::zonmAdd_mat_32f,
+    .zonmAdd_mat_32f_L = entry::zonmAdd_mat_32f_L,
+    .zonmAdd_mat_32f_P = entry::zonmAdd_mat_32f_P,
+    .zonmAdd_mat_64f = entry::zonmAdd_mat_64f,
+    .zonmAdd_mat_64f_L = entry::zonmAdd_mat_64f_L,
+    .zonmAdd_mat_64f_P = entry::zonmAdd_mat_64f_P,
+    .zonmAdd_mm_32f = entry::zonmAdd_mm_32f,
+    .zonmAdd_mm_32f_P = entry::zonmAdd_mm_32f_P,
+    .zonmAdd_mm_64f = entry::zonmAdd_mm_64f,
+    .zonmAdd_mm_64f_P = entry::zonmAdd_mm_64f_P,
+    .zonmAdd_tam_32f = entry::zonmAdd_tam_32f,
+    .zonmAdd_tam_32f_L = entry::zonmAdd_tam_32f_L,
+    .zonmAdd_tam_32f_P = entry::zonmAdd_tam_32f_P,
+    .zonmAdd_tam_64f = entry::zonmAdd_tam_64f,
+    .zonmAdd_tam_64f_L = entry::zonmAdd_tam_64f_L,
+    .zonmAdd_tam_64f_P = entry::zonmAdd_tam_64f_P,
+    .zonmAdd_tama_32f = entry::zonmAdd_tama_32f,
+    .zonmAdd_tama_32f_L = entry::zonmAdd_tama_32f_L,
+    .zonmAdd_tama_32f_P = entry::zonmAdd_tama_32f_P,
+    .zonmAdd_tama_64f = entry::zonmAdd_tama_64f,
+    .zonmAdd_tama_64f_L = entry::zonmAdd_tama_64f_L,
+    .zonmAdd_tama_64f_P = entry::zonmAdd_tama_64f_P,
+    .zonmAdd_tat_32f = entry::zonmAdd_tat_32f,
+    .zonmAdd_tat_32f_L = entry::zonmAdd_tat_32f_L,
+    .zonmAdd_tat_32f_P = entry::zonmAdd_tat_32f_P,
+    .zonmAdd_tat_64f = entry::zonmAdd_tat_64f,
+    .zonmAdd_tat_64f_L = entry::zonmAdd_tat_64f_L,
+    .zonmAdd_tat_64f_P = entry::zonmAdd_tat_64f_P,
+    .zonmAdd_tata_32f = entry::zonmAdd_tata_32f,
+    .zonmAdd_tata_32f_L = entry::zonmAdd_tata_32f_L,
+    .zonmAdd_tata_32f_P = entry::zonmAdd_tata_32f_P,
+    .zonmAdd_tata_64f = entry::zonmAdd_tata_64f,
+    .zonmAdd_tata_64f_L = entry::zonmAdd_tata_64f_L,
+    .zonmAdd_tata_64f_P = entry::zonmAdd_tata_64f_P,
+    .zonmAdd_tm_32f = entry::zonmAdd_tm_32f,
+    .zonmAdd_tm_32f_P = entry::zonmAdd_tm_32f_P,
+    .zonmAdd_tm_64f = entry::zonmAdd_tm_64f,
+    .zonmAdd_tm_64f_P = entry::zonmAdd_tm_64f_P,
+    .zonmAdd_tt_32f = entry::zonmAdd_tt_32f,
+    .zonmAdd_tt_32f_P = entry::zonmAdd_tt_32f_P,
+    .zonmAdd_tt_64f = entry::zonmAdd_tt_64f,
+    .zonmAdd_tt_64f_P = entry::zonmAdd_tt_64f_P,
+    .zonmAdd_v2_32f = nullptr,
+    .zonmAdd_v3_32f = nullptr,
+    .zonmAdd_v4_32f = nullptr,
+    .zonmAdd_vac_32f = nullptr,
+    .zonmAdd_vac_32f_L = nullptr,
+    .zonmAdd_vac_32f_P = nullptr,
+    .zonmAdd_vac_64f = nullptr,
+    .zonmAdd_vac_64f_L = nullptr,
+    .zonmAdd_vac_64f_P = nullptr,
+    .zonmAdd_vaca_32f = nullptr,
+    .zonmAdd_vaca_32f_L = nullptr,
+    .zonmAdd_vaca_32f_P = nullptr,
+    .zonmAdd_vaca_64f = nullptr,
+    .zonmAdd_vaca_64f_L = nullptr,
+    .zonmAdd_vaca_64f_P = nullptr,
+    .zonmAdd_vav_32f = nullptr,
+    .zonmAdd_vav_32f_L = nullptr,
+    .zonmAdd_vav_32f_P = nullptr,
+    .zonmAdd_vav_64f = nullptr,
+    .zonmAdd_vav_64f_L = nullptr,
+    .zonmAdd_vav_64f_P = nullptr,
+    .zonmAdd_vava_32f = nullptr,
+    .zonmAdd_vava_32f_L = nullptr,
+    .zonmAdd_vava_32f_P = nullptr,
+    .zonmAdd_vava_64f = nullptr,
+    .zonmAdd_vava_64f_L = nullptr,
+    .zonmAdd_vava_64f_P = nullptr,
+    .zonmAdd_vc_32f = nullptr,
+    .zonmAdd_vc_32f_P = nullptr,
+    .zonmAdd_vc_64f = nullptr,
+    .zonmAdd_vc_64f_P = nullptr,
+    .zonmAdd_vca_32f = nullptr,
+    .zonmAdd_vca_32f_L = nullptr,
+    .zonmAdd_vca_32f_P = nullptr,
+    .zonmAdd_vca_64f = nullptr,
+    .zonmAdd_vca_64f_L = nullptr,
+    .zonmAdd_vca_64f_P = nullptr,
+    .zonmAdd_vv_32f = nullptr,
+    .zonmAdd_vv_32f_P = nullptr,
+    .zonmAdd_vv_64f = nullptr,
+    .zonmAdd_vv_64f_P = nullptr,
+    .zonmAffineTransform3DH_mva_32f = nullptr,
+    .zonmAffineTransformCoord_m4v2_32f = nullptr,
+    .zonmAffineTransformCoord_m4v2a_32f = nullptr,
+    .zonmAffineTransformCoord_m4v3_32f = nullptr,
+    .zonmAffineTransformCoord_m4v3a_32f = nullptr,
+    .zonmAffineTransformNormal_m4v2_32f = nullptr,
+    .zonmAffineTransformNormal_m4v2a_32f = nullptr,
+    .zonmAffineTransformNormal_m4v3_32f = nullptr,
+    .zonmAffineTransformNormal_m4v3a_32f = nullptr,
+    .zonmAffineTransform_m4v2_32f = nullptr,
+    .zonmAffineTransform_m4v2a_32f = nullptr,
+    .zonmAffineTransform_m4v3_32f = nullptr,
+    .zonmAffineTransform_m4v3a_32f = nullptr,
+    .zonmAffineTransform_m4v4_32f = nullptr,
+    .zonmAffineTransform_m4v4a_32f = nullptr,
+    .zonmBaryCentric_v2_32f = nullptr,
+    .zonmBaryCentric_v3_32f = nullptr,
+    .zonmBaryCentric_v4_32f = nullptr,
+    .zonmCholeskyBackSubst_mava_32f = nullptr,
+    .zonmCholeskyBackSubst_mava_32f_L = nullptr,
+    .zonmCholeskyBackSubst_mava_32f_P = nullptr,
+    .zonmCholeskyBackSubst_mava_64f = nullptr,
+    .zonmCholeskyBackSubst_mava_64f_L = nullptr,
+    .zonmCholeskyBackSubst_mava_64f_P = nullptr,
+    .zonmCholeskyBackSubst_mv_32f = nullptr,
+    .zonmCholeskyBackSubst_mv_32f_P = nullptr,
+    .zonmCholeskyBackSubst_mv_64f = nullptr,
+    .zonmCholeskyBackSubst_mv_64f_P = nullptr,
+    .zonmCholeskyBackSubst_mva_32f = nullptr,
+    .zonmCholeskyBackSubst_mva_32f_L = nullptr,
+    .zonmCholeskyBackSubst_mva_32f_P = nullptr,
+    .zonmCholeskyBackSubst_mva_64f = nullptr,
+    .zonmCholeskyBackSubst_mva_64f_L = nullptr,
+    .zonmCholeskyBackSubst_mva_64f_P = nullptr,
+    .zonmCholeskyDecomp_m_32f = nullptr,
+    .zonmCholeskyDecomp_m_32f_P = nullptr,
+    .zonmCholeskyDecomp_m_64f = nullptr,
+    .zonmCholeskyDecomp_m_64f_P = nullptr,
+    .zonmCholeskyDecomp_ma_32f = nullptr,
+    .zonmCholeskyDecomp_ma_32f_L = nullptr,
+    .zonmCholeskyDecomp_ma_32f_P = nullptr,
+    .zonmCholeskyDecomp_ma_64f = nullptr,
+    .zonmCholeskyDecomp_ma_64f_L = nullptr,
+    .zonmCholeskyDecomp_ma_64f_P = nullptr,
+    .zonmCopy_ma_32f_LL = nullptr,
+    .zonmCopy_ma_32f_LP = nullptr,
+    .zonmCopy_ma_32f_LS = nullptr,
+    .zonmCopy_ma_32f_PL = nullptr,
+    .zonmCopy_ma_32f_PP = nullptr,
+    .zonmCopy_ma_32f_PS = nullptr,
+    .zonmCopy_ma_32f_SL = nullptr,
+    .zonmCopy_ma_32f_SP = nullptr,
+    .zonmCopy_ma_32f_SS = nullptr,
+    .zonmCopy_ma_64f_LL = nullptr,
+    .zonmCopy_ma_64f_LP = nullptr,
+    .zonmCopy_ma_64f_LS = nullptr,
+    .zonmCopy_ma_64f_PL = nullptr,
+    .zonmCopy_ma_64f_PP = nullptr,
+    .zonmCopy_ma_64f_PS = nullptr,
+    .zonmCopy_ma_64f_SL = nullptr,
+    .zonmCopy_ma_64f_SP = nullptr,
+    .zonmCopy_ma_64f_SS = nullptr,
+    .zonmCopy_va_32f_LL = nullptr,
+    .zonmCopy_va_32f_LP = nullptr,
+    .zonmCopy_va_32f_LS = nullptr,
+    .zonmCopy_va_32f_PL = nullptr,
+    .zonmCopy_va_32f_PP = nullptr,
+    .zonmCopy_va_32f_PS = nullptr,
+    .zonmCopy_va_32f_SL = nullptr,
+    .zonmCopy_va_32f_SP = nullptr,
+    .zonmCopy_va_32f_SS = nullptr,
+    .zonmCopy_va_64f_LL = nullptr,
+    .zonmCopy_va_64f_LP = nullptr,
+    .zonmCopy_va_64f_LS = nullptr,
+    .zonmCopy_va_64f_PL = nullptr,
+    .zonmCopy_va_64f_PP = nullptr,
+    .zonmCopy_va_64f_PS = nullptr,
+    .zonmCopy_va_64f_SL = nullptr,
+    .zonmCopy_va_64f_SP = nullptr,
+    .zonmCopy_va_64f_SS = nullptr,
+    .zonmCrossProduct_v2_32f = nullptr,
+    .zonmCrossProduct_v3_32f = nullptr,
+    .zonmCrossProduct_v4_32f = nullptr,
+    .zonmCrossProduct_vav_32f = nullptr,
+    .zonmCrossProduct_vav_32f_L = nullptr,
+    .zonmCrossProduct_vav_32f_P = nullptr,
+    .zonmCrossProduct_vav_64f = nullptr,
+    .zonmCrossProduct_vav_64f_L = nullptr,
+    .zonmCrossProduct_vav_64f_P = nullptr,
+    .zonmCrossProduct_vava_32f = nullptr,
+    .zonmCrossProduct_vava_32f_L = nullptr,
+    .zonmCrossProduct_vava_32f_P = nullptr,
+    .zonmCrossProduct_vava_64f = nullptr,
+    .zonmCrossProduct_vava_64f_L = nullptr,
+    .zonmCrossProduct_vava_64f_P = nullptr,
+    .zonmCrossProduct_vv_32f = nullptr,
+    .zonmCrossProduct_vv_32f_P = nullptr,
+    .zonmCrossProduct_vv_64f = nullptr,
+    .zonmCrossProduct_vv_64f_P = nullptr,
+    .zonmCrossProduct_vva_32f = nullptr,
+    .zonmCrossProduct_vva_32f_L = nullptr,
+    .zonmCrossProduct_vva_32f_P = nullptr,
+    .zonmCrossProduct_vva_64f = nullptr,
+    .zonmCrossProduct_vva_64f_L = nullptr,
+    .zonmCrossProduct_vva_64f_P = nullptr,
+    .zonmDet_m4_32f = nullptr,
+    .zonmDet_m_32f = nullptr,
+    .zonmDet_m_32f_P = nullptr,
+    .zonmDet_m_64f = nullptr,
+    .zonmDet_m_64f_P = nullptr,
+    .zonmDet_ma_32f = nullptr,
+    .zonmDet_ma_32f_L = nullptr,
+    .zonmDet_ma_32f_P = nullptr,
+    .zonmDet_ma_64f = nullptr,
+    .zonmDet_ma_64f_L = nullptr,
+    .zonmDet_ma_64f_P = nullptr,
+    .zonmDotProduct_v2_32f = nullptr,
+    .zonmDotProduct_v3_32f = nullptr,
+    .zonmDotProduct_v4_32f = nullptr,
+    .zonmDotProduct_vav_32f = nullptr,
+    .zonmDotProduct_vav_32f_L = nullptr,
+    .zonmDotProduct_vav_32f_P = nullptr,
+    .zonmDotProduct_vav_64f = nullptr,
+    .zonmDotProduct_vav_64f_L = nullptr,
+    .zonmDotProduct_vav_64f_P = nullptr,
+    .zonmDotProduct_vava_32f = nullptr,
+    .zonmDotProduct_vava_32f_L = nullptr,
+    .zonmDotProduct_vava_32f_P = nullptr,
+    .zonmDotProduct_vava_64f = nullptr,
+    .zonmDotProduct_vava_64f_L = nullptr,
+    .zonmDotProduct_vava_64f_P = nullptr,
+    .zonmDotProduct_vv_32f = nullptr,
+    .zonmDotProduct_vv_32f_P = nullptr,
+    .zonmDotProduct_vv_64f = nullptr,
+    .zonmDotProduct_vv_64f_P = nullptr,
+    .zonmEigenValuesGetBufSize_32f = nullptr,
+    .zonmEigenValuesGetBufSize_64f = nullptr,
+    .zonmEigenValuesSym_m_32f = nullptr,
+    .zonmEigenValuesSym_m_32f_P = nullptr,
+    .zonmEigenValuesSym_m_64f = nullptr,
+    .zonmEigenValuesSym_m_64f_P = nullptr,
+    .zonmEigenValuesSym_ma_32f = nullptr,
+    .zonmEigenValuesSym_ma_32f_L = nullptr,
+    .zonmEigenValuesSym_ma_32f_P = nullptr,
+    .zonmEigenValuesSym_ma_64f = nullptr,
+    .zonmEigenValuesSym_ma_64f_L = nullptr,
+    .zonmEigenValuesSym_ma_64f_P = nullptr,
+    .zonmEigenValuesVectorsGetBufSize_32f = nullptr,
+    .zonmEigenValuesVectorsGetBufSize_64f = nullptr,
+    .zonmEigenValuesVectorsLeft_m_32f = nullptr,
+    .zonmEigenValuesVectorsLeft_m_32f_P = nullptr,
+    .zonmEigenValuesVectorsLeft_m_64f = nullptr,
+    .zonmEigenValuesVectorsLeft_m_64f_P = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_32f = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_32f_L = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_32f_P = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_64f = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_64f_L = nullptr,
+    .zonmEigenValuesVectorsLeft_ma_64f_P = nullptr,
+    .zonmEigenValuesVectorsRight_m_32f = nullptr,
+    .zonmEigenValuesVectorsRight_m_32f_P = nullptr,
+    .zonmEigenValuesVectorsRight_m_64f = nullptr,
+    .zonmEigenValuesVectorsRight_m_64f_P = nullptr,
+    .zonmEigenValuesVectorsRight_ma_32f = nullptr,
+    .zonmEigenValuesVectorsRight_ma_32f_L = nullptr,
+    .zonmEigenValuesVectorsRight_ma_32f_P = nullptr,
+    .zonmEigenValuesVectorsRight_ma_64f = nullptr,
+    .zonmEigenValuesVectorsRight_ma_64f_L = nullptr,
+    .zonmEigenValuesVectorsRight_ma_64f_P = nullptr,
+    .zonmEigenValuesVectorsSym_m_32f = nullptr,
+    .zonmEigenValuesVectorsSym_m_32f_P = nullptr,
+    .zonmEigenValuesVectorsSym_m_64f = nullptr,
+    .zonmEigenValuesVectorsSym_m_64f_P = nullptr,
+    .zonmEigenValuesVectorsSym_ma_32f = nullptr,
+    .zonmEigenValuesVectorsSym_ma_32f_L = nullptr,
+    .zonmEigenValuesVectorsSym_ma_32f_P = nullptr,
+    .zonmEigenValuesVectorsSym_ma_64f = nullptr,
+    .zonmEigenValuesVectorsSym_ma_64f_L = nullptr,
+    .zonmEigenValuesVectorsSym_ma_64f_P = nullptr,
+    .zonmEigenValuesVectors_m_32f = nullptr,
+    .zonmEigenValuesVectors_m_32f_P = nullptr,
+    .zonmEigenValuesVectors_m_64f = nullptr,
+    .zonmEigenValuesVectors_m_64f_P = nullptr,
+    .zonmEigenValuesVectors_ma_32f = nullptr,
+    .zonmEigenValuesVectors_ma_32f_L = nullptr,
+    .zonmEigenValuesVectors_ma_32f_P = nullptr,
+    .zonmEigenValuesVectors_ma_64f = nullptr,
+    .zonmEigenValuesVectors_ma_64f_L = nullptr,
+    .zonmEigenValuesVectors_ma_64f_P = nullptr,
+    .zonmEigenValues_m_32f = nullptr,
+    .zonmEigenValues_m_32f_P = nullptr,
+    .zonmEigenValues_m_64f = nullptr,
+    .zonmEigenValues_m_64f_P = nullptr,
+    .zonmEigenValues_ma_32f = nullptr,
+    .zonmEigenValues_ma_32f_L = nullptr,
+    .zonmEigenValues_ma_32f_P = nullptr,
+    .zonmEigenValues_ma_64f = nullptr,
+    .zonmEigenValues_ma_64f_L = nullptr,
+    .zonmEigenValues_ma_64f_P = nullptr,
+    .zonmExtract_m_32f = nullptr,
+    .zonmExtract_m_32f_P = nullptr,
+    .zonmExtract_m_64f = nullptr,
+    .zonmExtract_m_64f_P = nullptr,
+    .zonmExtract_ma_32f = nullptr,
+    .zonmExtract_ma_32f_L = nullptr,
+    .zonmExtract_ma_32f_P = nullptr,
+    .zonmExtract_ma_64f = nullptr,
+    .zonmExtract_ma_64f_L = nullptr,
+    .zonmExtract_ma_64f_P = nullptr,
+    .zonmExtract_t_32f = nullptr,
+    .zonmExtract_t_32f_P = nullptr,
+    .zonmExtract_t_64f = nullptr,
+    .zonmExtract_t_64f_P = nullptr,
+    .zonmExtract_ta_32f = nullptr,
+    .zonmExtract_ta_32f_L = nullptr,
+    .zonmExtract_ta_32f_P = nullptr,
+    .zonmExtract_ta_64f = nullptr,
+    .zonmExtract_ta_64f_L = nullptr,
+    .zonmExtract_ta_64f_P = nullptr,
+    .zonmExtract_v_32f = nullptr,
+    .zonmExtract_v_32f_P = nullptr,
+    .zonmExtract_v_64f = nullptr,
+    .zonmExtract_v_64f_P = nullptr,
+    .zonmExtract_va_32f = nullptr,
+    .zonmExtract_va_32f_L = nullptr,
+    .zonmExtract_va_32f_P = nullptr,
+    .zonmExtract_va_64f = nullptr,
+    .zonmExtract_va_64f_L = nullptr,
+    .zonmExtract_va_64f_P = nullptr,
+    .zonmFrobNorm_m_32f = nullptr,
+    .zonmFrobNorm_m_32f_P = nullptr,
+    .zonmFrobNorm_m_64f = nullptr,
+    .zonmFrobNorm_m_64f_P = nullptr,
+    .zonmFrobNorm_ma_32f = nullptr,
+    .zonmFrobNorm_ma_32f_L = nullptr,
+    .zonmFrobNorm_ma_32f_P = nullptr,
+    .zonmFrobNorm_ma_64f = nullptr,
+    .zonmFrobNorm_ma_64f_L = nullptr,
+    .zonmFrobNorm_ma_64f_P = nullptr,
+    .zonmGaxpy_mv_32f = nullptr,
+    .zonmGaxpy_mv_32f_P = nullptr,
+    .zonmGaxpy_mv_64f = nullptr,
+    .zonmGaxpy_mv_64f_P = nullptr,
+    .zonmGaxpy_mva_32f = nullptr,
+    .zonmGaxpy_mva_32f_L = nullptr,
+    .zonmGaxpy_mva_32f_P = nullptr,
+    .zonmGaxpy_mva_64f = nullptr,
+    .zonmGaxpy_mva_64f_L = nullptr,
+    .zonmGaxpy_mva_64f_P = nullptr,
+    .zonmGaxpy_mvav_32f = nullptr,
+    .zonmGaxpy_mvav_32f_L = nullptr,
+    .zonmGaxpy_mvav_32f_P = nullptr,
+    .zonmGaxpy_mvav_64f = nullptr,
+    .zonmGaxpy_mvav_64f_L = nullptr,
+    .zonmGaxpy_mvav_64f_P = nullptr,
+    .zonmGetLibVersion = entry::zonmGetLibVersion,
+    .zonmHermite_v2_32f = nullptr,
+    .zonmHermite_v3_32f = nullptr,
+    .zonmHermite_v4_32f = nullptr,
+    .zonmIdentity_m4_32f = nullptr,
+    .zonmInterpolationCatmullRom_v2_32f = nullptr,
+    .zonmInterpolationCatmullRom_v3_32f = nullptr,
+    .zonmInterpolationCatmullRom_v4_32f = nullptr,
+    .zonmInterpolationLinear_v2_32f = nullptr,
+    .zonmInterpolationLinear_v3_32f = nullptr,
+    .zonmInterpolationLinear_v4_32f = nullptr,
+    .zonmInvert_m4_32f = nullptr,
+    .zonmInvert_m_32f = nullptr,
+    .zonmInvert_m_32f_P = nullptr,
+    .zonmInvert_m_64f = nullptr,
+    .zonmInvert_m_64f_P = nullptr,
+    .zonmInvert_ma_32f = nullptr,
+    .zonmInvert_ma_32f_L = nullptr,
+    .zonmInvert_ma_32f_P = nullptr,
+    .zonmInvert_ma_64f = nullptr,
+    .zonmInvert_ma_64f_L = nullptr,
+    .zonmInvert_ma_64f_P = nullptr,
+    .zonmIsIdentity_m4_32f = nullptr,
+    .zonmL2Norm_v_32f = nullptr,
+    .zonmL2Norm_v_32f_P = nullptr,
+    .zonmL2Norm_v_64f = nullptr,
+    .zonmL2Norm_v_64f_P = nullptr,
+    .zonmL2Norm_va_32f = nullptr,
+    .zonmL2Norm_va_32f_L = nullptr,
+    .zonmL2Norm_va_32f_P = nullptr,
+    .zonmL2Norm_va_64f = nullptr,
+    .zonmL2Norm_va_64f_L = nullptr,
+    .zonmL2Norm_va_64f_P = nullptr,
+    .zonmLComb_vav_32f = nullptr,
+    .zonmLComb_vav_32f_L = nullptr,
+    .zonmLComb_vav_32f_P = nullptr,
+    .zonmLComb_vav_64f = nullptr,
+    .zonmLComb_vav_64f_L = nullptr,
+    .zonmLComb_vav_64f_P = nullptr,
+    .zonmLComb_vava_32f = nullptr,
+    .zonmLComb_vava_32f_L = nullptr,
+    .zonmLComb_vava_32f_P = nullptr,
+    .zonmLComb_vava_64f = nullptr,
+    .zonmLComb_vava_64f_L = nullptr,
+    .zonmLComb_vava_64f_P = nullptr,
+    .zonmLComb_vv_32f = nullptr,
+    .zonmLComb_vv_32f_P = nullptr,
+    .zonmLComb_vv_64f = nullptr,
+    .zonmLComb_vv_64f_P = nullptr,
+    .zonmLUBackSubst_mava_32f = entry::zonmLUBackSubst_mava_32f,
+    .zonmLUBackSubst_mava_32f_L = entry::zonmLUBackSubst_mava_32f_L,
+    .zonmLUBackSubst_mava_32f_P = entry::zonmLUBackSubst_mava_32f_P,
+    .zonmLUBackSubst_mava_64f = entry::zonmLUBackSubst_mava_64f,
+    .zonmLUBackSubst_mava_64f_L = entry::zonmLUBackSubst_mava_64f_L,
+    .zonmLUBackSubst_mava_64f_P = entry::zonmLUBackSubst_mava_64f_P,
+    .zonmLUBackSubst_mv_32f = entry::zonmLUBackSubst_mv_32f,
+    .zonmLUBackSubst_mv_32f_P = entry::zonmLUBackSubst_mv_32f_P,
+    .zonmLUBackSubst_mv_64f = entry::zonmLUBackSubst_mv_64f,
+    .zonmLUBackSubst_mv_64f_P = entry::zonmLUBackSubst_mv_64f_P,
+    .zonmLUBackSubst_mva_32f = entry::zonmLUBackSubst_mva_32f,
+    .zonmLUBackSubst_mva_32f_L = entry::zonmLUBackSubst_mva_32f_L,
+    .zonmLUBackSubst_mva_32f_P = entry::zonmLUBackSubst_mva_32f_P,
+    .zonmLUBackSubst_mva_64f = entry::zonmLUBackSubst_mva_64f,
+    .zonmLUBackSubst_mva_64f_L = entry::zonmLUBackSubst_mva_64f_L,
+    .zonmLUBackSubst_mva_64f_P = entry::zonmLUBackSubst_mva_64f_P,
+    .zonmLUDecomp_m_32f = entry::zonmLUDecomp_m_32f,
+    .zonmLUDecomp_m_32f_P = entry::zonmLUDecomp_m_32f_P,
+    .zonmLUDecomp_m_64f = entry::zonmLUDecomp_m_64f,
+    .zonmLUDecomp_m_64f_P = entry::zonmLUDecomp_m_64f_P,
+    .zonmLUDecomp_ma_32f = entry::zonmLUDecomp_ma_32f,
+    .zonmLUDecomp_ma_32f_L = entry::zonmLUDecomp_ma_32f_L,
+    .zonmLUDecomp_ma_32f_P = entry::zonmLUDecomp_ma_32f_P,
+    .zonmLUDecomp_ma_64f = entry::zonmLUDecomp_ma_64f,
+    .zonmLUDecomp_ma_64f_L = entry::zonmLUDecomp_ma_64f_L,
+    .zonmLUDecomp_ma_64f_P = entry::zonmLUDecomp_ma_64f_P,
+    .zonmLenSqr_v2_32f = nullptr,
+    .zonmLenSqr_v3_32f = nullptr,
+    .zonmLenSqr_v4_32f = nullptr,
+    .zonmLen_v2_32f = nullptr,
+    .zonmLen_v3_32f = nullptr,
+    .zonmLen_v4_32f = nullptr,
+    .zonmLoadIdentity_ma_32f = nullptr,
+    .zonmLoadIdentity_ma_32f_L = nullptr,
+    .zonmLoadIdentity_ma_32f_P = nullptr,
+    .zonmLoadIdentity_ma_64f = nullptr,
+    .zonmLoadIdentity_ma_64f_L = nullptr,
+    .zonmLoadIdentity_ma_64f_P = nullptr,
+    .zonmLookAtLH_m4_32f = nullptr,
+    .zonmLookAtRH_m4_32f = nullptr,
+    .zonmMax_v2_32f = nullptr,
+    .zonmMax_v3_32f = nullptr,
+    .zonmMax_v4_32f = nullptr,
+    .zonmMin_v2_32f = nullptr,
+    .zonmMin_v3_32f = nullptr,
+    .zonmMin_v4_32f = nullptr,
+    .zonmMulC_v2_32f = nullptr,
+    .zonmMulC_v3_32f = nullptr,
+    .zonmMulC_v4_32f = nullptr,
+    .zonmMulTranspose_m4_32f = nullptr,
+    .zonmMul_mac_32f = nullptr,
+    .zonmMul_mac_32f_L = nullptr,
+    .zonmMul_mac_32f_P = nullptr,
+    .zonmMul_mac_64f = nullptr,
+    .zonmMul_mac_64f_L = nullptr,
+    .zonmMul_mac_64f_P = nullptr,
+    .zonmMul_mam_32f = entry::zonmMul_mam_32f,
+    .zonmMul_mam_32f_L = entry::zonmMul_mam_32f_L,
+    .zonmMul_mam_32f_P = entry::zonmMul_mam_32f_P,
+    .zonmMul_mam_64f = entry::zonmMul_mam_64f,
+    .zonmMul_mam_64f_L = entry::zonmMul_mam_64f_L,
+    .zonmMul_mam_64f_P = entry::zonmMul_mam_64f_P,
+    .zonmMul_mama_32f = entry::zonmMul_mama_32f,
+    .zonmMul_mama_32f_L = entry::zonmMul_mama_32f_L,
+    .zonmMul_mama_32f_P = entry::zonmMul_mama_32f_P,
+    .zonmMul_mama_64f = entry::zonmMul_mama_64f,
+    .zonmMul_mama_64f_L = entry::zonmMul_mama_64f_L,
+    .zonmMul_mama_64f_P = entry::zonmMul_mama_64f_P,
+    .zonmMul_mat_32f = entry::zonmMul_mat_32f,
+    .zonmMul_mat_32f_L = entry::zonmMul_mat_32f_L,
+    .zonmMul_mat_32f_P = entry::zonmMul_mat_32f_P,
+    .zonmMul_mat_64f = entry::zonmMul_mat_64f,
+    .zonmMul_mat_64f_L = entry::zonmMul_mat_64f_L,
+    .zonmMul_mat_64f_P = entry::zonmMul_mat_64f_P,
+    .zonmMul_mata_32f = entry::zonmMul_mata_32f,
+    .zonmMul_mata_32f_L = entry::zonmMul_mata_32f_L,
+    .zonmMul_mata_32f_P = entry::zonmMul_mata_32f_P,
+    .zonmMul_mata_64f = entry::zonmMul_mata_64f,
+    .zonmMul_mata_64f_L = entry::zonmMul_mata_64f_L,
+    .zonmMul_mata_64f_P = entry::zonmMul_mata_64f_P,
+    .zonmMul_mav_32f = nullptr,
+    .zonmMul_mav_32f_L = nullptr,
+    .zonmMul_mav_32f_P = nullptr,
+    .zonmMul_mav_64f = nullptr,
+    .zonmMul_mav_64f_L = nullptr,
+    .zonmMul_mav_64f_P = nullptr,
+    .zonmMul_mava_32f = nullptr,
+    .zonmMul_mava_32f_L = nullptr,
+    .zonmMul_mava_32f_P = nullptr,
+    .zonmMul_mava_64f = nullptr,
+    .zonmMul_mava_64f_L = nullptr,
+    .zonmMul_mava_64f_P = nullptr,
+    .zonmMul_mc_32f = nullptr,
+    .zonmMul_mc_32f_P = nullptr,
+    .zonmMul_mc_64f = nullptr,
+    .zonmMul_mc_64f_P = nullptr,
+    .zonmMul_mm4x4_32f = nullptr,
+    .zonmMul_mm_32f = entry::zonmMul_mm_32f,
+    .zonmMul_mm_32f_P = entry::zonmMul_mm_32f_P,
+    .zonmMul_mm_64f = entry::zonmMul_mm_64f,
+    .zonmMul_mm_64f_P = entry::zonmMul_mm_64f_P,
+    .zonmMul_mma_32f = entry::zonmMul_mma_32f,
+    .zonmMul_mma_32f_L = entry::zonmMul_mma_32f_L,
+    .zonmMul_mma_32f_P = entry::zonmMul_mma_32f_P,
+    .zonmMul_mma_64f = entry::zonmMul_mma_64f,
+    .zonmMul_mma_64f_L = entry::zonmMul_mma_64f_L,
+    .zonmMul_mma_64f_P = entry::zonmMul_mma_64f_P,
+    .zonmMul_mt_32f = entry::zonmMul_mt_32f,
+    .zonmMul_mt_32f_P = entry::zonmMul_mt_32f_P,
+    .zonmMul_mt_64f = entry::zonmMul_mt_64f,
+    .zonmMul_mt_64f_P = entry::zonmMul_mt_64f_P,
+    .zonmMul_mta_32f = entry::zonmMul_mta_32f,
+    .zonmMul_mta_32f_L = entry::zonmMul_mta_32f_L,
+    .zonmMul_mta_32f_P = entry::zonmMul_mta_32f_P,
+    .zonmMul_mta_64f = entry::zonmMul_mta_64f,
+    .zonmMul_mta_64f_L = entry::zonmMul_mta_64f_L,
+    .zonmMul_mta_64f_P = entry::zonmMul_mta_64f_P,
+    .zonmMul_mv_32f = nullptr,
+    .zonmMul_mv_32f_P = nullptr,
+    .zonmMul_mv_64f = nullptr,
+    .zonmMul_mv_64f_P = nullptr,
+    .zonmMul_mva_32f = nullptr,
+    .zonmMul_mva_32f_L = nullptr,
+    .zonmMul_mva_32f_P = nullptr,
+    .zonmMul_mva_64f = nullptr,
+    .zonmMul_mva_64f_L = nullptr,
+    .zonmMul_mva_64f_P = nullptr,
+    .zonmMul_tac_32f = nullptr,
+    .zonmMul_tac_32f_L = nullptr,
+    .zonmMul_tac_32f_P = nullptr,
+    .zonmMul_tac_64f = nullptr,
+    .zonmMul_tac_64f_L = nullptr,
+    .zonmMul_tac_64f_P = nullptr,
+    .zonmMul_tam_32f = entry::zonmMul_tam_32f,
+    .zonmMul_tam_32f_L = entry::zonmMul_tam_32f_L,
+    .zonmMul_tam_32f_P = entry::zonmMul_tam_32f_P,
+    .zonmMul_tam_64f = entry::zonmMul_tam_64f,
+    .zonmMul_tam_64f_L = entry::zonmMul_tam_64f_L,
+    .zonmMul_tam_64f_P = entry::zonmMul_tam_64f_P,
+    .zonmMul_tama_32f = entry::zonmMul_tama_32f,
+    .zonmMul_tama_32f_L = entry::zonmMul_tama_32f_L,
+    .zonmMul_tama_32f_P = entry::zonmMul_tama_32f_P,
+    .zonmMul_tama_64f = entry::zonmMul_tama_64f,
+    .zonmMul_tama_64f_L = entry::zonmMul_tama_64f_L,
+    .zonmMul_tama_64f_P = entry::zonmMul_tama_64f_P,
+    .zonmMul_tat_32f = entry::zonmMul_tat_32f,
+    .zonmMul_tat_32f_L = entry::zonmMul_tat_32f_L,
+    .zonmMul_tat_32f_P = entry::zonmMul_tat_32f_P,
+    .zonmMul_tat_64f = entry::zonmMul_tat_64f,
+    .zonmMul_tat_64f_L = entry::zonmMul_tat_64f_L,
+    .zonmMul_tat_64f_P = entry::zonmMul_tat_64f_P,
+    .zonmMul_tata_32f = entry::zonmMul_tata_32f,
+    .zonmMul_tata_32f_L = entry::zonmMul_tata_32f_L,
+    .zonmMul_tata_32f_P = entry::zonmMul_tata_32f_P,
+    .zonmMul_tata_64f = entry::zonmMul_tata_64f,
+    .zonmMul_tata_64f_L = entry::zonmMul_tata_64f_L,
+    .zonmMul_tata_64f_P = entry::zonmMul_tata_64f_P,
+    .zonmMul_tav_32f = nullptr,
+    .zonmMul_tav_32f_L = nullptr,
+    .zonmMul_tav_32f_P = nullptr,
+    .zonmMul_tav_64f = nullptr,
+    .zonmMul_tav_64f_L = nullptr,
+    .zonmMul_tav_64f_P = nullptr,
+    .zonmMul_tava_32f = nullptr,
+    .zonmMul_tava_32f_L = nullptr,
+    .zonmMul_tava_32f_P = nullptr,
+    .zonmMul_tava_64f = nullptr,
+    .zonmMul_tava_64f_L = nullptr,
+    .zonmMul_tava_64f_P = nullptr,
+    .zonmMul_tc_32f = nullptr,
+    .zonmMul_tc_32f_P = nullptr,
+    .zonmMul_tc_64f = nullptr,
+    .zonmMul_tc_64f_P = nullptr,
+    .zonmMul_tm_32f = entry::zonmMul_tm_32f,
+    .zonmMul_tm_32f_P = entry::zonmMul_tm_32f_P,
+    .zonmMul_tm_64f = entry::zonmMul_tm_64f,
+    .zonmMul_tm_64f_P = entry::zonmMul_tm_64f_P,
+    .zonmMul_tma_32f = entry::zonmMul_tma_32f,
+    .zonmMul_tma_32f_L = entry::zonmMul_tma_32f_L,
+    .zonmMul_tma_32f_P = entry::zonmMul_tma_32f_P,
+    .zonmMul_tma_64f = entry::zonmMul_tma_64f,
+    .zonmMul_tma_64f_L = entry::zonmMul_tma_64f_L,
+    .zonmMul_tma_64f_P = entry::zonmMul_tma_64f_P,
+    .zonmMul_tt_32f = entry::zonmMul_tt_32f,
+    .zonmMul_tt_32f_P = entry::zonmMul_tt_32f_P,
+    .zonmMul_tt_64f = entry::zonmMul_tt_64f,
+    .zonmMul_tt_64f_P = entry::zonmMul_tt_64f_P,
+    .zonmMul_tta_32f = entry::zonmMul_tta_32f,
+    .zonmMul_tta_32f_L = entry::zonmMul_tta_32f_L,
+    .zonmMul_tta_32f_P = entry::zonmMul_tta_32f_P,
+    .zonmMul_tta_64f = entry::zonmMul_tta_64f,
+    .zonmMul_tta_64f_L = entry::zonmMul_tta_64f_L,
+    .zonmMul_tta_64f_P = entry::zonmMul_tta_64f_P,
+    .zonmMul_tv_32f = nullptr,
+    .zonmMul_tv_32f_P = nullptr,
+    .zonmMul_tv_64f = nullptr,
+    .zonmMul_tv_64f_P = nullptr,
+    .zonmMul_tva_32f = nullptr,
+    .zonmMul_tva_32f_L = nullptr,
+    .zonmMul_tva_32f_P = nullptr,
+    .zonmMul_tva_64f = nullptr,
+    .zonmMul_tva_64f_L = nullptr,
+    .zonmMul_tva_64f_P = nullptr,
+    .zonmMul_vac_32f = nullptr,
+    .zonmMul_vac_32f_L = nullptr,
+    .zonmMul_vac_32f_P = nullptr,
+    .zonmMul_vac_64f = nullptr,
+    .zonmMul_vac_64f_L = nullptr,
+    .zonmMul_vac_64f_P = nullptr,
+    .zonmMul_vaca_32f = nullptr,
+    .zonmMul_vaca_32f_L = nullptr,
+    .zonmMul_vaca_32f_P = nullptr,
+    .zonmMul_vaca_64f = nullptr,
+    .zonmMul_vaca_64f_L = nullptr,
+    .zonmMul_vaca_64f_P = nullptr,
+    .zonmMul_vc_32f = nullptr,
+    .zonmMul_vc_32f_P = nullptr,
+    .zonmMul_vc_64f = nullptr,
+    .zonmMul_vc_64f_P = nullptr,
+    .zonmMul_vca_32f = nullptr,
+    .zonmMul_vca_32f_L = nullptr,
+    .zonmMul_vca_32f_P = nullptr,
+    .zonmMul_vca_64f = nullptr,
+    .zonmMul_vca_64f_L = nullptr,
+    .zonmMul_vca_64f_P = nullptr,
+    .zonmNormalize_v2_32f = nullptr,
+    .zonmNormalize_v3_32f = nullptr,
+    .zonmNormalize_v4_32f = nullptr,
+    .zonmOrthoLH_m4_32f = nullptr,
+    .zonmOrthoOffCenterLH_m4_32f = nullptr,
+    .zonmOrthoOffCenterRH_m4_32f = nullptr,
+    .zonmOrthoRH_m4_32f = nullptr,
+    .zonmPerspectiveFovLH_m4_32f = nullptr,
+    .zonmPerspectiveFovRH_m4_32f = nullptr,
+    .zonmPerspectiveLH_m4_32f = nullptr,
+    .zonmPerspectiveOffCenterLH_m4_32f = nullptr,
+    .zonmPerspectiveOffCenterRH_m4_32f = nullptr,
+    .zonmPerspectiveRH_m4_32f = nullptr,
+    .zonmProject_m4v3_32f = nullptr,
+    .zonmProject_m4v3a_32f = nullptr,
+    .zonmQRBackSubst_mava_32f = nullptr,
+    .zonmQRBackSubst_mava_32f_L = nullptr,
+    .zonmQRBackSubst_mava_32f_P = nullptr,
+    .zonmQRBackSubst_mava_64f = nullptr,
+    .zonmQRBackSubst_mava_64f_L = nullptr,
+    .zonmQRBackSubst_mava_64f_P = nullptr,
+    .zonmQRBackSubst_mv_32f = nullptr,
+    .zonmQRBackSubst_mv_32f_P = nullptr,
+    .zonmQRBackSubst_mv_64f = nullptr,
+    .zonmQRBackSubst_mv_64f_P = nullptr,
+    .zonmQRBackSubst_mva_32f = nullptr,
+    .zonmQRBackSubst_mva_32f_L = nullptr,
+    .zonmQRBackSubst_mva_32f_P = nullptr,
+    .zonmQRBackSubst_mva_64f = nullptr,
+    .zonmQRBackSubst_mva_64f_L = nullptr,
+    .zonmQRBackSubst_mva_64f_P = nullptr,
+    .zonmQRDecomp_m_32f = nullptr,
+    .zonmQRDecomp_m_32f_P = nullptr,
+    .zonmQRDecomp_m_64f = nullptr,
+    .zonmQRDecomp_m_64f_P = nullptr,
+    .zonmQRDecomp_ma_32f = nullptr,
+    .zonmQRDecomp_ma_32f_L = nullptr,
+    .zonmQRDecomp_ma_32f_P = nullptr,
+    .zonmQRDecomp_ma_64f = nullptr,
+    .zonmQRDecomp_ma_64f_L = nullptr,
+    .zonmQRDecomp_ma_64f_P = nullptr,
+    .zonmRotationAxis_v3m4_32f = nullptr,
+    .zonmRotationX_m4_32f = nullptr,
+    .zonmRotationY_m4_32f = nullptr,
+    .zonmRotationYawPitchRoll_m4_32f = nullptr,
+    .zonmRotationZ_m4_32f = nullptr,
+    .zonmSaxpy_vav_32f = nullptr,
+    .zonmSaxpy_vav_32f_L = nullptr,
+    .zonmSaxpy_vav_32f_P = nullptr,
+    .zonmSaxpy_vav_64f = nullptr,
+    .zonmSaxpy_vav_64f_L = nullptr,
+    .zonmSaxpy_vav_64f_P = nullptr,
+    .zonmSaxpy_vava_32f = nullptr,
+    .zonmSaxpy_vava_32f_L = nullptr,
+    .zonmSaxpy_vava_32f_P = nullptr,
+    .zonmSaxpy_vava_64f = nullptr,
+    .zonmSaxpy_vava_64f_L = nullptr,
+    .zonmSaxpy_vava_64f_P = nullptr,
+    .zonmSaxpy_vv_32f = nullptr,
+    .zonmSaxpy_vv_32f_P = nullptr,
+    .zonmSaxpy_vv_64f = nullptr,
+    .zonmSaxpy_vv_64f_P = nullptr,
+    .zonmSaxpy_vva_32f = nullptr,
+    .zonmSaxpy_vva_32f_L = nullptr,
+    .zonmSaxpy_vva_32f_P = nullptr,
+    .zonmSaxpy_vva_64f = nullptr,
+    .zonmSaxpy_vva_64f_L = nullptr,
+    .zonmSaxpy_vva_64f_P = nullptr,
+    .zonmScaling_m4_32f = nullptr,
+    .zonmSub_cav_32f = nullptr,
+    .zonmSub_cav_32f_L = nullptr,
+    .zonmSub_cav_32f_P = nullptr,
+    .zonmSub_cav_64f = nullptr,
+    .zonmSub_cav_64f_L = nullptr,
+    .zonmSub_cav_64f_P = nullptr,
+    .zonmSub_cava_32f = nullptr,
+    .zonmSub_cava_32f_L = nullptr,
+    .zonmSub_cava_32f_P = nullptr,
+    .zonmSub_cava_64f = nullptr,
+    .zonmSub_cava_64f_L = nullptr,
+    .zonmSub_cava_64f_P = nullptr,
+    .zonmSub_cv_32f = nullptr,
+    .zonmSub_cv_32f_P = nullptr,
+    .zonmSub_cv_64f = nullptr,
+    .zonmSub_cv_64f_P = nullptr,
+    .zonmSub_cva_32f = nullptr,
+    .zonmSub_cva_32f_L = nullptr,
+    .zonmSub_cva_32f_P = nullptr,
+    .zonmSub_cva_64f = nullptr,
+    .zonmSub_cva_64f_L = nullptr,
+    .zonmSub_cva_64f_P = nullptr,
+    .zonmSub_mam_32f = entry::zonmSub_mam_32f,
+    .zonmSub_mam_32f_L = entry::zonmSub_mam_32f_L,
+    .zonmSub_mam_32f_P = entry::zonmSub_mam_32f_P,
+    .zonmSub_mam_64f = entry::zonmSub_mam_64f,
+    .zonmSub_mam_64f_L = entry::zonmSub_mam_64f_L,
+    .zonmSub_mam_64f_P = entry::zonmSub_mam_64f_P,
+    .zonmSub_mama_32f = entry::zonmSub_mama_32f,
+    .zonmSub_mama_32f_L = entry::zonmSub_mama_32f_L,
+    .zonmSub_mama_32f_P = entry::zonmSub_mama_32f_P,
+    .zonmSub_mama_64f = entry::zonmSub_mama_64f,
+    .zonmSub_mama_64f_L = entry::zonmSub_mama_64f_L,
+    .zonmSub_mama_64f_P = entry::zonmSub_mama_64f_P,
+    .zonmSub_mat_32f = entry::zonmSub_mat_32f,
+    .zonmSub_mat_32f_L = entry::zonmSub_mat_32f_L,
+    .zonmSub_mat_32f_P = entry::zonmSub_mat_32f_P,
+    .zonmSub_mat_64f = entry::zonmSub_mat_64f,
+    .zonmSub_mat_64f_L = entry::zonmSub_mat_64f_L,
+    .zonmSub_mat_64f_P = entry::zonmSub_mat_64f_P,
+    .zonmSub_mata_32f = entry::zonmSub_mata_32f,
+    .zonmSub_mata_32f_L = entry::zonmSub_mata_32f_L,
+    .zonmSub_mata_32f_P = entry::zonmSub_mata_32f_P,
+    .zonmSub_mata_64f = entry::zonmSub_mata_64f,
+    .zonmSub_mata_64f_L = entry::zonmSub_mata_64f_L,
+    .zonmSub_mata_64f_P = entry::zonmSub_mata_64f_P,
+    .zonmSub_mm_32f = entry::zonmSub_mm_32f,
+    .zonmSub_mm_32f_P = entry::zonmSub_mm_32f_P,
+    .zonmSub_mm_64f = entry::zonmSub_mm_64f,
+    .zonmSub_mm_64f_P = entry::zonmSub_mm_64f_P,
+    .zonmSub_mma_32f = entry::zonmSub_mma_32f,
+    .zonmSub_mma_32f_L = entry::zonmSub_mma_32f_L,
+    .zonmSub_mma_32f_P = entry::zonmSub_mma_32f_P,
+    .zonmSub_mma_64f = entry::zonmSub_mma_64f,
+    .zonmSub_mma_64f_L = entry::zonmSub_mma_64f_L,
+    .zonmSub_mma_64f_P = entry::zonmSub_mma_64f_P,
+    .zonmSub_mt_32f = entry::zonmSub_mt_32f,
+    .zonmSub_mt_32f_P = entry::zonmSub_mt_32f_P,
+    .zonmSub_mt_64f = entry::zonmSub_mt_64f,
+    .zonmSub_mt_64f_P = entry::zonmSub_mt_64f_P,
+    .zonmSub_mta_32f = entry::zonmSub_mta_32f,
+    .zonmSub_mta_32f_L = entry::zonmSub_mta_32f_L,
+    .zonmSub_mta_32f_P = entry::zonmSub_mta_32f_P,
+    .zonmSub_mta_64f = entry::zonmSub_mta_64f,
+    .zonmSub_mta_64f_L = entry::zonmSub_mta_64f_L,
+    .zonmSub_mta_64f_P = entry::zonmSub_mta_64f_P,
+    .zonmSub_tam_32f = entry::zonmSub_tam_32f,
+    .zonmSub_tam_32f_L = entry::zonmSub_tam_32f_L,
+    .zonmSub_tam_32f_P = entry::zonmSub_tam_32f_P,
+    .zonmSub_tam_64f = entry::zonmSub_tam_64f,
+    .zonmSub_tam_64f_L = entry::zonmSub_tam_64f_L,
+    .zonmSub_tam_64f_P = entry::zonmSub_tam_64f_P,
+    .zonmSub_tama_32f = entry::zonmSub_tama_32f,
+    .zonmSub_tama_32f_L = entry::zonmSub_tama_32f_L,
+    .zonmSub_tama_32f_P = entry::zonmSub_tama_32f_P,
+    .zonmSub_tama_64f = entry::zonmSub_tama_64f,
+    .zonmSub_tama_64f_L = entry::zonmSub_tama_64f_L,
+    .zonmSub_tama_64f_P = entry::zonmSub_tama_64f_P,
+    .zonmSub_tat_32f = entry::zonmSub_tat_32f,
+    .zonmSub_tat_32f_L = entry::zonmSub_tat_32f_L,
+    .zonmSub_tat_32f_P = entry::zonmSub_tat_32f_P,
+    .zonmSub_tat_64f = entry::zonmSub_tat_64f,
+    .zonmSub_tat_64f_L = entry::zonmSub_tat_64f_L,
+    .zonmSub_tat_64f_P = entry::zonmSub_tat_64f_P,
+    .zonmSub_tata_32f = entry::zonmSub_tata_32f,
+    .zonmSub_tata_32f_L = entry::zonmSub_tata_32f_L,
+    .zonmSub_tata_32f_P = entry::zonmSub_tata_32f_P,
+    .zonmSub_tata_64f = entry::zonmSub_tata_64f,
+    .zonmSub_tata_64f_L = entry::zonmSub_tata_64f_L,
+    .zonmSub_tata_64f_P = entry::zonmSub_tata_64f_P,
+    .zonmSub_tm_32f = entry::zonmSub_tm_32f,
+    .zonmSub_tm_32f_P = entry::zonmSub_tm_32f_P,
+    .zonmSub_tm_64f = entry::zonmSub_tm_64f,
+    .zonmSub_tm_64f_P = entry::zonmSub_tm_64f_P,
+    .zonmSub_tma_32f = entry::zonmSub_tma_32f,
+    .zonmSub_tma_32f_L = entry::zonmSub_tma_32f_L,
+    .zonmSub_tma_32f_P = entry::zonmSub_tma_32f_P,
+    .zonmSub_tma_64f = entry::zonmSub_tma_64f,
+    .zonmSub_tma_64f_L = entry::zonmSub_tma_64f_L,
+    .zonmSub_tma_64f_P = entry::zonmSub_tma_64f_P,
+    .zonmSub_tt_32f = entry::zonmSub_tt_32f,
+    .zonmSub_tt_32f_P = entry::zonmSub_tt_32f_P,
+    .zonmSub_tt_64f = entry::zonmSub_tt_64f,
+    .zonmSub_tt_64f_P = entry::zonmSub_tt_64f_P,
+    .zonmSub_tta_32f = entry::zonmSub_tta_32f,
+    .zonmSub_tta_32f_L = entry::zonmSub_tta_32f_L,
+    .zonmSub_tta_32f_P = entry::zonmSub_tta_32f_P,
+    .zonmSub_tta_64f = entry::zonmSub_tta_64f,
+    .zonmSub_tta_64f_L = entry::zonmSub_tta_64f_L,
+    .zonmSub_tta_64f_P = entry::zonmSub_tta_64f_P,
+    .zonmSub_v2_32f = nullptr,
+    .zonmSub_v3_32f = nullptr,
+    .zonmSub_v4_32f = nullptr,
+    .zonmSub_vac_32f = nullptr,
+    .zonmSub_vac_32f_L = nullptr,
+    .zonmSub_vac_32f_P = nullptr,
+    .zonmSub_vac_64f = nullptr,
+    .zonmSub_vac_64f_L = nullptr,
+    .zonmSub_vac_64f_P = nullptr,
+    .zonmSub_vaca_32f = nullptr,
+    .zonmSub_vaca_32f_L = nullptr,
+    .zonmSub_vaca_32f_P = nullptr,
+    .zonmSub_vaca_64f = nullptr,
+    .zonmSub_vaca_64f_L = nullptr,
+    .zonmSub_vaca_64f_P = nullptr,
+    .zonmSub_vav_32f = nullptr,
+    .zonmSub_vav_32f_L = nullptr,
+    .zonmSub_vav_32f_P = nullptr,
+    .zonmSub_vav_64f = nullptr,
+    .zonmSub_vav_64f_L = nullptr,
+    .zonmSub_vav_64f_P = nullptr,
+    .zonmSub_vava_32f = nullptr,
+    .zonmSub_vava_32f_L = nullptr,
+    .zonmSub_vava_32f_P = nullptr,
+    .zonmSub_vava_64f = nullptr,
+    .zonmSub_vava_64f_L = nullptr,
+    .zonmSub_vava_64f_P = nullptr,
+    .zonmSub_vc_32f = nullptr,
+    .zonmSub_vc_32f_P = nullptr,
+    .zonmSub_vc_64f = nullptr,
+    .zonmSub_vc_64f_P = nullptr,
+    .zonmSub_vca_32f = nullptr,
+    .zonmSub_vca_32f_L = nullptr,
+    .zonmSub_vca_32f_P = nullptr,
+    .zonmSub_vca_64f = nullptr,
+    .zonmSub_vca_64f_L = nullptr,
+    .zonmSub_vca_64f_P = nullptr,
+    .zonmSub_vv_32f = nullptr,
+    .zonmSub_vv_32f_P = nullptr,
+    .zonmSub_vv_64f = nullptr,
+    .zonmSub_vv_64f_P = nullptr,
+    .zonmSub_vva_32f = nullptr,
+    .zonmSub_vva_32f_L = nullptr,
+    .zonmSub_vva_32f_P = nullptr,
+    .zonmSub_vva_64f = nullptr,
+    .zonmSub_vva_64f_L = nullptr,
+    .zonmSub_vva_64f_P = nullptr,
+    .zonmTrace_m_32f = nullptr,
+    .zonmTrace_m_32f_P = nullptr,
+    .zonmTrace_m_64f = nullptr,
+    .zonmTrace_m_64f_P = nullptr,
+    .zonmTrace_ma_32f = nullptr,
+    .zonmTrace_ma_32f_L = nullptr,
+    .zonmTrace_ma_32f_P = nullptr,
+    .zonmTrace_ma_64f = nullptr,
+    .zonmTrace_ma_64f_L = nullptr,
+    .zonmTrace_ma_64f_P = nullptr,
+    .zonmTranslation_m4_32f = nullptr,
+    .zonmTranspose_m4_32f = nullptr,
+    .zonmTranspose_m_32f = nullptr,
+    .zonmTranspose_m_32f_P = nullptr,
+    .zonmTranspose_m_64f = nullptr,
+    .zonmTranspose_m_64f_P = nullptr,
+    .zonmTranspose_ma_32f = nullptr,
+    .zonmTranspose_ma_32f_L = nullptr,
+    .zonmTranspose_ma_32f_P = nullptr,
+    .zonmTranspose_ma_64f = nullptr,
+    .zonmTranspose_ma_64f_L = nullptr,
+    .zonmTranspose_ma_64f_P = nullptr,
+    .zonmUnproject_m4v3_32f = nullptr,
+    .zonmUnproject_m4v3a_32f = nullptr,
+};
 
 } // namespace zonm
