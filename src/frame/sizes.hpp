@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Straight-line code: the sizes 3 to 6 as constants, and loops over constants, unrolled by the front
-// end: far quicker to compile than unrolling by the optimizer, and the same with every compiler.
+// Straight-line code: the sizes 3 to 6 as constants, and loops over constants, unrolled by the
+// front end: far quicker to compile than unrolling by the optimizer, and the same with every
+// compiler.
 #pragma once
 
 #include <type_traits>
