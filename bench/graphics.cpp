@@ -3,6 +3,7 @@
 // memory, the factors of a product exchanged. Every peer computes in single precision.
 #include "harness.hpp"
 
+#define CGLM_CLIPSPACE_INCLUDE_ALL
 #include <cglm/cglm.h>
 #include <glm/glm.hpp>
 #include <glm/gtc/matrix_transform.hpp>

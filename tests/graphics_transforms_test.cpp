@@ -47,9 +47,6 @@ std::vector<const Export *> kitExports()
 bool isArray(const Export *e) { return e->argument("count"); }
 std::string sourceOf(const Export *e) { return e->argument("src") ? "src" : "src2"; }
 
-// A scene that has an inverse, most of the time.
-void fillScene(KitCall &call) { call.fill(Values::uniform); }
-
 TEST(GraphicsTransforms, AreAllThere)
 {
     EXPECT_EQ(builtExports("transforms").size(), 19u);
@@ -228,8 +225,9 @@ TEST(GraphicsTransforms, TheMiddleOfTheViewport)
     Point p = {0, 0, 0};
     zonmProject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 640, 480, 0, 1, p.data());
     EXPECT_EQ(p, (Point{320, 240, 0}));
-    zonmUnproject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 640, 480, 0, 1,
-                           p.data());
+    EXPECT_EQ(zonmUnproject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 640, 480, 0,
+                                     1, p.data()),
+              zonStsOk);
     EXPECT_EQ(p, (Point{0, 0, 0}));
 }
 
@@ -301,10 +299,12 @@ TEST(GraphicsTransforms, DepthRangeOfTheArrayForm)
     const Point p = {0, 0, 1};
     Point single, array;
     const float zMin = -0x1p-24f, zMax = 1; // zMax - zMin is no float
-    zonmUnproject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 1, 1, zMin, zMax,
-                           single.data());
-    zonmUnproject_m4v3a_32f(unit.data(), unit.data(), unit.data(), p.data(), 0, 1, 1, zMin, zMax,
-                            array.data(), 0, 1);
+    EXPECT_EQ(zonmUnproject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 1, 1, zMin,
+                                     zMax, single.data()),
+              zonStsOk);
+    EXPECT_EQ(zonmUnproject_m4v3a_32f(unit.data(), unit.data(), unit.data(), p.data(), 0, 1, 1,
+                                      zMin, zMax, array.data(), 0, 1),
+              zonStsOk);
     EXPECT_EQ(single[2], 1);
     EXPECT_EQ(array[2], float((1 + 0x1p-24) / float(1 + 0x1p-24)));
 }

@@ -5,6 +5,8 @@
 #include "frame/generated/export_table.hpp"
 #include "graphics/vectors.hpp"
 
+#include <cmath>
+
 namespace zonm
 {
 namespace

@@ -6,6 +6,9 @@
 #include "frame/generated/export_table.hpp"
 #include "graphics/matrix4.hpp"
 
+#include <cmath>
+#include <utility>
+
 namespace zonm
 {
 
@@ -21,51 +24,62 @@ struct Column {
     ZONM_INLINED double operator[](int r) const { return rows[r / 2][r % 2]; }
 };
 
-// Clears a column but for row K: this = this - f * q, where q is what row K becomes.
-template <int K> ZONM_INLINED inline void eliminate(Column &column, const Column &f, double q)
+// What is left of the source, its columns in the order `perm`, and what the identity has become.
+// The columns of the identity that no step has reached yet are alike but for their ones: `rest` has
+// the zeros of them all, signed by the steps, and the NaNs that infinite numbers make of them.
+struct Elimination {
+    Column a[4], b[4], rest;
+    int perm[4];
+    double determinant;
+};
+
+// A column without its multiple of the pivot column; row K becomes q.
+template <int K>
+ZONM_INLINED inline Column eliminated(const Column &column, const Column &pivots, double q)
 {
     const Pair factor = inAllLanes<2>(q);
+    Column c;
     unrolled<0, 2>([&](auto h) ZONM_INLINED {
-        column.rows[h] = rounded<float, 2>(column.rows[h] - factor * f.rows[h]);
+        c.rows[h] = rounded<float, 2>(column.rows[h] - factor * pivots.rows[h]);
     });
-    column.rows[K / 2][K % 2] = q;
+    c.rows[K / 2][K % 2] = q;
+    return c;
 }
 
-template <int K>
-ZONM_INLINED inline bool eliminationStep(Column *a, Column *b, int *perm, double &d)
+template <int K> ZONM_INLINED inline bool eliminationStep(Elimination &e)
 {
     constexpr double limit = 1.430511474609375e-06;
 
     int winner = K;
-    double largest = std::fabs(a[perm[K]][K]);
+    double largest = std::fabs(e.a[e.perm[K]][K]);
     unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
-        const double candidate = std::fabs(a[perm[j]][K]);
+        const double candidate = std::fabs(e.a[e.perm[j]][K]);
         winner = candidate > largest ? int(j) : winner;
         largest = candidate > largest ? candidate : largest;
     });
     if (largest < limit)
         return false;
-    std::swap(perm[K], perm[winner]);
+    std::swap(e.perm[K], e.perm[winner]);
 
-    const Column f = a[perm[K]];
-    const double p = f[K];
-    d = d * p;
+    const Column pivots = e.a[e.perm[K]];
+    const double p = pivots[K];
+    e.determinant = e.determinant * p;
+
+    // The columns that are looked at again: three of a and b, column K of b, and the rest.
+    const auto column = [&](int i) ZONM_INLINED -> Column & {
+        return i < K ? e.b[i] : e.a[e.perm[i + 1]];
+    };
     const auto divided = [p](double x, double y) ZONM_INLINED {
         return rounded<float, 2>(Pair{x, y} / inAllLanes<2>(p));
     };
-    // The pivot column and those before it are not looked at again.
-    if constexpr (K < 2) {
-        const Pair q = divided(a[perm[K + 1]][K], a[perm[K + 2]][K]);
-        eliminate<K>(a[perm[K + 1]], f, q[0]);
-        eliminate<K>(a[perm[K + 2]], f, q[1]);
-    }
-    if constexpr (K == 0 || K == 2)
-        eliminate<K>(a[perm[3]], f, divided(a[perm[3]][K], 0)[0]);
-    const Pair q = divided(b[0][K], b[1][K]), q2 = divided(b[2][K], b[3][K]);
-    eliminate<K>(b[0], f, q[0]);
-    eliminate<K>(b[1], f, q[1]);
-    eliminate<K>(b[2], f, q2[0]);
-    eliminate<K>(b[3], f, q2[1]);
+    const Pair q = divided(column(0)[K], column(1)[K]);
+    const Pair q2 = divided(column(2)[K], 1 + e.rest[K]);
+    const double qRest = e.rest[K] / p;
+    column(0) = eliminated<K>(column(0), pivots, q[0]);
+    column(1) = eliminated<K>(column(1), pivots, q[1]);
+    column(2) = eliminated<K>(column(2), pivots, q2[0]);
+    e.b[K] = eliminated<K>(e.rest, pivots, q2[1]);
+    e.rest = eliminated<K>(e.rest, pivots, qRest);
     return true;
 }
 
@@ -73,30 +87,25 @@ ZONM_INLINED inline bool eliminationStep(Column *a, Column *b, int *perm, double
 
 bool invert(const Matrix4 &source, Matrix4 &inverse, double *det)
 {
-    Column a[4], b[4];
+    Elimination e = {{}, {}, {}, {0, 1, 2, 3}, 1};
     unrolled<0, 4>([&](auto c) ZONM_INLINED {
-        unrolled<0, 2>([&](auto h) ZONM_INLINED {
-            a[c].rows[h] = Pair{source(2 * h, c), source(2 * h + 1, c)};
-            b[c].rows[h] = Pair{double(2 * h == c), double(2 * h + 1 == c)};
-        });
+        e.a[c] = {Pair{source(0, c), source(1, c)}, Pair{source(2, c), source(3, c)}};
     });
-    int perm[4] = {0, 1, 2, 3};
-    double d = 1;
-    if (!eliminationStep<0>(a, b, perm, d) || !eliminationStep<1>(a, b, perm, d) ||
-        !eliminationStep<2>(a, b, perm, d) || !eliminationStep<3>(a, b, perm, d))
+    if (!eliminationStep<0>(e) || !eliminationStep<1>(e) || !eliminationStep<2>(e) ||
+        !eliminationStep<3>(e))
         return false;
     unrolled<0, 4>([&](auto r) ZONM_INLINED {
-        inverse.row[perm[r]] = {Pair{b[0][r], b[1][r]}, Pair{b[2][r], b[3][r]}};
+        inverse.row[e.perm[r]] = {Pair{e.b[0][r], e.b[1][r]}, Pair{e.b[2][r], e.b[3][r]}};
     });
     if (det) {
         bool odd = false;
         for (int i = 0; i < 4; ++i)
             for (int j = i + 1; j < 4; ++j)
-                if (perm[j] == i) {
-                    std::swap(perm[j], perm[i]);
+                if (e.perm[j] == i) {
+                    std::swap(e.perm[j], e.perm[i]);
                     odd = !odd;
                 }
-        *det = odd ? -d : d;
+        *det = odd ? -e.determinant : e.determinant;
     }
     return true;
 }
@@ -164,7 +173,7 @@ ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int 
 
 ZONM_INLINED inline bool apart(const float *dst, const float *a, const float *b)
 {
-    return !meet(Range(dst, 16), Range(a, 16)) && !meet(Range(dst, 16), Range(b, 16));
+    return !meet(extentOf(dst, 16), extentOf(a, 16)) && !meet(extentOf(dst, 16), extentOf(b, 16));
 }
 
 ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)

@@ -75,7 +75,7 @@ template <> ZonStatus crossProduct<2>(const float *a, const float *b, float *dst
 
 template <> ZonStatus crossProduct<3>(const float *a, const float *b, float *dst)
 {
-    if (!meet(Range(dst, 3), Range(a, 3)) && !meet(Range(dst, 3), Range(b, 3))) {
+    if (!meet(extentOf(dst, 3), extentOf(a, 3)) && !meet(extentOf(dst, 3), extentOf(b, 3))) {
         storeNumbers(dst, cross(loadNumbers<3>(a), loadNumbers<3>(b)));
         return zonStsOk;
     }

@@ -4,8 +4,6 @@
 
 #include "graphics/vectors.hpp"
 
-#include <utility>
-
 namespace zonm
 {
 

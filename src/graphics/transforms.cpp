@@ -9,6 +9,7 @@
 #include "frame/operands.hpp"
 #include "graphics/matrix4.hpp"
 
+#include <cmath>
 #include <limits>
 
 namespace zonm
@@ -29,12 +30,6 @@ template <class T> ZONM_INLINED inline T *vectorAt(T *p, int32_t stride0, ptrdif
     return reinterpret_cast<T *>(bytes(p) + k * stride0);
 }
 
-template <int Elements>
-ZONM_INLINED inline Range arrayRange(const float *p, int32_t stride0, int32_t count)
-{
-    return {p, Elements, stride0, count};
-}
-
 // Whole vectors --------------------------------------------------------------------------------
 
 template <int N> ZonStatus transform(const float *src1, const float *src2, float *dst)
@@ -47,6 +42,8 @@ template <int N>
 ZonStatus transform(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
                     int32_t dstStride0, int32_t count)
 {
+    if (count < 1)
+        return zonStsOk;
     const Matrix4 m = loadMatrix(src1);
     for (ptrdiff_t k = 0; k < count; ++k)
         storeNumbers(vectorAt(dst, dstStride0, k),
@@ -84,10 +81,10 @@ template <int N>
 ZonStatus transformPoint(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
                          int32_t dstStride0, int32_t count)
 {
-    const Range written = arrayRange<N>(dst, dstStride0, count);
     if (count < 1)
         return zonStsOk;
-    if (meet(written, Range(src1, 16)) || meet(written, arrayRange<N>(src2, src2Stride0, count))) {
+    const Extent written = extentOf(dst, N, dstStride0, count);
+    if (meet(written, extentOf(src1, 16)) || meet(written, extentOf(src2, N, src2Stride0, count))) {
         for (ptrdiff_t k = 0; k < count; ++k)
             transformPointInOrder<N>(src1, vectorAt(src2, src2Stride0, k),
                                      vectorAt(dst, dstStride0, k));
@@ -149,7 +146,7 @@ template <int N> struct Linear {
 
 template <int N> ZonStatus transformNormal(const float *src1, const float *src2, float *dst)
 {
-    if (meet(Range(dst, N), Range(src1, 16)) || meet(Range(dst, N), Range(src2, N)))
+    if (meet(extentOf(dst, N), extentOf(src1, 16)) || meet(extentOf(dst, N), extentOf(src2, N)))
         transformNormalInOrder<N>(src1, src2, dst);
     else
         storeNumbers(dst, Linear<N>(src1)(loadNumbers<N>(src2)));
@@ -160,10 +157,10 @@ template <int N>
 ZonStatus transformNormal(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
                           int32_t dstStride0, int32_t count)
 {
-    const Range written = arrayRange<N>(dst, dstStride0, count);
     if (count < 1)
         return zonStsOk;
-    if (meet(written, Range(src1, 16)) || meet(written, arrayRange<N>(src2, src2Stride0, count))) {
+    const Extent written = extentOf(dst, N, dstStride0, count);
+    if (meet(written, extentOf(src1, 16)) || meet(written, extentOf(src2, N, src2Stride0, count))) {
         for (ptrdiff_t k = 0; k < count; ++k)
             transformNormalInOrder<N>(src1, vectorAt(src2, src2Stride0, k),
                                       vectorAt(dst, dstStride0, k));
@@ -208,9 +205,12 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
                   int32_t srcStride0, float width, float height, float zMin, float zMax, float *dst,
                   int32_t dstStride0, int32_t count)
 {
-    const Range written = arrayRange<3>(dst, dstStride0, count);
-    const bool matrixWritten = meet(written, Range(proj, 16)) || meet(written, Range(view, 16)) ||
-                               meet(written, Range(world, 16));
+    if (count < 1)
+        return zonStsOk;
+    const Extent written = extentOf(dst, 3, dstStride0, count);
+    const bool matrixWritten = meet(written, extentOf(proj, 16)) ||
+                               meet(written, extentOf(view, 16)) ||
+                               meet(written, extentOf(world, 16));
     if (matrixWritten) { // the matrices count as they are when each vector's turn comes
         for (ptrdiff_t k = 0; k < count; ++k)
             project(proj, view, world, vectorAt(src, srcStride0, k), width, height, zMin, zMax,

@@ -3,9 +3,11 @@
 // are stored; in between, numbers stand two to a register.
 #pragma once
 
+#include "frame/overlap.hpp"
 #include "frame/packs.hpp"
+#include "frame/square_root.hpp"
 
-#include <cmath>
+#include <algorithm>
 
 namespace zonm
 {
@@ -22,18 +24,14 @@ ZONM_INLINED inline void setElement(float *p, int i, double value)
     store(bytes(p) + i * ptrdiff_t(sizeof(float)), float(value));
 }
 
-// The bytes of objects that lie `stride` bytes apart.
-struct Range {
-    std::uintptr_t first, last;
-
-    Range(const float *p, ptrdiff_t elements, ptrdiff_t stride = 0, ptrdiff_t count = 1)
-        : first(std::uintptr_t(p)), last(first)
-    {
-        (stride < 0 ? first : last) += std::uintptr_t(stride * (count - 1));
-        last += std::uintptr_t(elements) * sizeof(float) - 1;
-    }
-    friend bool meet(Range a, Range b) { return a.first <= b.last && b.first <= a.last; }
-};
+// What `count` objects touch that lie `stride` bytes apart.
+ZONM_INLINED inline Extent extentOf(const float *p, ptrdiff_t elements, ptrdiff_t stride = 0,
+                                    ptrdiff_t count = 1)
+{
+    const ptrdiff_t spread = stride * (count - 1);
+    return {std::uintptr_t(p) + std::uintptr_t(std::min<ptrdiff_t>(spread, 0)),
+            std::size_t(spread < 0 ? -spread : spread) + std::size_t(elements) * sizeof(float)};
+}
 
 // Numbers --------------------------------------------------------------------------------------
 
@@ -120,7 +118,7 @@ template <int N> ZONM_INLINED inline double dot(const Numbers<N> &a, const Numbe
 
 template <int N> ZONM_INLINED inline double length(const Numbers<N> &a)
 {
-    return std::sqrt(dot(a, a));
+    return squareRoot(dot(a, a));
 }
 
 template <int N> ZONM_INLINED inline Numbers<N> normalized(const Numbers<N> &a)

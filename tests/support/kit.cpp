@@ -103,9 +103,9 @@ KitCall &KitCall::together(const std::map<std::string, std::ptrdiff_t> &offsets)
             continue;
         Operand &o = add(a);
         o.twin = twins.back().get();
-        const auto given = offsets.find(a.name);
-        o.offset = room / 2 + (given == offsets.end() ? next : given->second);
-        if (given == offsets.end())
+        const auto chosen = offsets.find(a.name);
+        o.offset = room / 2 + (chosen == offsets.end() ? next : chosen->second);
+        if (chosen == offsets.end())
             next += room;
     }
     markOutputs();

@@ -37,10 +37,17 @@ template <class... P, ZonStatus (*F)(P...)> struct ReferenceOf<F> {
     }
 };
 // A reference has the very type of its export, or does not compile.
-#define ZONM_REFERENCE(name, ...)                                                                  \
-    {                                                                                              \
-#name, &test::ReferenceOf < static_cast < decltype(&::name)>(__VA_ARGS__)> ::call          \
-    }
+template <class> struct Plain;
+template <class... P> struct Plain<ZonStatus (*)(P...) noexcept> {
+    using Type = ZonStatus (*)(P...);
+};
+template <class Export, typename Plain<Export>::Type F>
+std::pair<const std::string_view, Reference> namedReference(std::string_view name)
+{
+    return {name, &ReferenceOf<F>::call};
+}
+#define ZONM_REFERENCE(name, ...) test::namedReference<decltype(&::name), __VA_ARGS__>(#name)
+
 // How many elements an object of the argument has.
 int elementsOf(const Export &, std::string_view argument);
 
