@@ -51,24 +51,30 @@ template <int K> ZONM_INLINED inline bool eliminationStep(Elimination &e)
     constexpr double limit = 1.430511474609375e-06;
 
     int winner = K;
-    double largest = std::fabs(e.a[e.perm[K]][K]);
+    double largest = std::fabs(e.a[K][K]);
     unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
-        const double candidate = std::fabs(e.a[e.perm[j]][K]);
-        winner = candidate > largest ? int(j) : winner;
-        largest = candidate > largest ? candidate : largest;
+        const double candidate = std::fabs(e.a[j][K]);
+        if (candidate > largest) {
+            largest = candidate;
+            winner = j;
+        }
     });
     if (largest < limit)
         return false;
-    std::swap(e.perm[K], e.perm[winner]);
+    // A branch: like matrices have like pivots, and nothing then waits for the search.
+    unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
+        if (winner == j) {
+            std::swap(e.a[K], e.a[j]);
+            std::swap(e.perm[K], e.perm[j]);
+        }
+    });
 
-    const Column pivots = e.a[e.perm[K]];
+    const Column pivots = e.a[K];
     const double p = pivots[K];
     e.determinant = e.determinant * p;
 
     // The columns that are looked at again: three of a and b, column K of b, and the rest.
-    const auto column = [&](int i) ZONM_INLINED -> Column & {
-        return i < K ? e.b[i] : e.a[e.perm[i + 1]];
-    };
+    const auto column = [&](int i) ZONM_INLINED -> Column & { return i < K ? e.b[i] : e.a[i + 1]; };
     const auto divided = [p](double x, double y) ZONM_INLINED {
         return rounded<float, 2>(Pair{x, y} / inAllLanes<2>(p));
     };
@@ -173,7 +179,7 @@ ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int 
 
 ZONM_INLINED inline bool apart(const float *dst, const float *a, const float *b)
 {
-    return !meet(extentOf(dst, 16), extentOf(a, 16)) && !meet(extentOf(dst, 16), extentOf(b, 16));
+    return !overlap<16>(dst, a) && !overlap<16>(dst, b);
 }
 
 ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
@@ -205,22 +211,27 @@ ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
 
 // Determinant ----------------------------------------------------------------------------------
 
-// The expansion along row 0. Of the minors of rows 2 and 3, those of neighbouring columns and two
-// more are rounded.
+// The expansion along row 0, with the minors of rows 2 and 3, two at a time:
+//     s0 of columns 2 3    s1 of 1 3    s2 of 1 2    s3 of 0 1    u of 0 3    w of 0 2
+// The first four are rounded, u and w are not.
 ZonStatus determinant(const float *src, float *dst)
 {
-    const auto m = [=](int e) ZONM_INLINED { return element(src, e); };
-    const double s0 = float(m(10) * m(15) - m(11) * m(14));
-    const double s1 = float(m(15) * m(9) - m(11) * m(13));
-    const double s2 = float(m(14) * m(9) - m(10) * m(13));
-    const double s3 = float(m(13) * m(8) - m(9) * m(12));
-    const double u = m(15) * m(8) - m(11) * m(12);
-    const double w = m(14) * m(8) - m(10) * m(12);
-    setElement(dst, 0,
-               ((((m(5) * s0 - m(6) * s1) + m(7) * s2) * m(0) -
-                 ((s0 * m(4) - m(6) * u) + m(7) * w) * m(1)) +
-                ((s1 * m(4) - u * m(5)) + m(7) * s3) * m(2)) -
-                   ((m(4) * s2 - m(5) * w) + s3 * m(6)) * m(3));
+    const auto [row0, row1, row2, row3] = loadMatrix(src).row;
+    const auto both = [](double x) ZONM_INLINED { return inAllLanes<2>(x); };
+
+    const Pair ws2 = row2.pair[0] * both(row3[2]) - row3.pair[0] * both(row2[2]);
+    const Pair us1 = row2.pair[0] * both(row3[3]) - row3.pair[0] * both(row2[3]);
+    const Pair s0s3 = rounded<float, 2>(Pair{row2[2], row3[1]} * Pair{row3[3], row2[0]} -
+                                        Pair{row2[3], row2[1]} * Pair{row3[2], row3[0]});
+    const double u = us1[0], w = ws2[0];
+    const double s1 = rounded<float, 2>(us1)[1], s2 = rounded<float, 2>(ws2)[1];
+
+    const Pair of0and1 = (Pair{row1[1], row1[0]} * both(s0s3[0]) - both(row1[2]) * Pair{s1, u}) +
+                         both(row1[3]) * Pair{s2, w};
+    const Pair of2and3 = (both(row1[0]) * Pair{s1, s2} - both(row1[1]) * Pair{u, w}) +
+                         Pair{row1[3], row1[2]} * both(s0s3[1]);
+    const Pair terms = of0and1 * row0.pair[0], terms2 = of2and3 * row0.pair[1];
+    setElement(dst, 0, ((terms[0] - terms[1]) + terms2[0]) - terms2[1]);
     return zonStsOk;
 }
 

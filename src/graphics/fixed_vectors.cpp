@@ -14,35 +14,46 @@ namespace
 // Element by element ---------------------------------------------------------------------------
 
 // One operation on stored values, or a choice between them: float is as exact as double here, and
-// keeps the bits of a NaN that is merely copied.
-template <int N, class F> ZONM_INLINED inline void eachElement(float *dst, F of)
-{
-    float results[N];
-    unrolled<0, N>([&](auto i) ZONM_INLINED { results[i] = of(i * int(sizeof(float))); });
-    std::memcpy(bytes(dst), results, sizeof results);
-}
+// keeps the bits of a NaN that is merely copied. All sources are read before the first store.
 template <int N, class F>
 ZONM_INLINED inline ZonStatus combine(const float *src1, const float *src2, float *dst, F operation)
 {
-    eachElement<N>(dst, [&](int at) ZONM_INLINED {
-        return operation(load<float>(bytes(src1) + at), load<float>(bytes(src2) + at));
+    constexpr auto size = ptrdiff_t(sizeof(float));
+    float results[N];
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        results[i] =
+            operation(load<float>(bytes(src1) + i * size), load<float>(bytes(src2) + i * size));
     });
+    unrolled<0, N>([&](auto i) ZONM_INLINED { store(bytes(dst) + i * size, results[i]); });
     return zonStsOk;
+}
+
+// The same for the operators of the language, four elements at once.
+template <int N, class F>
+ZONM_INLINED inline ZonStatus add(const float *src1, const float *src2, float *dst, F operation)
+{
+    if constexpr (N == 4) {
+        storePack(bytes(dst),
+                  operation(loadPack<float, 4>(bytes(src1)), loadPack<float, 4>(bytes(src2))));
+        return zonStsOk;
+    } else {
+        return combine<N>(src1, src2, dst, operation);
+    }
 }
 
 template <int N> ZonStatus addVectors(const float *src1, const float *src2, float *dst)
 {
-    return combine<N>(src1, src2, dst, [](float a, float b) ZONM_INLINED { return a + b; });
+    return add<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a + b; });
 }
 
 template <int N> ZonStatus subtractVectors(const float *src1, const float *src2, float *dst)
 {
-    return combine<N>(src1, src2, dst, [](float a, float b) ZONM_INLINED { return a - b; });
+    return add<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a - b; });
 }
 
 template <int N> ZonStatus scaleVector(const float *src, float val, float *dst)
 {
-    eachElement<N>(dst, [&](int at) ZONM_INLINED { return load<float>(bytes(src) + at) * val; });
+    storeNumbers(dst, loadNumbers<N>(src) * double(val));
     return zonStsOk;
 }
 
@@ -75,7 +86,7 @@ template <> ZonStatus crossProduct<2>(const float *a, const float *b, float *dst
 
 template <> ZonStatus crossProduct<3>(const float *a, const float *b, float *dst)
 {
-    if (!meet(extentOf(dst, 3), extentOf(a, 3)) && !meet(extentOf(dst, 3), extentOf(b, 3))) {
+    if (!overlap<3>(dst, a) && !overlap<3>(dst, b)) {
         storeNumbers(dst, cross(loadNumbers<3>(a), loadNumbers<3>(b)));
         return zonStsOk;
     }

@@ -63,6 +63,74 @@ ZONM_INLINED inline Matrix4 productFromLast(const Matrix4 &a, const Matrix4 &b)
     return product;
 }
 
+// Two points at once ---------------------------------------------------------------------------
+
+// Coordinate i of both.
+struct TwoPoints {
+    Pair coordinate[3];
+};
+
+// Of N elements each.
+template <int N> ZONM_INLINED inline TwoPoints loadTwo(const float *p, const float *q)
+{
+    const auto at = [](const float *v, ptrdiff_t i) ZONM_INLINED {
+        return loadDoubles<float, 2>(bytes(v) + i * ptrdiff_t(sizeof(float)));
+    };
+    const Pair a = at(p, 0), b = at(q, 0);
+    TwoPoints t = {Pair{a[0], b[0]}, Pair{a[1], b[1]}, Pair{}};
+    if constexpr (N == 3) {
+        const Pair c = at(p, 1), d = at(q, 1);
+        t.coordinate[2] = Pair{c[1], d[1]};
+    }
+    return t;
+}
+
+template <int N> ZONM_INLINED inline void storeTwo(float *p, float *q, const TwoPoints &t)
+{
+    const auto &[x, y, z] = t.coordinate;
+    Numbers<N> a, b;
+    a.pair[0] = Pair{x[0], y[0]};
+    b.pair[0] = Pair{x[1], y[1]};
+    if constexpr (N == 3) {
+        a.pair[1] = z;
+        b.pair[1] = Pair{z[1], z[1]};
+    }
+    storeNumbers(p, a);
+    storeNumbers(q, b);
+}
+
+ZONM_INLINED inline TwoPoints rounded(TwoPoints t)
+{
+    for (Pair &c : t.coordinate)
+        c = rounded<float, 2>(c);
+    return t;
+}
+
+// A matrix for two points: each element stands in both lanes.
+struct MatrixForTwo {
+    Pair m[4][4];
+
+    explicit MatrixForTwo(const float *p)
+    {
+        unrolled<0, 16>([&](auto e)
+                            ZONM_INLINED { m[e / 4][e % 4] = inAllLanes<2>(element(p, e)); });
+    }
+};
+
+// As `transformedPoint`.
+ZONM_INLINED inline TwoPoints transformedPoint(const MatrixForTwo &matrix, const TwoPoints &t)
+{
+    const auto &m = matrix.m;
+    const auto &[x, y, z] = t.coordinate;
+    Pair sum[4];
+    unrolled<0, 4>([&](auto j) ZONM_INLINED {
+        sum[j] = (m[1][j] * y + (m[0][j] * x + m[3][j])) + m[2][j] * z;
+    });
+    return {sum[0] / sum[3], sum[1] / sum[3], sum[2] / sum[3]};
+}
+
+// Inverse --------------------------------------------------------------------------------------
+
 // Gauss-Jordan elimination with a pivot search along each row. All that is kept between steps is
 // rounded to 32f. False, with nothing written, if the largest candidate of a row is below the
 // limit; a NaN is not below it. `inverse` may be `source`; `det` may be null.

@@ -9,6 +9,7 @@
 #include "frame/operands.hpp"
 #include "graphics/matrix4.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -28,6 +29,25 @@ struct Homogeneous {
 template <class T> ZONM_INLINED inline T *vectorAt(T *p, int32_t stride0, ptrdiff_t k)
 {
     return reinterpret_cast<T *>(bytes(p) + k * stride0);
+}
+
+// dst[k] = of(src[k]) two by two, for operands that are apart: of a plane's points z is not looked
+// at.
+template <int N, class F>
+ZONM_INLINED inline void forEachTwo(const float *src, int32_t srcStride0, float *dst,
+                                    int32_t dstStride0, ptrdiff_t count, F of)
+{
+    const auto two = [&](ptrdiff_t k, ptrdiff_t l) ZONM_INLINED {
+        const float *p = vectorAt(src, srcStride0, k), *q = vectorAt(src, srcStride0, l);
+        float *const d = vectorAt(dst, dstStride0, k), *const e = vectorAt(dst, dstStride0, l);
+        const TwoPoints t = of(loadTwo<N>(p, q));
+        storeTwo<N>(d, e, t);
+    };
+    ptrdiff_t k = 0;
+    for (; k + 1 < count; k += 2)
+        two(k, k + 1);
+    if (k < count) // the last one by itself, as both
+        two(k, k);
 }
 
 // Whole vectors --------------------------------------------------------------------------------
@@ -90,29 +110,23 @@ ZonStatus transformPoint(const float *src1, const float *src2, int32_t src2Strid
                                      vectorAt(dst, dstStride0, k));
         return zonStsOk;
     }
-    Pair outer[4], inner[4];
-    unrolled<0, 4>([&](auto r) ZONM_INLINED {
-        const auto row = loadNumbers<4>(src1 + 4 * r);
-        outer[r] = Pair{row[0], row[3]};
-        inner[r] = Pair{row[1], row[2]};
+    const MatrixForTwo matrix(src1);
+    const auto &m = matrix.m;
+    forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
+        const auto &[x, y, z] = t.coordinate;
+        Pair outer[4], inner[4];
+        unrolled<0, 4>([&](auto j) ZONM_INLINED {
+            outer[j] = y * m[1][j] + m[3][j];
+            inner[j] = m[1][j] * y + (m[0][j] * x + m[3][j]);
+            if constexpr (N == 3) {
+                outer[j] = outer[j] + z * m[2][j];
+                inner[j] = inner[j] + m[2][j] * z;
+            }
+            outer[j] = outer[j] + x * m[0][j];
+        });
+        const Pair w = outer[3];
+        return TwoPoints{outer[0] / w, inner[1] / w, inner[2] / w};
     });
-    for (ptrdiff_t k = 0; k < count; ++k) {
-        const auto v = loadNumbers<N>(vectorAt(src2, src2Stride0, k));
-        const Pair x = inAllLanes<2>(v[0]), y = inAllLanes<2>(v[1]);
-        Pair o = y * outer[1] + outer[3], i = y * inner[1] + (x * inner[0] + inner[3]);
-        if constexpr (N == 3) {
-            const Pair z = inAllLanes<2>(v[2]);
-            o = o + z * outer[2];
-            i = i + z * inner[2];
-        }
-        o = o + x * outer[0];
-        const double w = o[1];
-        Numbers<N> point;
-        point.pair[0] = Pair{o[0], i[0]} / inAllLanes<2>(w);
-        if constexpr (N == 3)
-            point.pair[1] = Pair{i[1] / w, 0};
-        storeNumbers(vectorAt(dst, dstStride0, k), point);
-    }
     return zonStsOk;
 }
 
@@ -146,7 +160,7 @@ template <int N> struct Linear {
 
 template <int N> ZonStatus transformNormal(const float *src1, const float *src2, float *dst)
 {
-    if (meet(extentOf(dst, N), extentOf(src1, 16)) || meet(extentOf(dst, N), extentOf(src2, N)))
+    if (meet(extentOf(dst, N), extentOf(src1, 16)) || overlap<N>(dst, src2))
         transformNormalInOrder<N>(src1, src2, dst);
     else
         storeNumbers(dst, Linear<N>(src1)(loadNumbers<N>(src2)));
@@ -166,38 +180,42 @@ ZonStatus transformNormal(const float *src1, const float *src2, int32_t src2Stri
                                       vectorAt(dst, dstStride0, k));
         return zonStsOk;
     }
-    const Linear<N> matrix(src1);
-    for (ptrdiff_t k = 0; k < count; ++k)
-        storeNumbers(vectorAt(dst, dstStride0, k),
-                     matrix(loadNumbers<N>(vectorAt(src2, src2Stride0, k))));
+    const MatrixForTwo matrix(src1);
+    const auto &m = matrix.m;
+    forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
+        const auto &[x, y, z] = t.coordinate;
+        TwoPoints normals = {};
+        unrolled<0, N>([&](auto j) ZONM_INLINED {
+            normals.coordinate[j] = m[0][j] * x + m[1][j] * y;
+            if constexpr (N == 3)
+                normals.coordinate[j] = normals.coordinate[j] + m[2][j] * z;
+        });
+        return normals;
+    });
     return zonStsOk;
 }
 
 // Projection -----------------------------------------------------------------------------------
 
-struct Viewport {
-    double width, height, zMin, zMax;
-};
+// T is double or a pair.
+template <class T> struct Viewport {
+    T width, height, zMin, zMax, one, half;
 
-struct Scene {
-    Matrix4 proj, view, world;
-
-    ZONM_INLINED Numbers<3> project(Numbers<3> point, const Viewport &v) const
-    {
-        point = rounded(transformedPoint(world, point));
-        point = rounded(transformedPoint(view, point));
-        point = rounded(transformedPoint(proj, point));
-        const double x = ((point[0] + 1) * v.width) * 0.5;
-        const double y = 0.5 * ((1 - point[1]) * v.height);
-        return {Pair{x, y}, Pair{point[2] * v.zMax + (1 - point[2]) * v.zMin, 0}};
-    }
+    ZONM_INLINED T x(T t) const { return ((t + one) * width) * half; }
+    ZONM_INLINED T y(T t) const { return half * ((one - t) * height); }
+    ZONM_INLINED T z(T t) const { return t * zMax + (one - t) * zMin; }
 };
 
 ZonStatus project(const float *proj, const float *view, const float *world, const float *src,
                   float width, float height, float zMin, float zMax, float *dst)
 {
-    const Scene scene = {loadMatrix(proj), loadMatrix(view), loadMatrix(world)};
-    storeNumbers(dst, scene.project(loadNumbers<3>(src), {width, height, zMin, zMax}));
+    // Between the matrices stands a 32f vector.
+    auto t = loadNumbers<3>(src);
+    for (const float *matrix : {world, view, proj})
+        t = rounded(transformedPoint(loadMatrix(matrix), t));
+    const Viewport<double> viewport = {width, height, zMin, zMax, 1, 0.5};
+    storeNumbers(dst,
+                 Numbers<3>{Pair{viewport.x(t[0]), viewport.y(t[1])}, Pair{viewport.z(t[2]), 0}});
     return zonStsOk;
 }
 
@@ -208,31 +226,47 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
     if (count < 1)
         return zonStsOk;
     const Extent written = extentOf(dst, 3, dstStride0, count);
-    const bool matrixWritten = meet(written, extentOf(proj, 16)) ||
-                               meet(written, extentOf(view, 16)) ||
-                               meet(written, extentOf(world, 16));
-    if (matrixWritten) { // the matrices count as they are when each vector's turn comes
+    if (meet(written, extentOf(proj, 16)) || meet(written, extentOf(view, 16)) ||
+        meet(written, extentOf(world, 16)) || meet(written, extentOf(src, 3, srcStride0, count))) {
         for (ptrdiff_t k = 0; k < count; ++k)
             project(proj, view, world, vectorAt(src, srcStride0, k), width, height, zMin, zMax,
                     vectorAt(dst, dstStride0, k));
         return zonStsOk;
     }
-    const Scene scene = {loadMatrix(proj), loadMatrix(view), loadMatrix(world)};
-    for (ptrdiff_t k = 0; k < count; ++k)
-        storeNumbers(vectorAt(dst, dstStride0, k),
-                     scene.project(loadNumbers<3>(vectorAt(src, srcStride0, k)),
-                                   {width, height, zMin, zMax}));
+    const MatrixForTwo matrices[] = {MatrixForTwo(world), MatrixForTwo(view), MatrixForTwo(proj)};
+    const auto both = [](double x) { return inAllLanes<2>(x); };
+    const Viewport<Pair> viewport = {both(width), both(height), both(zMin),
+                                     both(zMax),  both(1),      both(0.5)};
+    // Some points through one matrix after the other: those of one step do not wait for each other.
+    constexpr int pairs = 16;
+    TwoPoints points[pairs];
+    const auto at = [=](ptrdiff_t k) ZONM_INLINED { return std::min<ptrdiff_t>(k, count - 1); };
+    for (ptrdiff_t k = 0; k < count; k += 2 * pairs) {
+        const int n = int(std::min<ptrdiff_t>(pairs, (count - k + 1) / 2));
+        for (int i = 0; i < n; ++i)
+            points[i] = loadTwo<3>(vectorAt(src, srcStride0, k + 2 * i),
+                                   vectorAt(src, srcStride0, at(k + 2 * i + 1)));
+        for (const MatrixForTwo &matrix : matrices)
+            for (int i = 0; i < n; ++i)
+                points[i] = rounded(transformedPoint(matrix, points[i]));
+        for (int i = 0; i < n; ++i) {
+            const auto &[x, y, z] = points[i].coordinate;
+            storeTwo<3>(vectorAt(dst, dstStride0, k + 2 * i),
+                        vectorAt(dst, dstStride0, at(k + 2 * i + 1)),
+                        TwoPoints{viewport.x(x), viewport.y(y), viewport.z(z)});
+        }
+    }
     return zonStsOk;
 }
 
 // The way back ---------------------------------------------------------------------------------
 
 // A point of the viewport in normalised coordinates. `depth` is zMax - zMin.
-ZONM_INLINED inline Numbers<3> normalizedCoordinates(const Numbers<3> &point, const Viewport &v,
-                                                     double depth)
+ZONM_INLINED inline Numbers<3> normalizedCoordinates(const Numbers<3> &point, double width,
+                                                     double height, double zMin, double depth)
 {
-    return rounded(Numbers<3>{Pair{(2 * point[0]) / v.width - 1, 1 + (-2 * point[1]) / v.height},
-                              Pair{(point[2] - v.zMin) / depth, 0}});
+    return rounded(Numbers<3>{Pair{(2 * point[0]) / width - 1, 1 + (-2 * point[1]) / height},
+                              Pair{(point[2] - zMin) / depth, 0}});
 }
 
 bool invertScene(const float *proj, const float *view, const float *world, Matrix4 &inverse)
@@ -244,9 +278,8 @@ bool invertScene(const float *proj, const float *view, const float *world, Matri
 ZonStatus unproject(const float *proj, const float *view, const float *world, const float *src,
                     float width, float height, float zMin, float zMax, float *dst)
 {
-    const Viewport viewport = {width, height, zMin, zMax};
-    const auto point =
-        normalizedCoordinates(loadNumbers<3>(src), viewport, viewport.zMax - viewport.zMin);
+    const auto point = normalizedCoordinates(loadNumbers<3>(src), width, height, zMin,
+                                             double(zMax) - double(zMin));
     storeNumbers(dst, point); // what a singular scene leaves
     Matrix4 inverse;
     if (!invertScene(proj, view, world, inverse))
@@ -262,11 +295,10 @@ ZonStatus unproject(const float *proj, const float *view, const float *world, co
     Matrix4 inverse;
     if (!invertScene(proj, view, world, inverse))
         return zonStsSingular;
-    const Viewport viewport = {width, height, zMin, zMax};
-    const float depth = float(viewport.zMax - viewport.zMin);
+    const float depth = zMax - zMin; // rounded, unlike that of the single form
     for (ptrdiff_t k = 0; k < count; ++k) {
-        const auto point =
-            normalizedCoordinates(loadNumbers<3>(vectorAt(src, srcStride0, k)), viewport, depth);
+        const auto point = normalizedCoordinates(loadNumbers<3>(vectorAt(src, srcStride0, k)),
+                                                 width, height, zMin, depth);
         storeNumbers(vectorAt(dst, dstStride0, k), transformedPoint(inverse, point));
     }
     return zonStsOk;

@@ -33,6 +33,13 @@ ZONM_INLINED inline Extent extentOf(const float *p, ptrdiff_t elements, ptrdiff_
             std::size_t(spread < 0 ? -spread : spread) + std::size_t(elements) * sizeof(float)};
 }
 
+// Whether two objects of N elements share a byte.
+template <int N> ZONM_INLINED inline bool overlap(const float *p, const float *q)
+{
+    constexpr std::uintptr_t reach = N * sizeof(float) - 1;
+    return std::uintptr_t(p) - std::uintptr_t(q) + reach <= 2 * reach;
+}
+
 // Numbers --------------------------------------------------------------------------------------
 
 using Pair = Doubles<2>;
