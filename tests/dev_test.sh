@@ -31,6 +31,17 @@ expect 2 "generate takes no arguments" ./dev generate --check
 expect 2 "no preset 'relase'" ./dev test relase
 expect 2 "test takes one preset" ./dev test release debug
 expect 2 "needs a C file" ./dev run
+expect 2 "unrecognized arguments: --quikc" ./dev bench --quikc
+expect 2 "only a full run is published" ./dev bench --publish --quick
+
+# A peer that does not know the processor is marked.
+expect 0 "OpenBLAS ran with kernels for 16-byte registers, below the processor's 32" python3 -B -c '
+import sys
+sys.path.insert(0, "bench")
+import run
+run.processor_width = lambda: 32
+assert not run.remarks({"OpenBLAS": "0.3.21, kernels for Haswell, one thread", "LIBXSMM": "1.17, code for cpx"})
+print(*run.remarks({"OpenBLAS": "0.3.21, kernels for Prescott, one thread"}))'
 expect 1 "there is no file 'examples/none.c'" ./dev run examples/none.c
 [ "$before" = "$(find . -path ./build -prune -o -path ./.git -prune -o -type f -newer "$0" -print | sort)" ] ||
   { echo "FAILED: files were changed"; failures=1; }

@@ -65,9 +65,8 @@ def follow_steps(options):
     if "--install" not in text or "cc " not in text:
         sys.exit("the README has no steps")
     if options.built:
-        text = re.sub(r"^cmake --preset .*\n", "", text, flags=re.MULTILINE)
+        text = re.sub(r"^cmake --(preset|build) .*\n", "", text, flags=re.MULTILINE)
         text = text.replace("build/release", str(Path(options.built).resolve()))
-    text = text.replace("\ncc ", f"\ncc {options.flags} ")
     with tempfile.TemporaryDirectory() as home:
         environment = {"HOME": home, "PATH": os.environ["PATH"]}
         done = subprocess.run(["sh", "-e", "-c", text], cwd=ROOT, env=environment,

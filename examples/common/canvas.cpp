@@ -7,6 +7,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <stdexcept>
 
@@ -132,31 +133,42 @@ void Canvas::disc(Point centre, double radius, Colour colour)
 
 void Canvas::line(const std::vector<Point> &points, double width, Colour colour, const Box &clip)
 {
-    std::vector<double> mask(pixels.size() / 3);
     const double radius = width / 2;
-    for (std::size_t i = 1; i < points.size(); ++i) {
-        const Point a = points[i - 1], b = points[i];
+    const auto reach = [&](const Point &a,
+                           const Point &b) { // first column and row, behind the last
         const auto [left, right] =
             touched(std::max(clip.left, std::min(a.x, b.x) - radius - 1),
                     std::min(clip.right, std::max(a.x, b.x) + radius + 1), columns);
         const auto [top, bottom] =
             touched(std::max(clip.top, std::min(a.y, b.y) - radius - 1),
                     std::min(clip.bottom, std::max(a.y, b.y) + radius + 1), rows);
-        for (int y = top; y < bottom; ++y)
-            for (int x = left; x < right; ++x) {
-                auto &covered =
-                    mask[static_cast<std::size_t>(y) * static_cast<std::size_t>(columns) +
-                         static_cast<std::size_t>(x)];
-                covered = std::max(covered, radius + 0.5 - distance({x + 0.5, y + 0.5}, a, b));
-            }
+        return std::array{left, top, right, bottom};
+    };
+    const auto byX = std::minmax_element(points.begin(), points.end(),
+                                         [](auto &a, auto &b) { return a.x < b.x; });
+    const auto byY = std::minmax_element(points.begin(), points.end(),
+                                         [](auto &a, auto &b) { return a.y < b.y; });
+    if (points.empty())
+        return;
+    // The largest coverage of each pixel by any of the segments.
+    const auto whole = reach({byX.first->x, byY.first->y}, {byX.second->x, byY.second->y});
+    const int pitch = std::max(0, whole[2] - whole[0]), height = std::max(0, whole[3] - whole[1]);
+    std::vector<double> mask(static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height));
+    const auto at = [&](int x, int y) -> double & {
+        return mask[static_cast<std::size_t>((y - whole[1]) * pitch + x - whole[0])];
+    };
+    for (std::size_t i = 1; i < points.size(); ++i) {
+        const auto box = reach(points[i - 1], points[i]);
+        for (int y = box[1]; y < box[3]; ++y)
+            for (int x = box[0]; x < box[2]; ++x)
+                at(x, y) =
+                    std::max(at(x, y),
+                             radius + 0.5 - distance({x + 0.5, y + 0.5}, points[i - 1], points[i]));
     }
-    for (int y = 0; y < rows; ++y)
-        for (int x = 0; x < columns; ++x)
-            if (const double coverage =
-                    mask[static_cast<std::size_t>(y) * static_cast<std::size_t>(columns) +
-                         static_cast<std::size_t>(x)];
-                coverage > 0)
-                blend(x, y, coverage, colour);
+    for (int y = whole[1]; y < whole[3]; ++y)
+        for (int x = whole[0]; x < whole[2]; ++x)
+            if (at(x, y) > 0)
+                blend(x, y, at(x, y), colour);
 }
 
 void Canvas::text(Point anchor, std::string_view text, const TextStyle &style)

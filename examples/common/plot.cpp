@@ -42,7 +42,10 @@ std::vector<Tick> roundTicks(double from, double to, int wanted)
                                  : rough < 7.5 * power ? 5
                                                        : 10);
     std::vector<Tick> ticks;
-    for (double i = std::ceil(from / step); i <= std::floor(to / step); ++i) {
+    const double first = std::ceil(from / step);
+    // Counted, since numbers too large for their differences would not advance.
+    for (int n = 0; n <= 2 * wanted && (first + n) * step <= to; ++n) {
+        const double i = first + n;
         char label[32];
         const double value = i == 0 ? 0 : i * step; // no minus zero
         const bool plain = power > 1e-5 && power < 1e6;
@@ -168,7 +171,7 @@ Canvas drawPlot(const std::string &title, const std::vector<Panel> &panels, int 
 {
     Canvas canvas(width, height, white);
     std::vector<Axes> axes;
-    double widestLabel = 0, shares = 0, feet = 0;
+    double widestLabel = 0, shares = 0, feet = 0, right = 3 * gap;
     const auto foot = [](const Panel &panel) {
         return tickLength + (panel.x.label.empty() ? 2.4 : 3.6) * textSize;
     };
@@ -176,6 +179,8 @@ Canvas drawPlot(const std::string &title, const std::vector<Panel> &panels, int 
         axes.push_back(axesOf(panel));
         for (const auto &tick : axes.back().yTicks)
             widestLabel = std::max(widestLabel, textWidth(tick.label, textSize));
+        if (!axes.back().xTicks.empty()) // half of it stands beyond its tick
+            right = std::max(right, textWidth(axes.back().xTicks.back().label, textSize) / 2 + gap);
         shares += panel.share;
         feet += foot(panel);
     }
@@ -185,7 +190,7 @@ Canvas drawPlot(const std::string &title, const std::vector<Panel> &panels, int 
     const double room = height - top - feet;
     for (std::size_t i = 0; i < panels.size(); ++i) {
         const double bottom = std::round(top + room * panels[i].share / shares);
-        drawPanel(canvas, panels[i], axes[i], {left, std::round(top), width - 3 * gap, bottom});
+        drawPanel(canvas, panels[i], axes[i], {left, std::round(top), width - right, bottom});
         top = bottom + foot(panels[i]);
     }
     return canvas;

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <zonm.h>
 
-static_assert(noexcept(zonmGetLibVersion()) && noexcept(zonmStatusText(zonStsOk)));
+static_assert(noexcept(zonmGetLibVersion()) &&noexcept(zonmStatusText(zonStsOk)));
 static_assert(noexcept(zonmDet_m4_32f(nullptr, nullptr)));
 
 int main()
