@@ -44,6 +44,11 @@ molecule::Angles anglesOf(const Options &options, int frame)
             radians(options.roll)};
 }
 
+molecule::Framing framingOf(const Options &options)
+{
+    return options.frames == 1 ? molecule::Framing::fitted : molecule::Framing::wholeTurn;
+}
+
 // molecule.png, or molecule-001.png, molecule-002.png, ... of a turn.
 fs::path pictureOf(const Options &options, int frame)
 {
@@ -64,7 +69,7 @@ void nameAtom(const Options &options, const std::vector<molecule::Atom> &atoms,
         throw std::runtime_error("--pick: there is no such place in a picture of " +
                                  std::to_string(screen.width) + " by " +
                                  std::to_string(screen.height));
-    const molecule::View view(atoms, anglesOf(options, 0), screen);
+    const molecule::View view(atoms, anglesOf(options, 0), screen, framingOf(options));
     const auto atom = view.atomAt(atoms, static_cast<float>(x), static_cast<float>(y));
     std::cout << (atom ? molecule::describe(atoms[*atom]) : "no atom there") << '\n';
 }
@@ -82,7 +87,8 @@ void run(const Options &options)
     common::requireDistinct(files);
     std::cout << "atoms     " << atoms.size() << '\n';
     for (int frame = 0; frame < options.frames; ++frame) {
-        const auto canvas = molecule::drawSpheres(atoms, anglesOf(options, frame), screen);
+        const auto canvas =
+            molecule::drawSpheres(atoms, anglesOf(options, frame), screen, framingOf(options));
         common::OutputFile file(pictureOf(options, frame), canvas.png(), "--out-png");
         file.commit();
         std::cout << "picture   " << pictureOf(options, frame).string() << '\n';

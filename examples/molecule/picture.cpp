@@ -155,10 +155,10 @@ void drawLegend(common::Canvas &canvas, const std::vector<Atom> &atoms)
 } // namespace
 
 common::Canvas drawSpheres(const std::vector<Atom> &atoms, const Angles &angles,
-                           const Screen &screen)
+                           const Screen &screen, Framing framing)
 {
     const View view(atoms, angles,
-                    {screen.width * samples, screen.height * samples, screen.fieldOfView});
+                    {screen.width * samples, screen.height * samples, screen.fieldOfView}, framing);
     const auto centres = view.beforeCamera(atoms);
     const Surface surface = meet(atoms, view, centres);
     const Lamp lamp;

@@ -11,6 +11,6 @@ namespace molecule
 {
 
 common::Canvas drawSpheres(const std::vector<Atom> &atoms, const Angles &angles,
-                           const Screen &screen);
+                           const Screen &screen, Framing framing);
 
 } // namespace molecule

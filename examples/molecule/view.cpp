@@ -59,7 +59,8 @@ std::optional<float> firstMeeting(const Point &start, const Point &direction, co
 
 } // namespace
 
-View::View(const std::vector<Atom> &atoms, const Angles &angles, const Screen &screen)
+View::View(const std::vector<Atom> &atoms, const Angles &angles, const Screen &screen,
+           Framing framing)
     : screenWidth(static_cast<float>(screen.width)), screenHeight(static_cast<float>(screen.height))
 {
     // The middle of the smallest sphere around the atoms becomes the origin, about which the
@@ -69,19 +70,53 @@ View::View(const std::vector<Atom> &atoms, const Angles &angles, const Screen &s
     for (int step = 1; step <= 1000; ++step)
         zonmInterpolationLinear_v3_32f(&middle.x, farthestFrom(middle, atoms).first.position,
                                        1 / static_cast<float>(step + 1), &middle.x);
-    radius = farthestFrom(middle, atoms).second;
+    const float radius = farthestFrom(middle, atoms).second;
     float toOrigin[16], turn[16];
     zonmTranslation_m4_32f(-middle.x, -middle.y, -middle.z, toOrigin);
     zonmRotationYawPitchRoll_m4_32f(angles.yaw, angles.pitch, angles.roll, turn);
     multiply(toOrigin, turn, world); // row vectors: first to the origin, then the turn
 
-    // As near as the sphere around the molecule allows, in the narrower direction of the picture.
     const float aspect = screenWidth / screenHeight, half = screen.fieldOfView / 2;
-    const float narrower = aspect < 1 ? std::atan(std::tan(half) * aspect) : half;
-    distance = 1.02f * radius / std::sin(narrower);
-    const Point eye{0, 0, distance}, at{0, 0, 0}, up{0, 1, 0};
+    const float halfAcross = std::atan(std::tan(half) * aspect);
+    Point at{0, 0, 0};
+    float distance, front = radius, back = -radius;
+    if (framing == Framing::wholeTurn) {
+        distance = 1.02f * radius / std::sin(std::min(half, halfAcross));
+    } else { // as near as the atoms allow, straight before the middle of what is seen of them
+        std::vector<Point> turned(atoms.size());
+        zonmAffineTransformCoord_m4v3a_32f(world, atoms.front().position, fromAtomToAtom,
+                                           &turned.front().x, fromPointToPoint,
+                                           static_cast<std::int32_t>(atoms.size()));
+        Point low = turned[0], high = turned[0];
+        for (std::size_t k = 0; k < atoms.size(); ++k) {
+            const float r = atoms[k].element->radius;
+            const Point around{r, r, r};
+            Point lower, upper;
+            zonmSub_v3_32f(&turned[k].x, &around.x, &lower.x);
+            zonmAdd_v3_32f(&turned[k].x, &around.x, &upper.x);
+            zonmMin_v3_32f(&low.x, &lower.x, &low.x);
+            zonmMax_v3_32f(&high.x, &upper.x, &high.x);
+        }
+        zonmInterpolationLinear_v3_32f(&low.x, &high.x, 0.5f, &at.x);
+        front = high.z;
+        back = low.z;
+        distance = front + 0.05f * radius;
+        const float margin = 0.88f; // of the picture, for the legend below
+        for (std::size_t k = 0; k < atoms.size(); ++k) {
+            const float r = atoms[k].element->radius;
+            const auto needed = [&](float aside, float angle) {
+                return (aside + r / std::cos(angle)) / (margin * std::tan(angle)) + turned[k].z;
+            };
+            distance = std::max({distance, needed(std::abs(turned[k].x - at.x), halfAcross),
+                                 needed(std::abs(turned[k].y - at.y), half)});
+        }
+    }
+    at.z = 0;
+    const Point eye{at.x, at.y, distance}, up{0, 1, 0};
+    near = distance - front;
+    far = distance - back;
     zonmLookAtRH_m4_32f(&eye.x, &at.x, &up.x, view);
-    zonmPerspectiveFovRH_m4_32f(screen.fieldOfView, aspect, nearest(), farthest(), proj);
+    zonmPerspectiveFovRH_m4_32f(screen.fieldOfView, aspect, near, far, proj);
 }
 
 std::vector<Point> View::onScreen(const std::vector<Atom> &atoms) const

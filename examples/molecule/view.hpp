@@ -23,10 +23,16 @@ struct Point {
     float x, y, z;
 };
 
+enum class Framing {
+    fitted,    // to the atoms as they are seen
+    wholeTurn, // so that nothing leaves the picture, whatever the angles
+};
+
 class View
 {
   public:
-    View(const std::vector<Atom> &atoms, const Angles &angles, const Screen &screen);
+    View(const std::vector<Atom> &atoms, const Angles &angles, const Screen &screen,
+         Framing framing);
 
     // Pixels from the upper left corner, and a depth from 0 to 1: all atoms in one call.
     std::vector<Point> onScreen(const std::vector<Atom> &atoms) const;
@@ -37,8 +43,8 @@ class View
     // How many pixels something of length 1 is high at a distance.
     float pixelsPerLength(float distance) const;
 
-    float nearest() const { return distance - radius; }  // distances between which
-    float farthest() const { return distance + radius; } // the molecule lies
+    float nearest() const { return near; } // distances between which the molecule lies
+    float farthest() const { return far; }
     int width() const { return static_cast<int>(screenWidth); }
     int height() const { return static_cast<int>(screenHeight); }
 
@@ -49,7 +55,7 @@ class View
     Point unprojected(float x, float y, float depth) const;
 
     float screenWidth, screenHeight;
-    float radius, distance;
+    float near, far;
     float world[16], view[16], proj[16];
 };
 

@@ -49,13 +49,13 @@ Matrix result(const KitCall &call)
     return m;
 }
 
-TEST(GraphicsMatrices, AreAllThere)
+TEST(FixedMatrices, AreAllThere)
 {
     EXPECT_EQ(builtExports("fixed_matrices").size(), 14u);
     EXPECT_EQ(references.size(), 14u);
 }
 
-TEST(GraphicsMatrices, AgreeWithTheReference)
+TEST(FixedMatrices, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("fixed_matrices"))
@@ -65,7 +65,7 @@ TEST(GraphicsMatrices, AgreeWithTheReference)
 }
 
 // sin and cos are those that a program gets, at every angle and each to its last bit.
-TEST(GraphicsMatrices, RotateByThePlatformsFunctions)
+TEST(FixedMatrices, RotateByThePlatformsFunctions)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("fixed_matrices")) {
@@ -83,7 +83,7 @@ TEST(GraphicsMatrices, RotateByThePlatformsFunctions)
 }
 
 // Where dst meets a source, the stores of one element can be seen by the next.
-TEST(GraphicsMatrices, StoreInOrder)
+TEST(FixedMatrices, StoreInOrder)
 {
     std::uint64_t seed = 1;
     for (const char *name :
@@ -101,7 +101,7 @@ TEST(GraphicsMatrices, StoreInOrder)
             .compareWith(references);
 }
 
-TEST(GraphicsMatrices, TransposeCopiesBits)
+TEST(FixedMatrices, TransposeCopiesBits)
 {
     KitCall call("zonmTranspose_m4_32f", 1);
     call.apart();
@@ -112,7 +112,7 @@ TEST(GraphicsMatrices, TransposeCopiesBits)
         EXPECT_EQ(call.bits("dst", i), 0x7f800001u + std::uint32_t(i % 4 * 4 + i / 4));
 }
 
-TEST(GraphicsMatrices, OnlyTheIdentityIsOne)
+TEST(FixedMatrices, OnlyTheIdentityIsOne)
 {
     const auto isIdentity = [](const Matrix &m) {
         KitCall call("zonmIsIdentity_m4_32f", 1);
@@ -135,7 +135,7 @@ TEST(GraphicsMatrices, OnlyTheIdentityIsOne)
     }
 }
 
-TEST(GraphicsMatrices, ProductJudgesItsPointers)
+TEST(FixedMatrices, ProductJudgesItsPointers)
 {
     float m[16] = {};
     EXPECT_EQ(zonmMul_mm4x4_32f(nullptr, m, m), zonStsNullPointer);
@@ -144,7 +144,7 @@ TEST(GraphicsMatrices, ProductJudgesItsPointers)
 }
 
 // Integers: sums, minors and products are exact, and the order of the terms does not matter.
-TEST(GraphicsMatrices, ProductsAndDeterminantsOfIntegers)
+TEST(FixedMatrices, ProductsAndDeterminantsOfIntegers)
 {
     Random random(1);
     for (int repeat = 0; repeat < 200; ++repeat) {
@@ -205,7 +205,7 @@ ZonStatus invert(KitCall &call, const Matrix &m, bool withDet)
     return call.compareWith(references);
 }
 
-TEST(GraphicsMatrices, InverseAgreesWithTheReference)
+TEST(FixedMatrices, InverseAgreesWithTheReference)
 {
     Random random(1);
     for (std::uint64_t seed = 1; seed <= 20000; ++seed) {
@@ -215,7 +215,7 @@ TEST(GraphicsMatrices, InverseAgreesWithTheReference)
 }
 
 // Few different values make ties between candidates, zeros of both signs and singular matrices.
-TEST(GraphicsMatrices, InverseOfFewValues)
+TEST(FixedMatrices, InverseOfFewValues)
 {
     Random random(2);
     int singular = 0;
@@ -230,7 +230,7 @@ TEST(GraphicsMatrices, InverseOfFewValues)
     EXPECT_LT(singular, 19000);
 }
 
-TEST(GraphicsMatrices, InverseWithInfinitiesAndNaNs)
+TEST(FixedMatrices, InverseWithInfinitiesAndNaNs)
 {
     Random random(3);
     for (std::uint64_t seed = 1; seed <= 20000; ++seed) {
@@ -245,7 +245,7 @@ TEST(GraphicsMatrices, InverseWithInfinitiesAndNaNs)
 
 // A NaN in front stands against all candidates and is not below the limit; behind them it never
 // wins, and the zeros in front of it are below the limit.
-TEST(GraphicsMatrices, NaNAsCandidate)
+TEST(FixedMatrices, NaNAsCandidate)
 {
     Matrix m = unit;
     m[0] = NAN;
@@ -262,7 +262,7 @@ TEST(GraphicsMatrices, NaNAsCandidate)
     }
 }
 
-TEST(GraphicsMatrices, InverseInPlace)
+TEST(FixedMatrices, InverseInPlace)
 {
     Random random(4);
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
@@ -277,7 +277,7 @@ TEST(GraphicsMatrices, InverseInPlace)
     }
 }
 
-TEST(GraphicsMatrices, InverseOfPermutations)
+TEST(FixedMatrices, InverseOfPermutations)
 {
     int p[4] = {0, 1, 2, 3};
     do {
@@ -296,7 +296,7 @@ TEST(GraphicsMatrices, InverseOfPermutations)
 }
 
 // The limit is absolute: below it stands singular what has a perfect inverse.
-TEST(GraphicsMatrices, LimitOfSingularity)
+TEST(FixedMatrices, LimitOfSingularity)
 {
     const float limit = 1.430511474609375e-06f;
     for (const bool withDet : {false, true})
@@ -326,7 +326,7 @@ TEST(GraphicsMatrices, LimitOfSingularity)
 }
 
 // A row that depends on those above it ends the call at its step, whichever that is.
-TEST(GraphicsMatrices, DependentRows)
+TEST(FixedMatrices, DependentRows)
 {
     Random random(5);
     for (int step = 0; step < 4; ++step)
@@ -343,7 +343,7 @@ TEST(GraphicsMatrices, DependentRows)
 
 // Rotations ------------------------------------------------------------------------------------
 
-TEST(GraphicsMatrices, NoTurnIsTheIdentity)
+TEST(FixedMatrices, NoTurnIsTheIdentity)
 {
     Matrix m;
     std::int32_t same;
@@ -366,7 +366,7 @@ TEST(GraphicsMatrices, NoTurnIsTheIdentity)
 }
 
 // Row vectors: y turns to z, z to x, x to y.
-TEST(GraphicsMatrices, DirectionsOfTheTurns)
+TEST(FixedMatrices, DirectionsOfTheTurns)
 {
     const auto quarter = float(std::numbers::pi / 2);
     const auto turned = [](const Matrix &m, int from) { // the row that unit vector `from` becomes
@@ -391,7 +391,7 @@ TEST(GraphicsMatrices, DirectionsOfTheTurns)
 }
 
 // Roll first, then pitch, then yaw.
-TEST(GraphicsMatrices, YawPitchRollIsAProduct)
+TEST(FixedMatrices, YawPitchRollIsAProduct)
 {
     Matrix roll, pitch, yaw, all, product;
     zonmRotationZ_m4_32f(0.3f, roll.data());
@@ -404,7 +404,7 @@ TEST(GraphicsMatrices, YawPitchRollIsAProduct)
         EXPECT_NEAR(all[i], product[i], 2e-7);
 }
 
-TEST(GraphicsMatrices, NoAxisNoRotation)
+TEST(FixedMatrices, NoAxisNoRotation)
 {
     KitCall call("zonmRotationAxis_v3m4_32f", 1);
     call.apart().fill([](std::string_view, int, int) { return 0; }).set("angle", 1.0);

@@ -36,13 +36,13 @@ const References references = {
     ZONM_BY_LENGTH(zonmInterpolationCatmullRom, catmullRom),
 };
 
-TEST(GraphicsVectors, AreAllThere)
+TEST(FixedVectors, AreAllThere)
 {
     EXPECT_EQ(builtExports("fixed_vectors").size(), 42u);
     EXPECT_EQ(references.size(), 42u);
 }
 
-TEST(GraphicsVectors, AgreeWithTheReference)
+TEST(FixedVectors, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("fixed_vectors"))
@@ -53,7 +53,7 @@ TEST(GraphicsVectors, AgreeWithTheReference)
 }
 
 // A result that a rounding on the way, or a product fused with its sum, would change.
-TEST(GraphicsVectors, RoundOnlyWhatTheyStore)
+TEST(FixedVectors, RoundOnlyWhatTheyStore)
 {
     const float e = 0x1p-13f;
     KitCall dot("zonmDotProduct_v2_32f", 1);
@@ -63,7 +63,7 @@ TEST(GraphicsVectors, RoundOnlyWhatTheyStore)
     EXPECT_EQ(dot.element("dst", 0), -0x1p-26f); // 1 - 2^-26 is no float
 }
 
-TEST(GraphicsVectors, MayBeWrittenOverAnySource)
+TEST(FixedVectors, MayBeWrittenOverAnySource)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("fixed_vectors")) {
@@ -79,7 +79,7 @@ TEST(GraphicsVectors, MayBeWrittenOverAnySource)
 }
 
 // Each element of a cross product is stored before the sources are read for the next.
-TEST(GraphicsVectors, CrossProductsStoreInOrder)
+TEST(FixedVectors, CrossProductsStoreInOrder)
 {
     std::uint64_t seed = 1;
     for (const char *name : {"zonmCrossProduct_v3_32f", "zonmCrossProduct_v4_32f"})
@@ -102,7 +102,7 @@ TEST(GraphicsVectors, CrossProductsStoreInOrder)
 }
 
 // Ties and NaNs give the element of src2, with its very bits.
-TEST(GraphicsVectors, MinimumAndMaximumCopyBits)
+TEST(FixedVectors, MinimumAndMaximumCopyBits)
 {
     constexpr std::uint32_t quiet = 0x7fc12345u, signalling = 0xff812345u, one = 0x3f800000u,
                             two = 0x40000000u, zero = 0, minusZero = 0x80000000u;
@@ -132,7 +132,7 @@ TEST(GraphicsVectors, MinimumAndMaximumCopyBits)
                 }
 }
 
-TEST(GraphicsVectors, ZeroHasNoDirection)
+TEST(FixedVectors, ZeroHasNoDirection)
 {
     for (const char *name :
          {"zonmNormalize_v2_32f", "zonmNormalize_v3_32f", "zonmNormalize_v4_32f"}) {
@@ -163,7 +163,7 @@ std::vector<float> results(const std::string &name,
 }
 using Elements = std::vector<float>;
 
-TEST(GraphicsVectors, KnownResults)
+TEST(FixedVectors, KnownResults)
 {
     EXPECT_EQ(results("zonmNormalize_v2_32f", {{"src", {3, 4}}}), (Elements{0.6f, 0.8f}));
     EXPECT_EQ(results("zonmLen_v4_32f", {{"src", {1, 1, 1, 1}}}), Elements{2});
@@ -189,7 +189,7 @@ TEST(GraphicsVectors, KnownResults)
 }
 
 // A curve begins and ends where it should, and leaves in the direction of its tangent.
-TEST(GraphicsVectors, CurvesPassTheirPoints)
+TEST(FixedVectors, CurvesPassTheirPoints)
 {
     const std::map<std::string, Elements> ends = {
         {"pos1", {1, 2}}, {"tan1", {3, -1}}, {"pos2", {5, 8}}, {"tan2", {0, 2}}};

@@ -35,13 +35,13 @@ Point through(const Matrix &m, Point p)
     return t;
 }
 
-TEST(GraphicsCameras, AreAllThere)
+TEST(Cameras, AreAllThere)
 {
     EXPECT_EQ(builtExports("cameras").size(), 12u);
     EXPECT_EQ(references.size(), 12u);
 }
 
-TEST(GraphicsCameras, AgreeWithTheReference)
+TEST(Cameras, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("cameras"))
@@ -52,7 +52,7 @@ TEST(GraphicsCameras, AgreeWithTheReference)
 }
 
 // Equal arguments: lengths of zero, of both signs.
-TEST(GraphicsCameras, EmptyViewVolumes)
+TEST(Cameras, EmptyViewVolumes)
 {
     std::uint64_t seed = 1;
     for (const Export *e : builtExports("cameras"))
@@ -77,7 +77,7 @@ TEST(GraphicsCameras, EmptyViewVolumes)
     EXPECT_EQ(m[5], INFINITY);
 }
 
-TEST(GraphicsCameras, LookingAtOneself)
+TEST(Cameras, LookingAtOneself)
 {
     const auto look = [](Point eye, Point at, Point up) {
         KitCall call("zonmLookAtLH_m4_32f", 1);
@@ -103,7 +103,7 @@ TEST(GraphicsCameras, LookingAtOneself)
     EXPECT_EQ(along[6], 1); // z looks along y
 }
 
-TEST(GraphicsCameras, TheViewThatChangesNothing)
+TEST(Cameras, TheViewThatChangesNothing)
 {
     const Point eye = {0, 0, 0}, ahead = {0, 0, 1}, back = {0, 0, -1}, up = {0, 1, 0};
     Matrix left, right;
@@ -118,7 +118,7 @@ TEST(GraphicsCameras, TheViewThatChangesNothing)
 
 // What stands before the camera is at +z of a left-handed and at -z of a right-handed view, with x
 // to the right and y up in both.
-TEST(GraphicsCameras, Handedness)
+TEST(Cameras, Handedness)
 {
     const Point eye = {10, 0, 0}, at = {0, 0, 0}, up = {0, 0, 1};
     Matrix left, right;
@@ -132,7 +132,7 @@ TEST(GraphicsCameras, Handedness)
 }
 
 // Corners of the view volume become corners of the cube from (-1, -1, 0) to (1, 1, 1).
-TEST(GraphicsCameras, ViewVolumes)
+TEST(Cameras, ViewVolumes)
 {
     constexpr float l = -3, r = 5, b = -1, t = 2, n = 2, f = 8;
     const auto expectCorners = [&](const Matrix &m, bool leftHanded, bool perspective, float left,

@@ -47,14 +47,14 @@ std::vector<const Export *> kitExports()
 bool isArray(const Export *e) { return e->argument("count"); }
 std::string sourceOf(const Export *e) { return e->argument("src") ? "src" : "src2"; }
 
-TEST(GraphicsTransforms, AreAllThere)
+TEST(Transforms, AreAllThere)
 {
     EXPECT_EQ(builtExports("transforms").size(), 19u);
     EXPECT_EQ(references.size(), 18u); // and the general one
     EXPECT_EQ(kitExports().size(), 18u);
 }
 
-TEST(GraphicsTransforms, AgreeWithTheReference)
+TEST(Transforms, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
     for (const Export *e : kitExports())
@@ -68,7 +68,7 @@ TEST(GraphicsTransforms, AgreeWithTheReference)
 }
 
 // Strides are taken as they are: zero, negative, no multiple of an element, less than a vector.
-TEST(GraphicsTransforms, AnyStride)
+TEST(Transforms, AnyStride)
 {
     std::uint64_t seed = 1;
     for (const Export *e : kitExports()) {
@@ -87,7 +87,7 @@ TEST(GraphicsTransforms, AnyStride)
     }
 }
 
-TEST(GraphicsTransforms, LongArrays)
+TEST(Transforms, LongArrays)
 {
     std::uint64_t seed = 1;
     for (const Export *e : kitExports())
@@ -101,7 +101,7 @@ TEST(GraphicsTransforms, LongArrays)
 }
 
 // No vectors, no access; but the way back inverts its matrices first, and says so.
-TEST(GraphicsTransforms, NothingToDo)
+TEST(Transforms, NothingToDo)
 {
     const Memory forbidden(64);
     forbidden.protect(PROT_NONE);
@@ -143,7 +143,7 @@ bool ordersItsStores(const Export *e)
            (isArray(e) || e->operation == "zonmAffineTransformNormal");
 }
 
-TEST(GraphicsTransforms, StoreInOrder)
+TEST(Transforms, StoreInOrder)
 {
     std::uint64_t seed = 1;
     for (const Export *e : kitExports()) {
@@ -166,7 +166,7 @@ TEST(GraphicsTransforms, StoreInOrder)
     }
 }
 
-TEST(GraphicsTransforms, InPlace)
+TEST(Transforms, InPlace)
 {
     std::uint64_t seed = 1;
     for (const char *name :
@@ -185,7 +185,7 @@ using Matrix = std::array<float, 16>;
 using Point = std::array<float, 3>;
 constexpr Matrix unit = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
-TEST(GraphicsTransforms, TheIdentityCompletesThePoint)
+TEST(Transforms, TheIdentityCompletesThePoint)
 {
     const float v[4] = {2, 3, 5, 7};
     std::array<float, 4> t;
@@ -197,7 +197,7 @@ TEST(GraphicsTransforms, TheIdentityCompletesThePoint)
     EXPECT_EQ(t, (std::array{2.f, 3.f, 5.f, 7.f}));
 }
 
-TEST(GraphicsTransforms, NormalsIgnoreTheRest)
+TEST(Transforms, NormalsIgnoreTheRest)
 {
     Matrix m = unit;
     for (const std::size_t e : {3, 7, 11, 12, 13, 14, 15})
@@ -208,7 +208,7 @@ TEST(GraphicsTransforms, NormalsIgnoreTheRest)
     EXPECT_EQ(t, (Point{1, 2, 3}));
 }
 
-TEST(GraphicsTransforms, NoDivisorIsJudged)
+TEST(Transforms, NoDivisorIsJudged)
 {
     Matrix m = unit;
     m[15] = 0;
@@ -220,7 +220,7 @@ TEST(GraphicsTransforms, NoDivisorIsJudged)
     EXPECT_TRUE(std::isnan(t[2]));
 }
 
-TEST(GraphicsTransforms, TheMiddleOfTheViewport)
+TEST(Transforms, TheMiddleOfTheViewport)
 {
     Point p = {0, 0, 0};
     zonmProject_m4v3_32f(unit.data(), unit.data(), unit.data(), p.data(), 640, 480, 0, 1, p.data());
@@ -244,7 +244,7 @@ struct Scene {
     }
 };
 
-TEST(GraphicsTransforms, ThereAndBack)
+TEST(Transforms, ThereAndBack)
 {
     const Scene s;
     Random random(1);
@@ -271,7 +271,7 @@ TEST(GraphicsTransforms, ThereAndBack)
 }
 
 // A singular scene leaves normalised coordinates in the single form and nothing in the array form.
-TEST(GraphicsTransforms, SingularScenes)
+TEST(Transforms, SingularScenes)
 {
     for (const char *zero : {"proj", "view", "world"})
         for (const char *name : {"zonmUnproject_m4v3_32f", "zonmUnproject_m4v3a_32f"}) {
@@ -294,7 +294,7 @@ TEST(GraphicsTransforms, SingularScenes)
 }
 
 // The array form rounds the length of the depth range, the single form does not.
-TEST(GraphicsTransforms, DepthRangeOfTheArrayForm)
+TEST(Transforms, DepthRangeOfTheArrayForm)
 {
     const Point p = {0, 0, 1};
     Point single, array;
@@ -339,7 +339,7 @@ void checkGeneral(Call &call, const Operand &m, const Operand &v, const Operand 
     (void)d;
 }
 
-TEST(GraphicsTransforms, ColumnsAgreeWithTheFormula)
+TEST(Transforms, ColumnsAgreeWithTheFormula)
 {
     std::uint64_t seed = 1;
     for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
@@ -354,7 +354,7 @@ TEST(GraphicsTransforms, ColumnsAgreeWithTheFormula)
 }
 
 // Around the limit, and on it.
-TEST(GraphicsTransforms, ColumnsWithoutDivisor)
+TEST(Transforms, ColumnsWithoutDivisor)
 {
     const float limit = std::numeric_limits<float>::min();
     const double divisors[] = {limit,
@@ -387,7 +387,7 @@ TEST(GraphicsTransforms, ColumnsWithoutDivisor)
     }
 }
 
-TEST(GraphicsTransforms, ColumnsThroughTheIdentity)
+TEST(Transforms, ColumnsThroughTheIdentity)
 {
     Call call(exportNamed(general), 1, 5);
     call.source("src1", {4, 4}, [](int, int i, int j) { return i == j; });
@@ -400,7 +400,7 @@ TEST(GraphicsTransforms, ColumnsThroughTheIdentity)
 }
 
 // The matrix is used as stored, from the left: translation stands in its last column.
-TEST(GraphicsTransforms, ColumnsStandOnTheRight)
+TEST(Transforms, ColumnsStandOnTheRight)
 {
     const float m[16] = {1, 0, 0, 10, 0, 2, 0, 20, 0, 0, 3, 30, 0, 0, 0, 2};
     const float v[3] = {1, 1, 1};
