@@ -4721,8 +4721,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_64f(int32_t s
 /**
  * Vectors of 2, 3, 4 elements
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * zonmAdd, zonmSub, zonmMulC     dst[i] = src1[i] + src2[i], src1[i] - src2[i], src[i] * val
  * zonmMin                        dst[i] = src2[i] > src1[i] ? src1[i] : src2[i]
  * zonmMax                        dst[i] = src2[i] < src1[i] ? src1[i] : src2[i]
@@ -4864,8 +4862,6 @@ ZONM_API ZonStatus zonmInterpolationCatmullRom_v4_32f(
 /**
  * 4x4 matrices
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * An m4 matrix is 16 floats, row after row: m(r, c) = m[4*r + c]. Vectors are rows, left of
  * the matrix: translation is row 3, and src1 * src2 applies src1 first. Angles are in radians.
  *
@@ -4877,6 +4873,14 @@ ZONM_API ZonStatus zonmInterpolationCatmullRom_v4_32f(
  * zonmRotationX, Y, Z                    turn y to z, z to x, x to y
  * zonmRotationAxis                       about axis, normalised first; a zero axis gives NaNs
  * zonmRotationYawPitchRoll               roll about z first, then pitch about x, then yaw about y
+ *
+ * Row after row, s and c being the sine and the cosine of the angle:
+ *     X   1  0  0  0     Y   c  0 -s  0     Z   c  s  0  0     translation    1  0  0  0
+ *         0  c  s  0         0  1  0  0        -s  c  0  0                    0  1  0  0
+ *         0 -s  c  0         s  0  c  0         0  0  1  0                    0  0  1  0
+ *         0  0  0  1         0  0  0  1         0  0  0  1                   tx ty tz  1
+ * The five rotations call sin and cos of the platform's math library, in double: their last bit may
+ * differ between libraries.
  *
  * Nothing is checked and the status is zonStsOk, with two exceptions: zonmMul_mm4x4 tests its
  * pointers (zonStsNullPointer); zonmInvert returns zonStsSingular when the largest element left in
@@ -4906,8 +4910,6 @@ ZONM_API ZonStatus zonmRotationYawPitchRoll_m4_32f(float yaw, float pitch, float
 /**
  * View and projection matrices
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * All fill the m4 matrix dst, for row vectors and depth 0 to 1; LH and RH name the hand of the
  * coordinate system. Cells not named are 0. d = zFar - zNear; for RH the sign of d is turned.
  *
@@ -4923,6 +4925,8 @@ ZONM_API ZonStatus zonmRotationYawPitchRoll_m4_32f(float yaw, float pitch, float
  * zonmPerspectiveFov         cot(fovY/2)/aspect and cot(fovY/2) in place of the first two cells;
  *                            fovY in radians, aspect is width over height
  *
+ * zonmPerspectiveFov calls sin and cos of the platform's math library, in double: its last bit may
+ * differ between libraries.
  * width and height measure the view volume, in perspective at zNear. Nothing is checked: a
  * division by zero leaves infinities or NaNs, and the status is zonStsOk.
  */
@@ -5007,8 +5011,6 @@ ZONM_API ZonStatus zonmPerspectiveFovRH_m4_32f(
 
 /**
  * Point and normal transforms
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * m4 families: row vector times m4 matrix src1, missing elements taken as z = 0 and w = 1
  *     zonmAffineTransform          four elements at dst, also for 2 and 3 elements at src2

@@ -106,13 +106,23 @@ std::vector<const Export *> exportsWithChecks()
 
 // Operands on which every family succeeds: matrices that are symmetric, positive definite, well
 // conditioned and of distinct eigenvalues; indices in range.
+// Where no size is among the arguments, matrices are 4x4 and vectors have three elements.
 template <class AnyCall> void laySound(AnyCall &call, const Export &e, int size)
 {
+    const bool fixed = std::none_of(e.arguments.begin(), e.arguments.end(),
+                                    [](const ArgumentInfo &a) { return a.role == "size"; });
+    const int length = fixed ? 3 : size;
+    if (fixed)
+        size = 4;
     for (const ArgumentInfo &a : e.arguments) {
         const bool head = a.role == "pointer" || a.role == "table";
         const OperandInfo *o = head ? e.operand(a.name) : nullptr;
         if (o) {
-            const Shape shape{o->kind == "constant" ? 1 : size, o->kind == "matrix" ? size : 1};
+            const bool matrix = o->kind == "matrix";
+            const Shape shape{o->kind == "constant" ? 1
+                              : matrix              ? size
+                                                    : length,
+                              matrix ? size : 1};
             if (o->output)
                 call.output(a.name, shape);
             else

@@ -53,6 +53,33 @@ BUILT = {
     "qr_back_subst": Built("solvers", {"zonmQRBackSubst": "qrBackSubstitute"}),
     "det": Built("solvers", {"zonmDet": "determinant"}),
     "invert": Built("solvers", {"zonmInvert": "invert"}),
+    "fixed_vectors": Built("graphics", {
+        "zonmAdd": "addVectors", "zonmSub": "subtractVectors", "zonmMulC": "scaleVector",
+        "zonmMin": "minimum", "zonmMax": "maximum",
+        "zonmDotProduct": "dotProduct", "zonmCrossProduct": "crossProduct",
+        "zonmLenSqr": "squaredLength", "zonmLen": "lengthOf", "zonmNormalize": "normalize",
+        "zonmInterpolationLinear": "interpolateLinearly", "zonmBaryCentric": "baryCentric",
+        "zonmHermite": "hermite", "zonmInterpolationCatmullRom": "catmullRom"}),
+    "fixed_matrices": Built("graphics", {
+        "zonmIdentity": "identity", "zonmIsIdentity": "isIdentity", "zonmTranspose": "transposeMatrix4",
+        "zonmDet": "determinant", "zonmInvert": "invertMatrix4",
+        "zonmMul": "multiplyMatrices4", "zonmMulTranspose": "multiplyTransposed",
+        "zonmScaling": "scaling", "zonmTranslation": "translation",
+        "zonmRotationX": "rotationX", "zonmRotationY": "rotationY", "zonmRotationZ": "rotationZ",
+        "zonmRotationAxis": "rotationAxis", "zonmRotationYawPitchRoll": "rotationYawPitchRoll"}),
+    "cameras": Built("graphics", {
+        f"{operation}{hand}": f"{function}<Hand::{side}>"
+        for hand, side in (("LH", "left"), ("RH", "right"))
+        for operation, function in (
+            ("zonmLookAt", "lookAt"),
+            ("zonmOrtho", "orthographic"), ("zonmOrthoOffCenter", "orthographicOffCenter"),
+            ("zonmPerspective", "perspective"), ("zonmPerspectiveOffCenter", "perspectiveOffCenter"),
+            ("zonmPerspectiveFov", "perspectiveFov"))}),
+    "transforms": Built("graphics", {
+        "zonmAffineTransform": "transform", "zonmAffineTransformCoord": "transformPoint",
+        "zonmAffineTransformNormal": "transformNormal",
+        "zonmProject": "project", "zonmUnproject": "unproject",
+        "zonmAffineTransform3DH": "transformColumns"}),
 }
 
 # The families in the order of the header. `subsystem` opens a new section; the text stands in front
@@ -536,6 +563,14 @@ FAMILIES = {
     zonmRotationAxis                       about axis, normalised first; a zero axis gives NaNs
     zonmRotationYawPitchRoll               roll about z first, then pitch about x, then yaw about y
 
+    Row after row, s and c being the sine and the cosine of the angle:
+        X   1  0  0  0     Y   c  0 -s  0     Z   c  s  0  0     translation    1  0  0  0
+            0  c  s  0         0  1  0  0        -s  c  0  0                    0  1  0  0
+            0 -s  c  0         s  0  c  0         0  0  1  0                    0  0  1  0
+            0  0  0  1         0  0  0  1         0  0  0  1                   tx ty tz  1
+    The five rotations call sin and cos of the platform's math library, in double: their last bit may
+    differ between libraries.
+
     Nothing is checked and the status is zonStsOk, with two exceptions: zonmMul_mm4x4 tests its
     pointers (zonStsNullPointer); zonmInvert returns zonStsSingular when the largest element left in
     a row is below 1.430511474609375e-06, with *det = 0 and dst untouched.
@@ -558,6 +593,8 @@ FAMILIES = {
     zonmPerspectiveFov         cot(fovY/2)/aspect and cot(fovY/2) in place of the first two cells;
                                fovY in radians, aspect is width over height
 
+    zonmPerspectiveFov calls sin and cos of the platform's math library, in double: its last bit may
+    differ between libraries.
     width and height measure the view volume, in perspective at zNear. Nothing is checked: a
     division by zero leaves infinities or NaNs, and the status is zonStsOk.
     """),

@@ -111,6 +111,8 @@ void Canvas::blend(int x, int y, double coverage, Colour colour)
         pixel[i] = static_cast<std::uint8_t>(std::lround(pixel[i] + share * (parts[i] - pixel[i])));
 }
 
+void Canvas::set(int x, int y, Colour colour) { blend(x, y, 1, colour); }
+
 void Canvas::fill(const Box &box, Colour colour)
 {
     const auto [left, right] = touched(box.left, box.right, columns);

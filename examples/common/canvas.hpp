@@ -37,6 +37,7 @@ class Canvas
   public:
     Canvas(int width, int height, Colour background);
 
+    void set(int x, int y, Colour colour); // one pixel within the picture
     void fill(const Box &box, Colour colour);
     void disc(Point centre, double radius, Colour colour);
     // Within `clip`. A line with an opacity covers itself only once.

@@ -65,6 +65,9 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmAdd_v2_32f) zonmAdd_v2_32f;
+[[gnu::noinline]] decltype(::zonmAdd_v3_32f) zonmAdd_v3_32f;
+[[gnu::noinline]] decltype(::zonmAdd_v4_32f) zonmAdd_v4_32f;
 [[gnu::noinline]] decltype(::zonmAdd_vac_32f) zonmAdd_vac_32f;
 [[gnu::noinline]] decltype(::zonmAdd_vac_32f_L) zonmAdd_vac_32f_L;
 [[gnu::noinline]] decltype(::zonmAdd_vac_32f_P) zonmAdd_vac_32f_P;
@@ -103,6 +106,24 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_vv_32f_P) zonmAdd_vv_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_vv_64f) zonmAdd_vv_64f;
 [[gnu::noinline]] decltype(::zonmAdd_vv_64f_P) zonmAdd_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmAffineTransform3DH_mva_32f) zonmAffineTransform3DH_mva_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v2_32f) zonmAffineTransformCoord_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v2a_32f) zonmAffineTransformCoord_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v3_32f) zonmAffineTransformCoord_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformCoord_m4v3a_32f) zonmAffineTransformCoord_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v2_32f) zonmAffineTransformNormal_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v2a_32f) zonmAffineTransformNormal_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v3_32f) zonmAffineTransformNormal_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransformNormal_m4v3a_32f) zonmAffineTransformNormal_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v2_32f) zonmAffineTransform_m4v2_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v2a_32f) zonmAffineTransform_m4v2a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v3_32f) zonmAffineTransform_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v3a_32f) zonmAffineTransform_m4v3a_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v4_32f) zonmAffineTransform_m4v4_32f;
+[[gnu::noinline]] decltype(::zonmAffineTransform_m4v4a_32f) zonmAffineTransform_m4v4a_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v2_32f) zonmBaryCentric_v2_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v3_32f) zonmBaryCentric_v3_32f;
+[[gnu::noinline]] decltype(::zonmBaryCentric_v4_32f) zonmBaryCentric_v4_32f;
 [[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f) zonmCholeskyBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f_L) zonmCholeskyBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmCholeskyBackSubst_mava_32f_P) zonmCholeskyBackSubst_mava_32f_P;
@@ -165,6 +186,10 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SL) zonmCopy_va_64f_SL;
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SP) zonmCopy_va_64f_SP;
 [[gnu::noinline]] decltype(::zonmCopy_va_64f_SS) zonmCopy_va_64f_SS;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v2_32f) zonmCrossProduct_v2_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v3_32f) zonmCrossProduct_v3_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_v4_32f) zonmCrossProduct_v4_32f;
+[[gnu::noinline]] decltype(::zonmDet_m4_32f) zonmDet_m4_32f;
 [[gnu::noinline]] decltype(::zonmDet_m_32f) zonmDet_m_32f;
 [[gnu::noinline]] decltype(::zonmDet_m_32f_P) zonmDet_m_32f_P;
 [[gnu::noinline]] decltype(::zonmDet_m_64f) zonmDet_m_64f;
@@ -175,6 +200,9 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmDet_ma_64f) zonmDet_ma_64f;
 [[gnu::noinline]] decltype(::zonmDet_ma_64f_L) zonmDet_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmDet_ma_64f_P) zonmDet_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_v2_32f) zonmDotProduct_v2_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_v3_32f) zonmDotProduct_v3_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_v4_32f) zonmDotProduct_v4_32f;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f) zonmExtract_m_32f;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f_P) zonmExtract_m_32f_P;
 [[gnu::noinline]] decltype(::zonmExtract_m_64f) zonmExtract_m_64f;
@@ -206,6 +234,17 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_L) zonmExtract_va_64f_L;
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_P) zonmExtract_va_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
+[[gnu::noinline]] decltype(::zonmHermite_v2_32f) zonmHermite_v2_32f;
+[[gnu::noinline]] decltype(::zonmHermite_v3_32f) zonmHermite_v3_32f;
+[[gnu::noinline]] decltype(::zonmHermite_v4_32f) zonmHermite_v4_32f;
+[[gnu::noinline]] decltype(::zonmIdentity_m4_32f) zonmIdentity_m4_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v2_32f) zonmInterpolationCatmullRom_v2_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v3_32f) zonmInterpolationCatmullRom_v3_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationCatmullRom_v4_32f) zonmInterpolationCatmullRom_v4_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v2_32f) zonmInterpolationLinear_v2_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v3_32f) zonmInterpolationLinear_v3_32f;
+[[gnu::noinline]] decltype(::zonmInterpolationLinear_v4_32f) zonmInterpolationLinear_v4_32f;
+[[gnu::noinline]] decltype(::zonmInvert_m4_32f) zonmInvert_m4_32f;
 [[gnu::noinline]] decltype(::zonmInvert_m_32f) zonmInvert_m_32f;
 [[gnu::noinline]] decltype(::zonmInvert_m_32f_P) zonmInvert_m_32f_P;
 [[gnu::noinline]] decltype(::zonmInvert_m_64f) zonmInvert_m_64f;
@@ -216,6 +255,7 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmInvert_ma_64f) zonmInvert_ma_64f;
 [[gnu::noinline]] decltype(::zonmInvert_ma_64f_L) zonmInvert_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmInvert_ma_64f_P) zonmInvert_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmIsIdentity_m4_32f) zonmIsIdentity_m4_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
@@ -242,12 +282,30 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f) zonmLUDecomp_ma_64f;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_L) zonmLUDecomp_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmLUDecomp_ma_64f_P) zonmLUDecomp_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmLenSqr_v2_32f) zonmLenSqr_v2_32f;
+[[gnu::noinline]] decltype(::zonmLenSqr_v3_32f) zonmLenSqr_v3_32f;
+[[gnu::noinline]] decltype(::zonmLenSqr_v4_32f) zonmLenSqr_v4_32f;
+[[gnu::noinline]] decltype(::zonmLen_v2_32f) zonmLen_v2_32f;
+[[gnu::noinline]] decltype(::zonmLen_v3_32f) zonmLen_v3_32f;
+[[gnu::noinline]] decltype(::zonmLen_v4_32f) zonmLen_v4_32f;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f) zonmLoadIdentity_ma_32f;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f_L) zonmLoadIdentity_ma_32f_L;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_32f_P) zonmLoadIdentity_ma_32f_P;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f) zonmLoadIdentity_ma_64f;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f_L) zonmLoadIdentity_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmLoadIdentity_ma_64f_P) zonmLoadIdentity_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmLookAtLH_m4_32f) zonmLookAtLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmLookAtRH_m4_32f) zonmLookAtRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmMax_v2_32f) zonmMax_v2_32f;
+[[gnu::noinline]] decltype(::zonmMax_v3_32f) zonmMax_v3_32f;
+[[gnu::noinline]] decltype(::zonmMax_v4_32f) zonmMax_v4_32f;
+[[gnu::noinline]] decltype(::zonmMin_v2_32f) zonmMin_v2_32f;
+[[gnu::noinline]] decltype(::zonmMin_v3_32f) zonmMin_v3_32f;
+[[gnu::noinline]] decltype(::zonmMin_v4_32f) zonmMin_v4_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v2_32f) zonmMulC_v2_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v3_32f) zonmMulC_v3_32f;
+[[gnu::noinline]] decltype(::zonmMulC_v4_32f) zonmMulC_v4_32f;
+[[gnu::noinline]] decltype(::zonmMulTranspose_m4_32f) zonmMulTranspose_m4_32f;
 [[gnu::noinline]] decltype(::zonmMul_mac_32f) zonmMul_mac_32f;
 [[gnu::noinline]] decltype(::zonmMul_mac_32f_L) zonmMul_mac_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_mac_32f_P) zonmMul_mac_32f_P;
@@ -282,6 +340,7 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mc_32f_P) zonmMul_mc_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_mc_64f) zonmMul_mc_64f;
 [[gnu::noinline]] decltype(::zonmMul_mc_64f_P) zonmMul_mc_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mm4x4_32f) zonmMul_mm4x4_32f;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f) zonmMul_mm_32f;
 [[gnu::noinline]] decltype(::zonmMul_mm_32f_P) zonmMul_mm_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_mm_64f) zonmMul_mm_64f;
@@ -378,6 +437,21 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_vca_64f) zonmMul_vca_64f;
 [[gnu::noinline]] decltype(::zonmMul_vca_64f_L) zonmMul_vca_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_vca_64f_P) zonmMul_vca_64f_P;
+[[gnu::noinline]] decltype(::zonmNormalize_v2_32f) zonmNormalize_v2_32f;
+[[gnu::noinline]] decltype(::zonmNormalize_v3_32f) zonmNormalize_v3_32f;
+[[gnu::noinline]] decltype(::zonmNormalize_v4_32f) zonmNormalize_v4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoLH_m4_32f) zonmOrthoLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoOffCenterLH_m4_32f) zonmOrthoOffCenterLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoOffCenterRH_m4_32f) zonmOrthoOffCenterRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmOrthoRH_m4_32f) zonmOrthoRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveFovLH_m4_32f) zonmPerspectiveFovLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveFovRH_m4_32f) zonmPerspectiveFovRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveLH_m4_32f) zonmPerspectiveLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveOffCenterLH_m4_32f) zonmPerspectiveOffCenterLH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveOffCenterRH_m4_32f) zonmPerspectiveOffCenterRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmPerspectiveRH_m4_32f) zonmPerspectiveRH_m4_32f;
+[[gnu::noinline]] decltype(::zonmProject_m4v3_32f) zonmProject_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmProject_m4v3a_32f) zonmProject_m4v3a_32f;
 [[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f) zonmQRBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f_L) zonmQRBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmQRBackSubst_mava_32f_P) zonmQRBackSubst_mava_32f_P;
@@ -404,6 +478,12 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f) zonmQRDecomp_ma_64f;
 [[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f_L) zonmQRDecomp_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmQRDecomp_ma_64f_P) zonmQRDecomp_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmRotationAxis_v3m4_32f) zonmRotationAxis_v3m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationX_m4_32f) zonmRotationX_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationY_m4_32f) zonmRotationY_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationYawPitchRoll_m4_32f) zonmRotationYawPitchRoll_m4_32f;
+[[gnu::noinline]] decltype(::zonmRotationZ_m4_32f) zonmRotationZ_m4_32f;
+[[gnu::noinline]] decltype(::zonmScaling_m4_32f) zonmScaling_m4_32f;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f) zonmSub_cav_32f;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f_L) zonmSub_cav_32f_L;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f_P) zonmSub_cav_32f_P;
@@ -514,6 +594,9 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmSub_tta_64f) zonmSub_tta_64f;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_L) zonmSub_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmSub_tta_64f_P) zonmSub_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmSub_v2_32f) zonmSub_v2_32f;
+[[gnu::noinline]] decltype(::zonmSub_v3_32f) zonmSub_v3_32f;
+[[gnu::noinline]] decltype(::zonmSub_v4_32f) zonmSub_v4_32f;
 [[gnu::noinline]] decltype(::zonmSub_vac_32f) zonmSub_vac_32f;
 [[gnu::noinline]] decltype(::zonmSub_vac_32f_L) zonmSub_vac_32f_L;
 [[gnu::noinline]] decltype(::zonmSub_vac_32f_P) zonmSub_vac_32f_P;
@@ -558,6 +641,8 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmSub_vva_64f) zonmSub_vva_64f;
 [[gnu::noinline]] decltype(::zonmSub_vva_64f_L) zonmSub_vva_64f_L;
 [[gnu::noinline]] decltype(::zonmSub_vva_64f_P) zonmSub_vva_64f_P;
+[[gnu::noinline]] decltype(::zonmTranslation_m4_32f) zonmTranslation_m4_32f;
+[[gnu::noinline]] decltype(::zonmTranspose_m4_32f) zonmTranspose_m4_32f;
 [[gnu::noinline]] decltype(::zonmTranspose_m_32f) zonmTranspose_m_32f;
 [[gnu::noinline]] decltype(::zonmTranspose_m_32f_P) zonmTranspose_m_32f_P;
 [[gnu::noinline]] decltype(::zonmTranspose_m_64f) zonmTranspose_m_64f;
@@ -568,6 +653,8 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmTranspose_ma_64f) zonmTranspose_ma_64f;
 [[gnu::noinline]] decltype(::zonmTranspose_ma_64f_L) zonmTranspose_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmTranspose_ma_64f_P) zonmTranspose_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmUnproject_m4v3_32f) zonmUnproject_m4v3_32f;
+[[gnu::noinline]] decltype(::zonmUnproject_m4v3a_32f) zonmUnproject_m4v3a_32f;
 } // namespace entry
 
 struct ExportTable {
@@ -1502,9 +1589,9 @@ inline constexpr ExportTable exportTable = {
     .zonmAdd_tt_32f_P = entry::zonmAdd_tt_32f_P,
     .zonmAdd_tt_64f = entry::zonmAdd_tt_64f,
     .zonmAdd_tt_64f_P = entry::zonmAdd_tt_64f_P,
-    .zonmAdd_v2_32f = nullptr,
-    .zonmAdd_v3_32f = nullptr,
-    .zonmAdd_v4_32f = nullptr,
+    .zonmAdd_v2_32f = entry::zonmAdd_v2_32f,
+    .zonmAdd_v3_32f = entry::zonmAdd_v3_32f,
+    .zonmAdd_v4_32f = entry::zonmAdd_v4_32f,
     .zonmAdd_vac_32f = entry::zonmAdd_vac_32f,
     .zonmAdd_vac_32f_L = entry::zonmAdd_vac_32f_L,
     .zonmAdd_vac_32f_P = entry::zonmAdd_vac_32f_P,
@@ -1543,24 +1630,24 @@ inline constexpr ExportTable exportTable = {
     .zonmAdd_vv_32f_P = entry::zonmAdd_vv_32f_P,
     .zonmAdd_vv_64f = entry::zonmAdd_vv_64f,
     .zonmAdd_vv_64f_P = entry::zonmAdd_vv_64f_P,
-    .zonmAffineTransform3DH_mva_32f = nullptr,
-    .zonmAffineTransformCoord_m4v2_32f = nullptr,
-    .zonmAffineTransformCoord_m4v2a_32f = nullptr,
-    .zonmAffineTransformCoord_m4v3_32f = nullptr,
-    .zonmAffineTransformCoord_m4v3a_32f = nullptr,
-    .zonmAffineTransformNormal_m4v2_32f = nullptr,
-    .zonmAffineTransformNormal_m4v2a_32f = nullptr,
-    .zonmAffineTransformNormal_m4v3_32f = nullptr,
-    .zonmAffineTransformNormal_m4v3a_32f = nullptr,
-    .zonmAffineTransform_m4v2_32f = nullptr,
-    .zonmAffineTransform_m4v2a_32f = nullptr,
-    .zonmAffineTransform_m4v3_32f = nullptr,
-    .zonmAffineTransform_m4v3a_32f = nullptr,
-    .zonmAffineTransform_m4v4_32f = nullptr,
-    .zonmAffineTransform_m4v4a_32f = nullptr,
-    .zonmBaryCentric_v2_32f = nullptr,
-    .zonmBaryCentric_v3_32f = nullptr,
-    .zonmBaryCentric_v4_32f = nullptr,
+    .zonmAffineTransform3DH_mva_32f = entry::zonmAffineTransform3DH_mva_32f,
+    .zonmAffineTransformCoord_m4v2_32f = entry::zonmAffineTransformCoord_m4v2_32f,
+    .zonmAffineTransformCoord_m4v2a_32f = entry::zonmAffineTransformCoord_m4v2a_32f,
+    .zonmAffineTransformCoord_m4v3_32f = entry::zonmAffineTransformCoord_m4v3_32f,
+    .zonmAffineTransformCoord_m4v3a_32f = entry::zonmAffineTransformCoord_m4v3a_32f,
+    .zonmAffineTransformNormal_m4v2_32f = entry::zonmAffineTransformNormal_m4v2_32f,
+    .zonmAffineTransformNormal_m4v2a_32f = entry::zonmAffineTransformNormal_m4v2a_32f,
+    .zonmAffineTransformNormal_m4v3_32f = entry::zonmAffineTransformNormal_m4v3_32f,
+    .zonmAffineTransformNormal_m4v3a_32f = entry::zonmAffineTransformNormal_m4v3a_32f,
+    .zonmAffineTransform_m4v2_32f = entry::zonmAffineTransform_m4v2_32f,
+    .zonmAffineTransform_m4v2a_32f = entry::zonmAffineTransform_m4v2a_32f,
+    .zonmAffineTransform_m4v3_32f = entry::zonmAffineTransform_m4v3_32f,
+    .zonmAffineTransform_m4v3a_32f = entry::zonmAffineTransform_m4v3a_32f,
+    .zonmAffineTransform_m4v4_32f = entry::zonmAffineTransform_m4v4_32f,
+    .zonmAffineTransform_m4v4a_32f = entry::zonmAffineTransform_m4v4a_32f,
+    .zonmBaryCentric_v2_32f = entry::zonmBaryCentric_v2_32f,
+    .zonmBaryCentric_v3_32f = entry::zonmBaryCentric_v3_32f,
+    .zonmBaryCentric_v4_32f = entry::zonmBaryCentric_v4_32f,
     .zonmCholeskyBackSubst_mava_32f = entry::zonmCholeskyBackSubst_mava_32f,
     .zonmCholeskyBackSubst_mava_32f_L = entry::zonmCholeskyBackSubst_mava_32f_L,
     .zonmCholeskyBackSubst_mava_32f_P = entry::zonmCholeskyBackSubst_mava_32f_P,
@@ -1623,9 +1710,9 @@ inline constexpr ExportTable exportTable = {
     .zonmCopy_va_64f_SL = entry::zonmCopy_va_64f_SL,
     .zonmCopy_va_64f_SP = entry::zonmCopy_va_64f_SP,
     .zonmCopy_va_64f_SS = entry::zonmCopy_va_64f_SS,
-    .zonmCrossProduct_v2_32f = nullptr,
-    .zonmCrossProduct_v3_32f = nullptr,
-    .zonmCrossProduct_v4_32f = nullptr,
+    .zonmCrossProduct_v2_32f = entry::zonmCrossProduct_v2_32f,
+    .zonmCrossProduct_v3_32f = entry::zonmCrossProduct_v3_32f,
+    .zonmCrossProduct_v4_32f = entry::zonmCrossProduct_v4_32f,
     .zonmCrossProduct_vav_32f = nullptr,
     .zonmCrossProduct_vav_32f_L = nullptr,
     .zonmCrossProduct_vav_32f_P = nullptr,
@@ -1648,7 +1735,7 @@ inline constexpr ExportTable exportTable = {
     .zonmCrossProduct_vva_64f = nullptr,
     .zonmCrossProduct_vva_64f_L = nullptr,
     .zonmCrossProduct_vva_64f_P = nullptr,
-    .zonmDet_m4_32f = nullptr,
+    .zonmDet_m4_32f = entry::zonmDet_m4_32f,
     .zonmDet_m_32f = entry::zonmDet_m_32f,
     .zonmDet_m_32f_P = entry::zonmDet_m_32f_P,
     .zonmDet_m_64f = entry::zonmDet_m_64f,
@@ -1659,9 +1746,9 @@ inline constexpr ExportTable exportTable = {
     .zonmDet_ma_64f = entry::zonmDet_ma_64f,
     .zonmDet_ma_64f_L = entry::zonmDet_ma_64f_L,
     .zonmDet_ma_64f_P = entry::zonmDet_ma_64f_P,
-    .zonmDotProduct_v2_32f = nullptr,
-    .zonmDotProduct_v3_32f = nullptr,
-    .zonmDotProduct_v4_32f = nullptr,
+    .zonmDotProduct_v2_32f = entry::zonmDotProduct_v2_32f,
+    .zonmDotProduct_v3_32f = entry::zonmDotProduct_v3_32f,
+    .zonmDotProduct_v4_32f = entry::zonmDotProduct_v4_32f,
     .zonmDotProduct_vav_32f = nullptr,
     .zonmDotProduct_vav_32f_L = nullptr,
     .zonmDotProduct_vav_32f_P = nullptr,
@@ -1799,17 +1886,17 @@ inline constexpr ExportTable exportTable = {
     .zonmGaxpy_mvav_64f_L = nullptr,
     .zonmGaxpy_mvav_64f_P = nullptr,
     .zonmGetLibVersion = entry::zonmGetLibVersion,
-    .zonmHermite_v2_32f = nullptr,
-    .zonmHermite_v3_32f = nullptr,
-    .zonmHermite_v4_32f = nullptr,
-    .zonmIdentity_m4_32f = nullptr,
-    .zonmInterpolationCatmullRom_v2_32f = nullptr,
-    .zonmInterpolationCatmullRom_v3_32f = nullptr,
-    .zonmInterpolationCatmullRom_v4_32f = nullptr,
-    .zonmInterpolationLinear_v2_32f = nullptr,
-    .zonmInterpolationLinear_v3_32f = nullptr,
-    .zonmInterpolationLinear_v4_32f = nullptr,
-    .zonmInvert_m4_32f = nullptr,
+    .zonmHermite_v2_32f = entry::zonmHermite_v2_32f,
+    .zonmHermite_v3_32f = entry::zonmHermite_v3_32f,
+    .zonmHermite_v4_32f = entry::zonmHermite_v4_32f,
+    .zonmIdentity_m4_32f = entry::zonmIdentity_m4_32f,
+    .zonmInterpolationCatmullRom_v2_32f = entry::zonmInterpolationCatmullRom_v2_32f,
+    .zonmInterpolationCatmullRom_v3_32f = entry::zonmInterpolationCatmullRom_v3_32f,
+    .zonmInterpolationCatmullRom_v4_32f = entry::zonmInterpolationCatmullRom_v4_32f,
+    .zonmInterpolationLinear_v2_32f = entry::zonmInterpolationLinear_v2_32f,
+    .zonmInterpolationLinear_v3_32f = entry::zonmInterpolationLinear_v3_32f,
+    .zonmInterpolationLinear_v4_32f = entry::zonmInterpolationLinear_v4_32f,
+    .zonmInvert_m4_32f = entry::zonmInvert_m4_32f,
     .zonmInvert_m_32f = entry::zonmInvert_m_32f,
     .zonmInvert_m_32f_P = entry::zonmInvert_m_32f_P,
     .zonmInvert_m_64f = entry::zonmInvert_m_64f,
@@ -1820,7 +1907,7 @@ inline constexpr ExportTable exportTable = {
     .zonmInvert_ma_64f = entry::zonmInvert_ma_64f,
     .zonmInvert_ma_64f_L = entry::zonmInvert_ma_64f_L,
     .zonmInvert_ma_64f_P = entry::zonmInvert_ma_64f_P,
-    .zonmIsIdentity_m4_32f = nullptr,
+    .zonmIsIdentity_m4_32f = entry::zonmIsIdentity_m4_32f,
     .zonmL2Norm_v_32f = nullptr,
     .zonmL2Norm_v_32f_P = nullptr,
     .zonmL2Norm_v_64f = nullptr,
@@ -1873,30 +1960,30 @@ inline constexpr ExportTable exportTable = {
     .zonmLUDecomp_ma_64f = entry::zonmLUDecomp_ma_64f,
     .zonmLUDecomp_ma_64f_L = entry::zonmLUDecomp_ma_64f_L,
     .zonmLUDecomp_ma_64f_P = entry::zonmLUDecomp_ma_64f_P,
-    .zonmLenSqr_v2_32f = nullptr,
-    .zonmLenSqr_v3_32f = nullptr,
-    .zonmLenSqr_v4_32f = nullptr,
-    .zonmLen_v2_32f = nullptr,
-    .zonmLen_v3_32f = nullptr,
-    .zonmLen_v4_32f = nullptr,
+    .zonmLenSqr_v2_32f = entry::zonmLenSqr_v2_32f,
+    .zonmLenSqr_v3_32f = entry::zonmLenSqr_v3_32f,
+    .zonmLenSqr_v4_32f = entry::zonmLenSqr_v4_32f,
+    .zonmLen_v2_32f = entry::zonmLen_v2_32f,
+    .zonmLen_v3_32f = entry::zonmLen_v3_32f,
+    .zonmLen_v4_32f = entry::zonmLen_v4_32f,
     .zonmLoadIdentity_ma_32f = entry::zonmLoadIdentity_ma_32f,
     .zonmLoadIdentity_ma_32f_L = entry::zonmLoadIdentity_ma_32f_L,
     .zonmLoadIdentity_ma_32f_P = entry::zonmLoadIdentity_ma_32f_P,
     .zonmLoadIdentity_ma_64f = entry::zonmLoadIdentity_ma_64f,
     .zonmLoadIdentity_ma_64f_L = entry::zonmLoadIdentity_ma_64f_L,
     .zonmLoadIdentity_ma_64f_P = entry::zonmLoadIdentity_ma_64f_P,
-    .zonmLookAtLH_m4_32f = nullptr,
-    .zonmLookAtRH_m4_32f = nullptr,
-    .zonmMax_v2_32f = nullptr,
-    .zonmMax_v3_32f = nullptr,
-    .zonmMax_v4_32f = nullptr,
-    .zonmMin_v2_32f = nullptr,
-    .zonmMin_v3_32f = nullptr,
-    .zonmMin_v4_32f = nullptr,
-    .zonmMulC_v2_32f = nullptr,
-    .zonmMulC_v3_32f = nullptr,
-    .zonmMulC_v4_32f = nullptr,
-    .zonmMulTranspose_m4_32f = nullptr,
+    .zonmLookAtLH_m4_32f = entry::zonmLookAtLH_m4_32f,
+    .zonmLookAtRH_m4_32f = entry::zonmLookAtRH_m4_32f,
+    .zonmMax_v2_32f = entry::zonmMax_v2_32f,
+    .zonmMax_v3_32f = entry::zonmMax_v3_32f,
+    .zonmMax_v4_32f = entry::zonmMax_v4_32f,
+    .zonmMin_v2_32f = entry::zonmMin_v2_32f,
+    .zonmMin_v3_32f = entry::zonmMin_v3_32f,
+    .zonmMin_v4_32f = entry::zonmMin_v4_32f,
+    .zonmMulC_v2_32f = entry::zonmMulC_v2_32f,
+    .zonmMulC_v3_32f = entry::zonmMulC_v3_32f,
+    .zonmMulC_v4_32f = entry::zonmMulC_v4_32f,
+    .zonmMulTranspose_m4_32f = entry::zonmMulTranspose_m4_32f,
     .zonmMul_mac_32f = entry::zonmMul_mac_32f,
     .zonmMul_mac_32f_L = entry::zonmMul_mac_32f_L,
     .zonmMul_mac_32f_P = entry::zonmMul_mac_32f_P,
@@ -1943,7 +2030,7 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mc_32f_P = entry::zonmMul_mc_32f_P,
     .zonmMul_mc_64f = entry::zonmMul_mc_64f,
     .zonmMul_mc_64f_P = entry::zonmMul_mc_64f_P,
-    .zonmMul_mm4x4_32f = nullptr,
+    .zonmMul_mm4x4_32f = entry::zonmMul_mm4x4_32f,
     .zonmMul_mm_32f = entry::zonmMul_mm_32f,
     .zonmMul_mm_32f_P = entry::zonmMul_mm_32f_P,
     .zonmMul_mm_64f = entry::zonmMul_mm_64f,
@@ -2072,21 +2159,21 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_vca_64f = entry::zonmMul_vca_64f,
     .zonmMul_vca_64f_L = entry::zonmMul_vca_64f_L,
     .zonmMul_vca_64f_P = entry::zonmMul_vca_64f_P,
-    .zonmNormalize_v2_32f = nullptr,
-    .zonmNormalize_v3_32f = nullptr,
-    .zonmNormalize_v4_32f = nullptr,
-    .zonmOrthoLH_m4_32f = nullptr,
-    .zonmOrthoOffCenterLH_m4_32f = nullptr,
-    .zonmOrthoOffCenterRH_m4_32f = nullptr,
-    .zonmOrthoRH_m4_32f = nullptr,
-    .zonmPerspectiveFovLH_m4_32f = nullptr,
-    .zonmPerspectiveFovRH_m4_32f = nullptr,
-    .zonmPerspectiveLH_m4_32f = nullptr,
-    .zonmPerspectiveOffCenterLH_m4_32f = nullptr,
-    .zonmPerspectiveOffCenterRH_m4_32f = nullptr,
-    .zonmPerspectiveRH_m4_32f = nullptr,
-    .zonmProject_m4v3_32f = nullptr,
-    .zonmProject_m4v3a_32f = nullptr,
+    .zonmNormalize_v2_32f = entry::zonmNormalize_v2_32f,
+    .zonmNormalize_v3_32f = entry::zonmNormalize_v3_32f,
+    .zonmNormalize_v4_32f = entry::zonmNormalize_v4_32f,
+    .zonmOrthoLH_m4_32f = entry::zonmOrthoLH_m4_32f,
+    .zonmOrthoOffCenterLH_m4_32f = entry::zonmOrthoOffCenterLH_m4_32f,
+    .zonmOrthoOffCenterRH_m4_32f = entry::zonmOrthoOffCenterRH_m4_32f,
+    .zonmOrthoRH_m4_32f = entry::zonmOrthoRH_m4_32f,
+    .zonmPerspectiveFovLH_m4_32f = entry::zonmPerspectiveFovLH_m4_32f,
+    .zonmPerspectiveFovRH_m4_32f = entry::zonmPerspectiveFovRH_m4_32f,
+    .zonmPerspectiveLH_m4_32f = entry::zonmPerspectiveLH_m4_32f,
+    .zonmPerspectiveOffCenterLH_m4_32f = entry::zonmPerspectiveOffCenterLH_m4_32f,
+    .zonmPerspectiveOffCenterRH_m4_32f = entry::zonmPerspectiveOffCenterRH_m4_32f,
+    .zonmPerspectiveRH_m4_32f = entry::zonmPerspectiveRH_m4_32f,
+    .zonmProject_m4v3_32f = entry::zonmProject_m4v3_32f,
+    .zonmProject_m4v3a_32f = entry::zonmProject_m4v3a_32f,
     .zonmQRBackSubst_mava_32f = entry::zonmQRBackSubst_mava_32f,
     .zonmQRBackSubst_mava_32f_L = entry::zonmQRBackSubst_mava_32f_L,
     .zonmQRBackSubst_mava_32f_P = entry::zonmQRBackSubst_mava_32f_P,
@@ -2113,11 +2200,11 @@ inline constexpr ExportTable exportTable = {
     .zonmQRDecomp_ma_64f = entry::zonmQRDecomp_ma_64f,
     .zonmQRDecomp_ma_64f_L = entry::zonmQRDecomp_ma_64f_L,
     .zonmQRDecomp_ma_64f_P = entry::zonmQRDecomp_ma_64f_P,
-    .zonmRotationAxis_v3m4_32f = nullptr,
-    .zonmRotationX_m4_32f = nullptr,
-    .zonmRotationY_m4_32f = nullptr,
-    .zonmRotationYawPitchRoll_m4_32f = nullptr,
-    .zonmRotationZ_m4_32f = nullptr,
+    .zonmRotationAxis_v3m4_32f = entry::zonmRotationAxis_v3m4_32f,
+    .zonmRotationX_m4_32f = entry::zonmRotationX_m4_32f,
+    .zonmRotationY_m4_32f = entry::zonmRotationY_m4_32f,
+    .zonmRotationYawPitchRoll_m4_32f = entry::zonmRotationYawPitchRoll_m4_32f,
+    .zonmRotationZ_m4_32f = entry::zonmRotationZ_m4_32f,
     .zonmSaxpy_vav_32f = nullptr,
     .zonmSaxpy_vav_32f_L = nullptr,
     .zonmSaxpy_vav_32f_P = nullptr,
@@ -2140,7 +2227,7 @@ inline constexpr ExportTable exportTable = {
     .zonmSaxpy_vva_64f = nullptr,
     .zonmSaxpy_vva_64f_L = nullptr,
     .zonmSaxpy_vva_64f_P = nullptr,
-    .zonmScaling_m4_32f = nullptr,
+    .zonmScaling_m4_32f = entry::zonmScaling_m4_32f,
     .zonmSub_cav_32f = entry::zonmSub_cav_32f,
     .zonmSub_cav_32f_L = entry::zonmSub_cav_32f_L,
     .zonmSub_cav_32f_P = entry::zonmSub_cav_32f_P,
@@ -2251,9 +2338,9 @@ inline constexpr ExportTable exportTable = {
     .zonmSub_tta_64f = entry::zonmSub_tta_64f,
     .zonmSub_tta_64f_L = entry::zonmSub_tta_64f_L,
     .zonmSub_tta_64f_P = entry::zonmSub_tta_64f_P,
-    .zonmSub_v2_32f = nullptr,
-    .zonmSub_v3_32f = nullptr,
-    .zonmSub_v4_32f = nullptr,
+    .zonmSub_v2_32f = entry::zonmSub_v2_32f,
+    .zonmSub_v3_32f = entry::zonmSub_v3_32f,
+    .zonmSub_v4_32f = entry::zonmSub_v4_32f,
     .zonmSub_vac_32f = entry::zonmSub_vac_32f,
     .zonmSub_vac_32f_L = entry::zonmSub_vac_32f_L,
     .zonmSub_vac_32f_P = entry::zonmSub_vac_32f_P,
@@ -2308,8 +2395,8 @@ inline constexpr ExportTable exportTable = {
     .zonmTrace_ma_64f = nullptr,
     .zonmTrace_ma_64f_L = nullptr,
     .zonmTrace_ma_64f_P = nullptr,
-    .zonmTranslation_m4_32f = nullptr,
-    .zonmTranspose_m4_32f = nullptr,
+    .zonmTranslation_m4_32f = entry::zonmTranslation_m4_32f,
+    .zonmTranspose_m4_32f = entry::zonmTranspose_m4_32f,
     .zonmTranspose_m_32f = entry::zonmTranspose_m_32f,
     .zonmTranspose_m_32f_P = entry::zonmTranspose_m_32f_P,
     .zonmTranspose_m_64f = entry::zonmTranspose_m_64f,
@@ -2320,8 +2407,8 @@ inline constexpr ExportTable exportTable = {
     .zonmTranspose_ma_64f = entry::zonmTranspose_ma_64f,
     .zonmTranspose_ma_64f_L = entry::zonmTranspose_ma_64f_L,
     .zonmTranspose_ma_64f_P = entry::zonmTranspose_ma_64f_P,
-    .zonmUnproject_m4v3_32f = nullptr,
-    .zonmUnproject_m4v3a_32f = nullptr,
+    .zonmUnproject_m4v3_32f = entry::zonmUnproject_m4v3_32f,
+    .zonmUnproject_m4v3a_32f = entry::zonmUnproject_m4v3a_32f,
 };
 
 } // namespace zonm
