@@ -25,6 +25,8 @@ BUILT = {
     "matrix_sums": Built("elementwise", {"zonmAdd": "addMatrices", "zonmSub": "subtractMatrices"}),
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
+    "eigen_sym": Built("eigen", {"zonmEigenValuesSym": "eigenValuesSym",
+                                 "zonmEigenValuesVectorsSym": "eigenValuesVectorsSym"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
 }
 

@@ -65,6 +65,26 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f) zonmEigenValuesSym_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f_P) zonmEigenValuesSym_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_64f) zonmEigenValuesSym_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_64f_P) zonmEigenValuesSym_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f) zonmEigenValuesSym_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f_L) zonmEigenValuesSym_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f_P) zonmEigenValuesSym_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f) zonmEigenValuesSym_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_L) zonmEigenValuesSym_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_P) zonmEigenValuesSym_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f) zonmEigenValuesVectorsSym_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f_P) zonmEigenValuesVectorsSym_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_64f) zonmEigenValuesVectorsSym_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_64f_P) zonmEigenValuesVectorsSym_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f) zonmEigenValuesVectorsSym_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f_L) zonmEigenValuesVectorsSym_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f_P) zonmEigenValuesVectorsSym_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f) zonmEigenValuesVectorsSym_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_L) zonmEigenValuesVectorsSym_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_P) zonmEigenValuesVectorsSym_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
@@ -1380,16 +1400,16 @@ inline constexpr ExportTable exportTable = {
     .zonmDotProduct_vv_64f_P = nullptr,
     .zonmEigenValuesGetBufSize_32f = nullptr,
     .zonmEigenValuesGetBufSize_64f = nullptr,
-    .zonmEigenValuesSym_m_32f = nullptr,
-    .zonmEigenValuesSym_m_32f_P = nullptr,
-    .zonmEigenValuesSym_m_64f = nullptr,
-    .zonmEigenValuesSym_m_64f_P = nullptr,
-    .zonmEigenValuesSym_ma_32f = nullptr,
-    .zonmEigenValuesSym_ma_32f_L = nullptr,
-    .zonmEigenValuesSym_ma_32f_P = nullptr,
-    .zonmEigenValuesSym_ma_64f = nullptr,
-    .zonmEigenValuesSym_ma_64f_L = nullptr,
-    .zonmEigenValuesSym_ma_64f_P = nullptr,
+    .zonmEigenValuesSym_m_32f = entry::zonmEigenValuesSym_m_32f,
+    .zonmEigenValuesSym_m_32f_P = entry::zonmEigenValuesSym_m_32f_P,
+    .zonmEigenValuesSym_m_64f = entry::zonmEigenValuesSym_m_64f,
+    .zonmEigenValuesSym_m_64f_P = entry::zonmEigenValuesSym_m_64f_P,
+    .zonmEigenValuesSym_ma_32f = entry::zonmEigenValuesSym_ma_32f,
+    .zonmEigenValuesSym_ma_32f_L = entry::zonmEigenValuesSym_ma_32f_L,
+    .zonmEigenValuesSym_ma_32f_P = entry::zonmEigenValuesSym_ma_32f_P,
+    .zonmEigenValuesSym_ma_64f = entry::zonmEigenValuesSym_ma_64f,
+    .zonmEigenValuesSym_ma_64f_L = entry::zonmEigenValuesSym_ma_64f_L,
+    .zonmEigenValuesSym_ma_64f_P = entry::zonmEigenValuesSym_ma_64f_P,
     .zonmEigenValuesVectorsGetBufSize_32f = nullptr,
     .zonmEigenValuesVectorsGetBufSize_64f = nullptr,
     .zonmEigenValuesVectorsLeft_m_32f = nullptr,
@@ -1412,16 +1432,16 @@ inline constexpr ExportTable exportTable = {
     .zonmEigenValuesVectorsRight_ma_64f = nullptr,
     .zonmEigenValuesVectorsRight_ma_64f_L = nullptr,
     .zonmEigenValuesVectorsRight_ma_64f_P = nullptr,
-    .zonmEigenValuesVectorsSym_m_32f = nullptr,
-    .zonmEigenValuesVectorsSym_m_32f_P = nullptr,
-    .zonmEigenValuesVectorsSym_m_64f = nullptr,
-    .zonmEigenValuesVectorsSym_m_64f_P = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f_L = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f_P = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f_L = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f_P = nullptr,
+    .zonmEigenValuesVectorsSym_m_32f = entry::zonmEigenValuesVectorsSym_m_32f,
+    .zonmEigenValuesVectorsSym_m_32f_P = entry::zonmEigenValuesVectorsSym_m_32f_P,
+    .zonmEigenValuesVectorsSym_m_64f = entry::zonmEigenValuesVectorsSym_m_64f,
+    .zonmEigenValuesVectorsSym_m_64f_P = entry::zonmEigenValuesVectorsSym_m_64f_P,
+    .zonmEigenValuesVectorsSym_ma_32f = entry::zonmEigenValuesVectorsSym_ma_32f,
+    .zonmEigenValuesVectorsSym_ma_32f_L = entry::zonmEigenValuesVectorsSym_ma_32f_L,
+    .zonmEigenValuesVectorsSym_ma_32f_P = entry::zonmEigenValuesVectorsSym_ma_32f_P,
+    .zonmEigenValuesVectorsSym_ma_64f = entry::zonmEigenValuesVectorsSym_ma_64f,
+    .zonmEigenValuesVectorsSym_ma_64f_L = entry::zonmEigenValuesVectorsSym_ma_64f_L,
+    .zonmEigenValuesVectorsSym_ma_64f_P = entry::zonmEigenValuesVectorsSym_ma_64f_P,
     .zonmEigenValuesVectors_m_32f = nullptr,
     .zonmEigenValuesVectors_m_32f_P = nullptr,
     .zonmEigenValuesVectors_m_64f = nullptr,
