@@ -2,8 +2,22 @@
 set(ZONM_ARCH "" CACHE STRING
   "Processor to compile for, as -march takes it (x86-64-v3, native); empty for the platform's baseline")
 
-# The same bits everywhere: no contraction, and never the x87. The other two change no result.
-set(ZONM_ARITHMETIC -ffp-contract=off -fno-math-errno -fno-trapping-math)
+# The same bits everywhere: no contraction, no value-changing mode, and never the x87. These options
+# stand behind the user's and undo what is undone; no trap and no errno changes no result.
+set(ZONM_ARITHMETIC -fno-fast-math
+  -fno-unsafe-math-optimizations -fno-associative-math -fno-reciprocal-math
+  -fno-finite-math-only -fsigned-zeros -ffp-contract=off
+  $<$<CXX_COMPILER_ID:GNU>:-fno-single-precision-constant>
+  -fno-math-errno -fno-trapping-math)
+# Where these are in force at link time, GCC and Clang add a start-up file that flushes denormals in
+# the whole process. For a build type that says -Ofast there is no such undoing.
+set(ZONM_LINKING -fno-fast-math -fno-unsafe-math-optimizations)
+string(TOUPPER "${CMAKE_BUILD_TYPE}" ZONM_TYPE)
+foreach(language C CXX)
+  if("${CMAKE_${language}_FLAGS} ${CMAKE_${language}_FLAGS_${ZONM_TYPE}}" MATCHES "-Ofast|-ffast-math")
+    message(FATAL_ERROR "zonm must not be compiled with ${CMAKE_MATCH_0}: results would change")
+  endif()
+endforeach()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86|i[3-6]86")
   list(APPEND ZONM_ARITHMETIC -msse2 -mfpmath=sse)
 endif()
@@ -50,7 +64,9 @@ list(REMOVE_ITEM ZONM_FAMILIES ${ZONM_FRAME})
 set(ZONM_FAMILIES_64F ${ZONM_FAMILIES})
 list(FILTER ZONM_FAMILIES_64F EXCLUDE REGEX "/src/graphics/")
 
-zonm_objects(zonm_frame SOURCES ${ZONM_FRAME})
+zonm_objects(zonm_frame SOURCES ${ZONM_FRAME} DEFINITIONS ZONM_VERSION="${PROJECT_VERSION}"
+  ZONM_MAJOR=${PROJECT_VERSION_MAJOR} ZONM_MINOR=${PROJECT_VERSION_MINOR}
+  ZONM_PATCH=${PROJECT_VERSION_PATCH})
 zonm_objects(zonm_families_32f SOURCES ${ZONM_FAMILIES} DEFINITIONS ZONM_ELEMENT=32
   OPTIONS ${ZONM_ROUNDING})
 zonm_objects(zonm_families_64f SOURCES ${ZONM_FAMILIES_64F} DEFINITIONS ZONM_ELEMENT=64)
@@ -70,6 +86,7 @@ target_compile_definitions(zonm_static INTERFACE ZONM_STATIC)
 foreach(library zonm zonm_static)
   target_include_directories(${library} INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(${library} PRIVATE m)
+  target_link_options(${library} PRIVATE ${ZONM_LINKING})
 endforeach()
 
 if(WIN32)

@@ -3,7 +3,7 @@
 // before it is written, and packs follow each other in ascending order.
 #pragma once
 
-#include "frame/lanes.hpp"
+#include "frame/packs.hpp"
 
 #include <algorithm>
 #include <utility>

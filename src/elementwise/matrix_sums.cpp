@@ -9,7 +9,7 @@
 #include "elementwise/dense_runs.hpp"
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
-#include "frame/operands.hpp"
+#include "frame/objects.hpp"
 
 namespace zonm
 {
@@ -22,6 +22,30 @@ struct Plus {
 struct Minus {
     template <class V> static V apply(V a, V b) { return a - b; }
 };
+
+// Where object k begins.
+template <class T> using Stepped = SteppedOrigins<T>;
+template <class T> struct Tabled {
+    T *const *table;
+    Bytes<T> base;
+    ptrdiff_t step; // the shift, where there is a table
+
+    Bytes<T> operator()(ptrdiff_t k) const
+    {
+        return table ? bytes(table[k]) + step : base + k * step;
+    }
+};
+
+template <template <class> class Origins, class Block> auto originsOf(const Block &o)
+{
+    using T = typename Block::Value;
+    if constexpr (std::is_same_v<Origins<T>, Stepped<T>>)
+        return steppedOrigins(o);
+    else if constexpr (isObjectTable<Block>)
+        return Tabled<T>{o.table, nullptr, o.shift};
+    else
+        return Tabled<T>{nullptr, bytes(o.base), steppedOrigins(o).step};
+}
 
 // Object tables and strided arrays under one description: where objects begin, and two steps each.
 template <class T, template <class> class Objects> struct SumOfSteps {
@@ -317,9 +341,9 @@ template <class Operand> ptrdiff_t gaps(const Operand &o, Shape shape, int32_t c
 {
     constexpr auto element = ptrdiff_t(sizeof(typename Operand::Value));
     const ptrdiff_t row = shape.width * element;
-    ptrdiff_t gaps = (o.columnStep() - element) | (o.rowStep() - row);
+    ptrdiff_t gaps = (o.stride2 - element) | (o.stride1 - row);
     if (Operand::many && count > 1)
-        gaps |= o.objects().step - row * shape.height;
+        gaps |= steppedOrigins(o).step - row * shape.height;
     return gaps;
 }
 
@@ -328,16 +352,9 @@ template <class Operand> ptrdiff_t gaps(const Operand &o, Shape shape, int32_t c
 template <class Op, class A, class B, class D>
 ZonStatus sumElementTables(A src1, B src2, D dst, Shape shape, int32_t count)
 {
-    const auto storedWidth = [&](bool transposed) {
-        return transposed ? shape.height : shape.width;
-    };
-    const SumOfElements<typename D::Value> s = {src1.object(0, storedWidth(A::transposed)),
-                                                src2.object(0, storedWidth(B::transposed)),
-                                                dst.object(0, shape.width),
-                                                src1.stride0,
-                                                src2.stride0,
-                                                dst.stride0,
-                                                count};
+    const auto object = [&](const auto &o) { return onlyObject(o, shape.height, shape.width); };
+    const SumOfElements<typename D::Value> s = {
+        object(src1), object(src2), object(dst), src1.stride0, src2.stride0, dst.stride0, count};
     sumElements<Op, readsWholeObjects<A, B>>(s, shape);
     return zonStsOk;
 }
@@ -364,15 +381,21 @@ ZonStatus sumStrided(A src1, B src2, D dst, Shape shape, int32_t count)
                 return sumTiled<Swapped<Op>, T>(d, b, a, elements, count);
         }
     }
-    const bool dense = plain && src1.isDense() && src2.isDense() && dst.isDense();
-    const auto steps = [&]<template <class> class Objects>(Objects<T> dstObjects) {
-        sumSteps<Op>(SumOfSteps<T, Objects>{src1.objects(), src2.objects(), dstObjects,
-                                            src1.rowStep(), src1.columnStep(), src2.rowStep(),
-                                            src2.columnStep(), dst.rowStep(), dst.columnStep(),
-                                            shape.width, shape.height, count},
+    const bool dense = plain && isDense(src1) && isDense(src2) && isDense(dst);
+    const auto rows = [&](const auto &o) { return viewOf<Layout::strided>(o, 0, 0); };
+    const auto a = rows(src1), b = rows(src2);
+    const auto d = rows(dst);
+    const auto steps = [&]<template <class> class Origins>(Origins<T> origins) {
+        sumSteps<Op>(SumOfSteps<T, Origins>{originsOf<Origins>(src1), originsOf<Origins>(src2),
+                                            origins, a.rowStep, a.columnStep, b.rowStep,
+                                            b.columnStep, d.rowStep, d.columnStep, shape.width,
+                                            shape.height, count},
                      dense);
     };
-    steps(dst.objects());
+    if constexpr (isObjectTable<D>)
+        steps(originsOf<Tabled>(dst));
+    else
+        steps(originsOf<Stepped>(dst));
     return zonStsOk;
 }
 

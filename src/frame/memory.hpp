@@ -8,9 +8,12 @@
 #include <cstring>
 #include <type_traits>
 
-// Results are the same to the last bit on every platform; these modes would change them.
-#if defined(__FAST_MATH__) || (defined(_MSC_VER) && defined(_M_FP_FAST))
-#error "zonm must not be compiled with fast-math: results would no longer be reproducible"
+// Results are the same to the last bit on every platform; these modes would change them. In
+// __GCC_IEC_559 GCC tells of all at once, and of -fsingle-precision-constant.
+#if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) ||     \
+    defined(__NO_SIGNED_ZEROS__) || (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__) ||     \
+    (defined(__GCC_IEC_559) && !__GCC_IEC_559) || (defined(_MSC_VER) && defined(_M_FP_FAST))
+#error "zonm must not be compiled with fast-math or a part of it: results would change"
 #endif
 #if defined(__FLT_EVAL_METHOD__) && __FLT_EVAL_METHOD__ != 0
 #error "zonm needs FLT_EVAL_METHOD 0: on 32-bit x86 compile with -msse2 -mfpmath=sse"

@@ -4,14 +4,15 @@
 namespace
 {
 
+// The build knows the version; the other values are fixed.
 constexpr ZonVersionRecord record = {
-    .major = 8,
-    .minor = 1,
-    .patch = 0,
+    .major = ZONM_MAJOR,
+    .minor = ZONM_MINOR,
+    .patch = ZONM_PATCH,
     .revision = 41664,
     .targetTag = {'p', 'x'},
     .versionName = "zonm PX (px)",
-    .versionText = "8.1.0 (r41664)",
+    .versionText = ZONM_VERSION " (r41664)",
     .buildDate = "Jan 15 2014",
 };
 

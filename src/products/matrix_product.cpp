@@ -20,68 +20,72 @@ namespace zonm
 namespace
 {
 
-// Which paths an export has --------------------------------------------------------------------
+// What differs between the exports ---------------------------------------------------------------
 
 enum class Order { rows, blocks };
 
-template <class A, class B> struct Paths {
-    static constexpr bool tables =
-        A::description == Description::objectTable || B::description == Description::objectTable;
-    static constexpr bool manyByOne = A::many && !B::many;
-    static constexpr bool doubles = sizeof(typename A::Value) == sizeof(double);
-
-    // With dense rows: the sizes 3 to 6 on their own, and how the others store.
-    static constexpr bool denseSquares = !tables || manyByOne;
-    static constexpr bool rowOrder =
-        !tables &&
-        (manyByOne || (doubles && A::many && B::many && !A::transposed && B::transposed));
-    static constexpr Order denseOrder = rowOrder ? Order::rows : Order::blocks;
+// Contiguous calls.
+struct DensePaths {
+    bool squares; // sizes 3 to 6 start from the first product
+    Order order;  // in which other sizes store
 };
 
-bool isSquare(int32_t n, Shape a, Shape b) { return a.isSquare(n) && b.isSquare(n); }
+template <class A, class B> struct Form {
+    static constexpr bool tables = isObjectTable<A> || isObjectTable<B>;
+    static constexpr bool manyByOne = A::many && !B::many;
+    static constexpr bool doubles = sizeof(typename A::Value) == sizeof(double);
+    static constexpr bool inRowOrder =
+        manyByOne || (doubles && A::many && B::many && !A::transposed && B::transposed);
+
+    static constexpr DensePaths dense = {.squares = !tables || manyByOne,
+                                         .order =
+                                             !tables && inRowOrder ? Order::rows : Order::blocks};
+
+    // `zonmMul_mm_32f_P` and `zonmMul_tt_64f_P` take 3×3 for sizes whose bitwise OR is 3, and 4×4
+    // for those whose is 4.
+    static constexpr bool hasOddSizeTest = !A::many && !B::many && isElementTable<A> &&
+                                           A::transposed == B::transposed &&
+                                           A::transposed == doubles;
+
+    // The single operand beside arrays, which the N×N kernels keep in registers up to N = 4.
+    static constexpr Held held = A::many == B::many ? Held::none
+                                 : A::many          ? Held::second
+                                                    : Held::first;
+};
 
 // N of a call whose matrices are all N×N, N from 3 to 6, else 0.
-int32_t squareSize(Shape a, Shape b)
+template <class F> int squareSize(Shape a, Shape b)
 {
-    return a.width >= 3 && a.width <= 6 && isSquare(a.width, a, b) ? a.width : 0;
-}
-
-// f with the size as a constant.
-template <class F> ZONM_INLINED inline ZonStatus withSize(int32_t n, F f)
-{
-    switch (n) {
-    case 3: return f(std::integral_constant<int, 3>{});
-    case 4: return f(std::integral_constant<int, 4>{});
-    case 5: return f(std::integral_constant<int, 5>{});
-    default: return f(std::integral_constant<int, 6>{});
-    }
-}
-
-// Whether no two elements of dst share an address.
-bool areApart(std::int64_t rowStep, std::int64_t columnStep, const Extents &e)
-{
-    return e.rows == 1 || (e.columns - 1) * columnStep < rowStep ||
-           (e.rows - 1) * rowStep < columnStep;
+    const int32_t bits = a.width | a.height | b.width | b.height;
+    if (F::hasOddSizeTest && (bits == 3 || bits == 4))
+        return bits;
+    const bool square = a == b && a.width == a.height;
+    return square && a.width >= smallestUnrolled && a.width <= largestUnrolled ? a.width : 0;
 }
 
 // Any size -------------------------------------------------------------------------------------
 
-// Rows of A and B as `LA` and `LB`, dense where the call is contiguous.
-template <Order O, Layout LA, Layout LB, Layout LD, class P>
-[[gnu::noinline]] ZonStatus steppedProducts(const P &call)
+// Whether no two elements of dst share an address.
+template <class View> bool elementsAreApart(const View &view, ptrdiff_t rows, ptrdiff_t columns)
 {
-    const bool apart = areApart(call.d.rowStep, call.d.columnStep, call.extents);
-    constexpr Layout any = Layout::strided;
-    for (ptrdiff_t k = 0; k < call.count; ++k) {
+    const auto d = stridedView(view);
+    const std::int64_t rowStep = d.rowStep, columnStep = d.columnStep;
+    return (columns - 1) * columnStep < rowStep || (rows - 1) * rowStep < columnStep;
+}
+
+template <Order O, class A, class B, class D>
+[[gnu::noinline]] ZonStatus steppedProducts(const A &a, const B &b, const D &d, ptrdiff_t count)
+{
+    const ProductShape shape{d.rows, d.columns, a.columns};
+    const bool apart = elementsAreApart(d.first, d.rows, d.columns);
+    for (ptrdiff_t k = 0; k < count; ++k) {
         if (apart)
-            tiledProduct<Sum::wide>(call.a.template view<LA>(k), call.b.template view<LB>(k),
-                                    call.d.template view<LD>(k), call.extents);
+            tiledProduct<Accumulation::wide>(a(k), b(k), d(k), shape);
         else if constexpr (O == Order::rows)
-            productInRowOrder<Sum::wide>(call.a.template view<any>(k), call.b.template view<any>(k),
-                                         call.d.template view<any>(k), call.extents);
+            productInRowOrder<Accumulation::wide>(stridedView(a(k)), stridedView(b(k)),
+                                                  stridedView(d(k)), shape);
         else
-            productInBlockOrder(call.a.template view<any>(k), call.b.template view<any>(k),
-                                call.d.template view<any>(k), call.extents);
+            productInBlockOrder(stridedView(a(k)), stridedView(b(k)), stridedView(d(k)), shape);
     }
     return zonStsOk;
 }
@@ -95,33 +99,30 @@ template <class T> struct Gathered {
     DenseMatrix<T> view() { return {bytes(&element[0][0]), sizeof element[0]}; }
 };
 
-template <class View, class M>
-void gather(View to, const M &from, ptrdiff_t rows, ptrdiff_t columns)
+template <class To, class From>
+void copyElements(const To &to, const From &from, ptrdiff_t rows, ptrdiff_t columns)
 {
     for (ptrdiff_t i = 0; i < rows; ++i)
         for (ptrdiff_t j = 0; j < columns; ++j)
-            to.set(i, j, typename View::Element(from(i, j)));
+            to.set(i, j, typename To::Element(from(i, j)));
 }
 
-template <class P> [[gnu::noinline]] ZonStatus scatteredProducts(const P &call)
+template <class A, class B, class D>
+[[gnu::noinline]] ZonStatus scatteredProducts(const A &a, const B &b, const D &d, ptrdiff_t count)
 {
-    using T = typename decltype(call.d.template view<Layout::scattered>(0))::Element;
-    const Extents e = call.extents;
+    const ProductShape s{d.rows, d.columns, a.columns};
     const bool small =
-        e.rows <= gatheredSize && e.columns <= gatheredSize && e.inner <= gatheredSize;
+        s.rows <= gatheredSize && s.columns <= gatheredSize && s.inner <= gatheredSize;
     Gathered<double> left, right;
-    Gathered<T> product;
-    for (ptrdiff_t k = 0; k < call.count; ++k) {
-        const auto a = call.a.template view<Layout::scattered>(k);
-        const auto b = call.b.template view<Layout::scattered>(k);
-        const auto d = call.d.template view<Layout::scattered>(k);
+    Gathered<typename D::Element> product;
+    for (ptrdiff_t k = 0; k < count; ++k) {
         if (small) {
-            gather(left.view(), a, e.rows, e.inner);
-            gather(right.view(), b, e.inner, e.columns);
-            tiledProduct<Sum::inDst>(left.view(), right.view(), product.view(), e);
-            gather(d, product.view(), e.rows, e.columns);
+            copyElements(left.view(), a(k), s.rows, s.inner);
+            copyElements(right.view(), b(k), s.inner, s.columns);
+            tiledProduct<Accumulation::inDst>(left.view(), right.view(), product.view(), s);
+            copyElements(d(k), product.view(), s.rows, s.columns);
         } else {
-            productInRowOrder<Sum::inDst>(a, b, d, e);
+            productInRowOrder<Accumulation::inDst>(a(k), b(k), d(k), s);
         }
     }
     return zonStsOk;
@@ -129,117 +130,93 @@ template <class P> [[gnu::noinline]] ZonStatus scatteredProducts(const P &call)
 
 // Choice of the kernel -------------------------------------------------------------------------
 
-// `zonmMul_mm_32f_P` and `zonmMul_tt_64f_P` take 3×3 for sizes whose bitwise OR is 3.
-template <class A, class B>
-inline constexpr bool hasOddSizeTest =
-    !A::many && !B::many && A::transposed == B::transposed &&
-    A::transposed == (sizeof(typename A::Value) == sizeof(double));
+template <int N, Held H> inline constexpr Held heldAt = N <= 4 ? H : Held::none;
 
-template <class A, class B> int32_t scatteredSize(Shape a, Shape b)
+// A held operand is loaded once: a kernel for dense ones would not pay.
+template <bool IsHeld, class Operand> decltype(auto) stridedIf(const Operand &o)
 {
-    if constexpr (hasOddSizeTest<A, B>) {
-        const int32_t bits = a.width | a.height | b.width | b.height;
-        if (bits == 3 || bits == 4)
-            return bits;
-    }
-    return squareSize(a, b);
+    if constexpr (IsHeld)
+        return stridedObjects(o);
+    else
+        return (o);
 }
 
-// Which single operand the N×N kernels keep.
-template <int N, class A, class B>
-inline constexpr Held held = A::many == B::many || N > 4 ? Held::none
-                             : A::many                   ? Held::second
-                                                         : Held::first;
-
-template <class A, class B>
-inline constexpr Arrays arraysOf = !B::many   ? Arrays::first
-                                   : !A::many ? Arrays::second
-                                              : Arrays::both;
-
-template <class A, class B, class D>
-ZONM_INLINED inline ZonStatus multiplyElementTables(A src1, Shape shape1, B src2, Shape shape2,
-                                                    D dst, const Extents &e, int32_t count)
+template <DensePaths P, Held H, bool Many, class A, class B, class D>
+[[gnu::noinline]] ZonStatus multiplyDense(const A &a, const B &b, const D &d, int size,
+                                          int32_t count)
 {
-    const Product call{scatteredOperand(src1, shape1.width), scatteredOperand(src2, shape2.width),
-                       scatteredOperand(dst, e.columns), e, count};
-    if (const int32_t size = scatteredSize<A, B>(shape1, shape2))
-        return withSize(size, [&](auto n) ZONM_INLINED {
-            return squareProducts<n, Start::product, held<n, A, B>, Arrays::unknown,
-                                  Layout::scattered, Layout::scattered, Layout::scattered>(call);
-        });
-    return scatteredProducts(call);
-}
-
-template <class P> [[gnu::noinline]] ZonStatus stridedProducts(const P &call, int32_t size)
-{
-    constexpr Layout strided = Layout::strided;
-    if (size == 0)
-        return steppedProducts<Order::rows, strided, strided, strided>(call);
-    return withSize(size, [&](auto n) ZONM_INLINED {
-        constexpr Held none = Held::none;
-        constexpr Arrays any = Arrays::unknown;
-        // Where the kernel is large, one for tables and arrays alike.
-        if constexpr (n <= 4)
-            return squareProducts<n, Start::product, none, any, strided, strided, strided>(call);
-        else
-            return squareProducts<n, Start::product, none, any, strided, strided, strided>(
-                tabled(call));
+    return withSize(size, [&](auto n) {
+        constexpr Held held = heldAt<n, H>;
+        const auto squares = [&](auto start) {
+            return squareProducts<n, start, held>(stridedIf<held == Held::first>(a),
+                                                  stridedIf<held == Held::second>(b), d, count);
+        };
+        if constexpr (n != 0 && !Many)
+            return squareObject<n, Start::product>(a(0), b(0), d(0));
+        else if constexpr (n != 0 && P.squares)
+            return squares(StartConstant<Start::product>{});
+        else {
+            if constexpr (n != 0)
+                if (elementsAreApart(d.first, d.rows, d.columns))
+                    return squares(StartConstant<Start::zero>{});
+            return steppedProducts<P.order>(a, b, d, count);
+        }
     });
 }
 
 template <class A, class B, class D>
-ZONM_INLINED inline ZonStatus multiplySteppedMatrices(A src1, Shape shape1, B src2, Shape shape2,
-                                                      D dst, const Extents &e, int32_t count)
+[[gnu::noinline]] ZonStatus multiplyStrided(const A &a, const B &b, const D &d, int size,
+                                            int32_t count)
 {
-    using P = Paths<A, B>;
-    constexpr Layout rowsOfA = A::transposed ? Layout::denseColumns : Layout::denseRows;
-    constexpr Layout rowsOfB = B::transposed ? Layout::denseColumns : Layout::denseRows;
-    const int32_t size = squareSize(shape1, shape2);
-    const bool contiguous = src1.isDense() && src2.isDense() && dst.isDense();
-    if constexpr (!D::many) {
-        if (contiguous && size != 0)
-            return withSize(size, [&](auto n) ZONM_INLINED {
-                return squareObject<n, Start::product>(
-                    steppedOperand<Stepped>(src1).template view<rowsOfA>(0),
-                    steppedOperand<Stepped>(src2).template view<rowsOfB>(0),
-                    steppedOperand<Stepped>(dst).template view<Layout::denseRows>(0));
-            });
-    }
-    const auto call = [&] {
-        if constexpr (P::tables)
-            return Product{steppedOperand<Tabled>(src1), steppedOperand<Tabled>(src2),
-                           steppedOperand<Tabled>(dst), e, count};
+    return withSize(size, [&](auto n) {
+        if constexpr (n != 0)
+            return squareProducts<n, Start::product, Held::none>(a, b, d, count);
         else
-            return Product{steppedOperand<Stepped>(src1), steppedOperand<Stepped>(src2),
-                           steppedOperand<Stepped>(dst), e, count};
-    }();
-    if (!contiguous)
-        return stridedProducts(call, size);
-    if constexpr (D::many) {
-        if (size != 0 && (P::denseSquares || areApart(call.d.rowStep, call.d.columnStep, e)))
-            return withSize(size, [&](auto n) ZONM_INLINED {
-                constexpr Start start = P::denseSquares ? Start::product : Start::zero;
-                constexpr Held hold = held<n, A, B>;
-                constexpr Arrays arrays = !P::tables ? Arrays::unknown : arraysOf<A, B>;
-                constexpr Layout la = hold == Held::first ? Layout::strided : rowsOfA;
-                constexpr Layout lb = hold == Held::second ? Layout::strided : rowsOfB;
-                return squareProducts<n, start, hold, arrays, la, lb, Layout::denseRows>(call);
-            });
-    }
-    return steppedProducts<P::denseOrder, rowsOfA, rowsOfB, Layout::denseRows>(call);
+            return steppedProducts<Order::rows>(a, b, d, count);
+    });
+}
+
+template <Held H, class A, class B, class D>
+[[gnu::noinline]] ZonStatus multiplyScattered(const A &a, const B &b, const D &d, int size,
+                                              int32_t count)
+{
+    return withSize(size, [&](auto n) {
+        if constexpr (n != 0)
+            return squareProducts<n, Start::product, heldAt<n, H>>(a, b, d, count);
+        else
+            return scatteredProducts(a, b, d, count);
+    });
 }
 
 template <class A, class B, class D>
-ZONM_INLINED inline ZonStatus multiplyMatrices(A src1, Shape shape1, B src2, Shape shape2, D dst,
-                                               int32_t count)
+ZonStatus multiplyMatrices(const A &src1, Shape shape1, const B &src2, Shape shape2, const D &dst,
+                           int32_t count)
 {
-    const Extents e{A::transposed ? shape1.width : shape1.height,
-                    B::transposed ? shape2.height : shape2.width,
-                    A::transposed ? shape1.height : shape1.width};
-    if constexpr (isElementTable<A>)
-        return multiplyElementTables(src1, shape1, src2, shape2, dst, e, count);
-    else
-        return multiplySteppedMatrices(src1, shape1, src2, shape2, dst, e, count);
+    using F = Form<A, B>;
+    const ptrdiff_t rows = A::transposed ? shape1.width : shape1.height;
+    const ptrdiff_t inner = A::transposed ? shape1.height : shape1.width;
+    const ptrdiff_t columns = B::transposed ? shape2.height : shape2.width;
+    const int size = squareSize<F>(shape1, shape2);
+    return withLayout(
+        [&](auto layout) {
+            if constexpr (layout == Layout::dense && !F::tables)
+                return multiplyDense<F::dense, F::held, D::many>(
+                    steppedObjects<layout>(src1, rows, inner),
+                    steppedObjects<layout>(src2, inner, columns),
+                    steppedObjects<layout>(dst, rows, columns), size, count);
+            else {
+                const auto a = objects<layout>(src1, rows, inner);
+                const auto b = objects<layout>(src2, inner, columns);
+                const auto d = objects<layout>(dst, rows, columns);
+                if constexpr (layout == Layout::dense)
+                    return multiplyDense<F::dense, F::held, true>(a, b, d, size, count);
+                else if constexpr (layout == Layout::strided)
+                    return multiplyStrided(a, b, d, size, count);
+                else
+                    return multiplyScattered<F::held>(a, b, d, size, count);
+            }
+        },
+        src1, src2, dst);
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Products of N×N matrices in straight-line code, N a constant, for arrays of them.
-// Elements of dst are stored in row order, so that nothing is asked of dst.
+// Elements of dst are stored in row order, as they are where some of them share an address.
 #pragma once
 
-#include "products/operands.hpp"
-#include "products/sums.hpp"
+#include "frame/objects.hpp"
+#include "products/chains.hpp"
 #include "zonm.h"
 
 namespace zonm
@@ -13,19 +13,21 @@ namespace zonm
 // What a chain begins with: its first product, or the sum of 0.0 and that. The sign of a zero
 // tells.
 enum class Start { product, zero };
+template <Start S> using StartConstant = std::integral_constant<Start, S>;
 
 // The operand that is one matrix for all k, if its elements stay in registers.
 enum class Held { none, first, second };
 
 // B row by row in packs.
 template <int N> struct PackedRows {
-    static constexpr int padded = (N + sumLanes - 1) / sumLanes * sumLanes;
+    static constexpr int padded =
+        (N + doublesPerRegister - 1) / doublesPerRegister * doublesPerRegister;
     using Element = double;
     alignas(registerBytes) double element[N][padded];
 
     template <class B> explicit ZONM_INLINED inline PackedRows(const B &b)
     {
-        cut<N>([&](auto j, auto w) ZONM_INLINED {
+        forEachPack<N>([&](auto j, auto w) ZONM_INLINED {
             unrolled<0, N / 2>([&](auto p) ZONM_INLINED { keep<2, j, w>(b, 2 * p); });
             if constexpr (N % 2 != 0)
                 keep<1, j, w>(b, N - 1);
@@ -36,10 +38,10 @@ template <int N> struct PackedRows {
   private:
     template <int R, int J, int W, class B> ZONM_INLINED inline void keep(const B &b, int p)
     {
-        Sums<W> rows[R];
+        Doubles<W> rows[R];
         loadRows<R, W>(rows, b, p, J);
         unrolled<0, R>([&](auto r) ZONM_INLINED {
-            storeNarrowed<double, W>(bytes(&element[p + r][J]), rows[r]);
+            storeDoubles<double, W>(bytes(&element[p + r][J]), rows[r]);
         });
     }
 };
@@ -47,7 +49,7 @@ template <int N> inline constexpr bool hasDenseRows<PackedRows<N>> = true;
 
 // A with each element in all lanes.
 template <int N> struct SpreadElements {
-    Sums<sumLanes> element[N][N];
+    Doubles<doublesPerRegister> element[N][N];
 
     template <class A> explicit ZONM_INLINED inline SpreadElements(const A &a)
     {
@@ -56,8 +58,8 @@ template <int N> struct SpreadElements {
 };
 
 template <int R, int C, int N>
-ZONM_INLINED inline void spread(Sums<sumLanes> (&f)[R][C], const SpreadElements<N> &a, ptrdiff_t i,
-                                ptrdiff_t p)
+ZONM_INLINED inline void spread(Doubles<doublesPerRegister> (&f)[R][C], const SpreadElements<N> &a,
+                                ptrdiff_t i, ptrdiff_t p)
 {
     unrolled<0, R>([&](auto r) ZONM_INLINED {
         unrolled<0, C>([&](auto c) ZONM_INLINED { f[r][c] = a.element[i + r][p + c]; });
@@ -69,21 +71,21 @@ template <int N> inline constexpr int rowsAtATime = N <= 4 ? N : 3;
 
 // Adds the products of columns P to P + Q - 1 of A to the sums of rows i to i + R - 1 of dst.
 template <int N, int R, Start S, int P, int Q, class A, class B>
-ZONM_INLINED inline void addProducts(PackedSums<N> (&sum)[R], const A &a, const B &b, ptrdiff_t i)
+ZONM_INLINED inline void addProducts(ChainRow<N> (&sum)[R], const A &a, const B &b, ptrdiff_t i)
 {
-    Sums<sumLanes> left[R][Q];
+    Doubles<doublesPerRegister> left[R][Q];
     spread(left, a, i, P);
-    cut<N>([&](auto j, auto w) ZONM_INLINED {
-        Sums<w> right[Q];
+    forEachPack<N>([&](auto j, auto w) ZONM_INLINED {
+        Doubles<w> right[Q];
         loadRows<Q, w>(right, b, P, j);
         unrolled<0, Q>([&](auto q) ZONM_INLINED {
             unrolled<0, R>([&](auto r) ZONM_INLINED {
-                const Sums<w> product = first<w>(left[r][q]) * right[q];
+                const Doubles<w> product = firstLanes<w>(left[r][q]) * right[q];
                 auto &s = sum[r].template part<j, w>();
                 if constexpr (P + q > 0)
                     s = s + product;
                 else if constexpr (S == Start::zero)
-                    s = all<w>(0.0) + product;
+                    s = inAllLanes<w>(0.0) + product;
                 else
                     s = product;
             });
@@ -95,13 +97,14 @@ ZONM_INLINED inline void addProducts(PackedSums<N> (&sum)[R], const A &a, const 
 template <int N, int R, Start S, class A, class B, class D>
 ZONM_INLINED inline void multiplyRows(const A &a, const B &b, const D &d, ptrdiff_t i)
 {
-    PackedSums<N> sum[R];
+    ChainRow<N> sum[R];
     unrolled<0, N / 2>([&](auto p) ZONM_INLINED { addProducts<N, R, S, 2 * p, 2>(sum, a, b, i); });
     if constexpr (N % 2 != 0)
         addProducts<N, R, S, N - 1, 1>(sum, a, b, i);
     unrolled<0, R>([&](auto r) ZONM_INLINED {
-        cut<N>([&](auto j, auto w)
-                   ZONM_INLINED { setRow<w>(d, i + r, j, sum[r].template part<j, w>()); });
+        forEachPack<N>([&](auto j, auto w) ZONM_INLINED {
+            storeRow<w>(d, i + r, j, sum[r].template part<j, w>());
+        });
     });
 }
 
@@ -127,78 +130,68 @@ template <int N, Start S, class A, class B, class D>
     return zonStsOk;
 }
 
-// An element table of an N×N matrix in row order of the matrix as used.
-template <class T, int N> struct LocatedOperand {
+// An element table of an N×N matrix as a local copy in row order of the matrix as used, for kernels
+// that go through it once per object.
+template <class T, int N> struct CopiedTable {
     Bytes<T> element[N][N];
-    ptrdiff_t step;
+    ScatteredOrigins<T> origins;
 
-    struct View : ElementAt<T> {
-        const LocatedOperand &operand;
+    struct View : MatrixAccess<View, T> {
+        const CopiedTable &table;
         ptrdiff_t offset;
 
-        View(const LocatedOperand &o, ptrdiff_t off) : operand(o), offset(off) {}
-        Bytes<T> at(ptrdiff_t i, ptrdiff_t j) const { return operand.element[i][j] + offset; }
-        auto operator()(ptrdiff_t i, ptrdiff_t j) const { return load<T>(at(i, j)); }
-        void set(ptrdiff_t i, ptrdiff_t j, T value) const { store<T>(at(i, j), value); }
+        View(const CopiedTable &t, ptrdiff_t off) : table(t), offset(off) {}
+        Bytes<T> at(ptrdiff_t i, ptrdiff_t j) const { return table.element[i][j] + offset; }
     };
 
-    explicit ZONM_INLINED inline LocatedOperand(const ScatteredOperand<T> &o) : step(o.step)
+    explicit ZONM_INLINED inline CopiedTable(
+        const Objects<ScatteredMatrix<T>, ScatteredOrigins<T>> &o)
+        : origins(o.origins)
     {
         unrolled<0, N>([&](auto i) ZONM_INLINED {
-            unrolled<0, N>([&](auto j) ZONM_INLINED {
-                element[i][j] = o.template view<Layout::scattered>(0).at(i, j);
-            });
+            unrolled<0, N>([&](auto j) ZONM_INLINED { element[i][j] = o.first.at(i, j); });
         });
     }
-    template <Layout> View view(ptrdiff_t k) const { return View(*this, k * step); }
+    View operator()(ptrdiff_t k) const { return View(*this, origins(k)); }
 };
 
-// Which operands are arrays; of object tables, those and only those have a table then. `unknown`
-// asks each object.
-enum class Arrays { unknown, first, second, both };
-
-// An operand as an N×N kernel keeps it.
-template <int N, Arrays Known, bool Many, class T, template <class> class Objects>
-ZONM_INLINED inline auto localCopy(const SteppedOperand<T, Objects> &o)
+// Objects as an N×N kernel keeps them. A copy, since as far as the compiler knows a store into dst
+// might change the original.
+template <int N, class View, class Origins>
+ZONM_INLINED inline Objects<View, Origins> localCopy(const Objects<View, Origins> &o)
 {
-    if constexpr (Known == Arrays::unknown || std::is_same_v<Objects<T>, Stepped<T>>)
-        return SteppedOperand<T, Objects>{Objects<T>(o.objects), o.rowStep, o.columnStep};
-    else if constexpr (Many)
-        return SteppedOperand<T, Listed>{
-            {o.objects.table, o.objects.step}, o.rowStep, o.columnStep};
-    else
-        return SteppedOperand<T, Stepped>{{o.objects.base, 0}, o.rowStep, o.columnStep};
+    return o;
 }
-template <int N, Arrays, bool, class T>
-ZONM_INLINED inline auto localCopy(const ScatteredOperand<T> &o)
+template <int N, class T>
+ZONM_INLINED inline CopiedTable<T, N>
+localCopy(const Objects<ScatteredMatrix<T>, ScatteredOrigins<T>> &o)
 {
-    return LocatedOperand<T, N>(o);
+    return CopiedTable<T, N>(o);
 }
 
-template <int N, Start S, Held H, Arrays Many, Layout LA, Layout LB, Layout LD, class P>
-[[gnu::noinline]] ZonStatus squareProducts(const P &call)
+template <int N, Start S, Held H, class A, class B, class D>
+[[gnu::noinline]] ZonStatus squareProducts(const A &src1, const B &src2, const D &dst,
+                                           ptrdiff_t count)
 {
-    const auto a = localCopy<N, Many, Many != Arrays::second>(call.a);
-    const auto b = localCopy<N, Many, Many != Arrays::first>(call.b);
-    const auto d = localCopy<N, Many, true>(call.d);
-    const ptrdiff_t count = call.count;
-    const auto left = [&](ptrdiff_t k) ZONM_INLINED { return a.template view<LA>(k); };
-    const auto right = [&](ptrdiff_t k) ZONM_INLINED { return b.template view<LB>(k); };
-    const auto product = [&](ptrdiff_t k) ZONM_INLINED { return d.template view<LD>(k); };
+    const auto a = localCopy<N>(src1);
+    const auto b = localCopy<N>(src2);
+    const auto d = localCopy<N>(dst);
     if constexpr (H == Held::first) {
-        const SpreadElements<N> held(left(0));
+        const SpreadElements<N> held(a(0));
         for (ptrdiff_t k = 0; k < count; ++k)
-            squareProduct<N, S>(held, right(k), product(k));
+            squareProduct<N, S>(held, b(k), d(k));
     } else if constexpr (H == Held::second) {
-        const PackedRows<N> held(right(0));
+        const PackedRows<N> held(b(0));
         for (ptrdiff_t k = 0; k < count; ++k)
-            squareProduct<N, S>(left(k), held, product(k));
-    } else if constexpr (N <= 4 || Many == Arrays::unknown) {
-        for (ptrdiff_t k = 0; k < count; ++k)
-            squareProduct<N, S>(left(k), right(k), product(k));
+            squareProduct<N, S>(a(k), held, d(k));
     } else {
+        // Of large kernels for object tables there is one for all forms.
+        constexpr bool tables = requires { dst.origins.isTable(); };
         for (ptrdiff_t k = 0; k < count; ++k)
-            squareObject<N, S>(left(k), right(k), product(k));
+            if constexpr (N > 4 && tables && hasDenseRows<decltype(d(k))>)
+                squareObject<N, S>(a(k), b(k), d(k));
+            else
+                squareProduct<N, S>(a(k), b(k), d(k));
     }
     return zonStsOk;
 }

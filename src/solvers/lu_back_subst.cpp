@@ -16,7 +16,7 @@
 // they are.
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
-#include "frame/object_lanes.hpp"
+#include "solvers/substitution.hpp"
 
 namespace zonm
 {
@@ -24,6 +24,7 @@ namespace
 {
 
 using Pivots = DenseVector<const int32_t>;
+using PivotRuns = decltype(runsOf<const int32_t>(nullptr, 0));
 
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
@@ -47,18 +48,6 @@ ZONM_INLINED inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagon
     });
 }
 
-template <class Dst, int N>
-ZONM_INLINED inline void writeGroup(const Dst &dst, Group group, const Lanes (&x)[interleaved][N])
-{
-    const auto d = views(dst, group);
-    unrolled<0, groupSize>([&](auto place) ZONM_INLINED {
-        constexpr int r = place / objectLanes, lane = place % objectLanes;
-        unrolled<0, N>([&](auto i) ZONM_INLINED {
-            d[r][lane].set(i, element<typename Dst::Value>(x[r][i], lane));
-        });
-    });
-}
-
 // One object with a matrix of its own.
 template <int N, class A, class B, class D>
 [[gnu::noinline]] void solveOne(const A &a, Pivots pivots, const B &b, const D &dst)
@@ -73,14 +62,14 @@ template <int N, class A, class B, class D>
 
 // Every vector has a matrix of its own.
 template <int N, class A, class B, class D>
-[[gnu::noinline]] void solveOwn(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
+[[gnu::noinline]] void solveOwn(const A &src1, const PivotRuns &pivots, const B &src2, const D &dst,
                                 int32_t count)
 {
-    const IntegerRuns<const int32_t> pivotsOf{pivots, N};
     const auto together = [&](Group group) ZONM_INLINED {
-        const auto a = views(src1, group);
-        const auto b = views(src2, group);
-        const auto p = views(pivotsOf, group);
+        const auto a = viewsOf(src1, group);
+        const auto b = viewsOf(src2, group);
+        const auto d = viewsOf(dst, group);
+        const auto p = viewsOf(pivots, group);
         Lanes factors[interleaved][N][N], x[interleaved][N];
         unrolled<0, N>([&](auto i) ZONM_INLINED {
             unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
@@ -94,14 +83,12 @@ template <int N, class A, class B, class D>
         substitute(
             x, [&](auto r, auto i, auto j) ZONM_INLINED { return factors[r][i][j]; },
             [&](Lanes s, auto r, auto i) ZONM_INLINED { return s / factors[r][i][i]; });
-        writeGroup(dst, group, x);
-        return true;
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { scatterVectors(x[r], d[r]); });
     };
-    const auto single = [&](int32_t k) {
-        solveOne<N>(plainView(src1(k)), pivotsOf(k), plainView(src2(k)), plainView(dst(k)));
-        return true;
+    const auto one = [&](int32_t k) ZONM_INLINED {
+        solveOne<N>(stridedView(src1(k)), pivots(k), stridedView(src2(k)), stridedView(dst(k)));
     };
-    forEachGroup(count, Covered(dst), Covered(src1, src2, pivotsOf), together, single);
+    substituteGroups(count, std::tie(dst), std::tie(src1, src2, pivots), together, one);
 }
 
 // All vectors share one matrix, which is read before the first of them.
@@ -143,7 +130,8 @@ template <int N, class B, class D>
         reciprocals[i] = Lanes::all(shared.reciprocal[i]);
     });
     const auto together = [&](Group group) ZONM_INLINED {
-        const auto b = views(src2, group);
+        const auto b = viewsOf(src2, group);
+        const auto d = viewsOf(dst, group);
         Lanes x[interleaved][N];
         unrolled<0, N>([&](auto i) ZONM_INLINED {
             unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
@@ -153,14 +141,12 @@ template <int N, class B, class D>
         substitute(
             x, [&](auto, auto i, auto j) ZONM_INLINED { return factors[i][j]; },
             [&](Lanes s, auto, auto i) ZONM_INLINED { return s * reciprocals[i]; });
-        writeGroup(dst, group, x);
-        return true;
+        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { scatterVectors(x[r], d[r]); });
     };
-    const auto single = [&](int32_t k) {
-        solveWithShared(shared, plainView(src2(k)), plainView(dst(k)));
-        return true;
+    const auto one = [&](int32_t k) ZONM_INLINED {
+        solveWithShared(shared, stridedView(src2(k)), stridedView(dst(k)));
     };
-    forEachGroup(count, Covered(dst), Covered(src2), together, single);
+    substituteGroups(count, std::tie(dst), std::tie(src2), together, one);
 }
 
 // Other sizes ----------------------------------------------------------------------------------
@@ -173,7 +159,7 @@ void solveGeneralOne(const A &a, Pivots pivots, const B &b, const D &x, int32_t 
         double s = 0;
         for (int32_t j = 0; j < i; ++j)
             s += double(a(pivots(i), j)) * x(j);
-        x.set(i, i == 0 ? b(pivots(i)) : T(b(pivots(i)) - s));
+        x.set(i, T(b(pivots(i)) - s));
     }
     x.set(n - 1, T(double(x(n - 1)) / a(pivots(n - 1), n - 1)));
     for (int32_t i = n - 2; i >= 0; --i) {
@@ -222,63 +208,50 @@ ZONM_INLINED inline void solveTogether(const A &a, const GroupViews<Pivots> &p, 
 }
 
 template <class A, class B, class D>
-[[gnu::noinline]] void solveGeneral(const A &src1, const int32_t *pivots, ptrdiff_t pivotStep,
-                                    const B &src2, const D &dst, int32_t n, int32_t count)
+[[gnu::noinline]] void solveGeneral(const A &src1, const PivotRuns &pivots, const B &src2,
+                                    const D &dst, int32_t n, int32_t count)
 {
-    const IntegerRuns<const int32_t> pivotsOf{pivots, n, pivotStep};
-    int32_t k = 0;
-    // A group reads its results back, so those must be apart as well.
-    // Large matrices that come from memory are better read one after the other: the hardware then
-    // reads ahead.
-    const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Value));
-    const bool streamed = pivotStep != 0 && matrix > 1024 && matrix > (ptrdiff_t(4) << 20) / count;
-    if (count >= groupSize && !streamed && dst.areApart() &&
-        !anyMeet(Covered(dst).all(count), Covered(src1, src2, pivotsOf).all(count)))
-        for (; k <= count - groupSize; k += groupSize) {
-            const Group group{k};
-            solveTogether(views(src1, group), views(pivotsOf, group), views(src2, group),
-                          views(dst, group), n);
-        }
-    for (; k < count; ++k)
-        solveGeneralOne(plainView(src1(k)), pivotsOf(k), plainView(src2(k)), plainView(dst(k)), n);
+    const bool ownMatrices = pivots.origins.step != 0;
+    const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
+    substituteGroupsInDst(
+        count, !(ownMatrices && isStreamed(matrix, count)), dst, std::tie(src1, src2, pivots),
+        [&](Group group) ZONM_INLINED {
+            solveTogether(viewsOf(src1, group), viewsOf(pivots, group), viewsOf(src2, group),
+                          viewsOf(dst, group), n);
+        },
+        [&](int32_t k) ZONM_INLINED {
+            solveGeneralOne(stridedView(src1(k)), pivots(k), stridedView(src2(k)),
+                            stridedView(dst(k)), n);
+        });
 }
 
 // Bindings -------------------------------------------------------------------------------------
 
-template <bool Shared, int N, class A, class B, class D>
-inline void solveStraight(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
-                          int32_t count)
+template <class A, class B, class D>
+[[gnu::noinline]] ZonStatus solveObject(A src1, Pivots pivots, B src2, D dst, int32_t size)
 {
-    if constexpr (Shared)
-        solveShared<N>(SharedFactors<N>(src1(0), Pivots(bytes(pivots))), src2, dst, count);
-    else
-        solveOwn<N>(src1, pivots, src2, dst, count);
-}
-
-template <bool Shared, class A, class B, class D>
-ZonStatus solveAll(const A &src1, const int32_t *pivots, const B &src2, const D &dst, int32_t n,
-                   int32_t count)
-{
-    switch (n) {
-    case 3: solveStraight<Shared, 3>(src1, pivots, src2, dst, count); break;
-    case 4: solveStraight<Shared, 4>(src1, pivots, src2, dst, count); break;
-    case 5: solveStraight<Shared, 5>(src1, pivots, src2, dst, count); break;
-    case 6: solveStraight<Shared, 6>(src1, pivots, src2, dst, count); break;
-    default: solveGeneral(src1, pivots, Shared ? 0 : n, src2, dst, n, count);
-    }
+    withSize(size, [&](auto n) {
+        if constexpr (n != 0)
+            solveOne<n>(src1, pivots, src2, dst);
+        else
+            solveGeneralOne(src1, pivots, src2, dst, size);
+    });
     return zonStsOk;
 }
 
-template <class A, class B, class D>
-ZonStatus solveSingle(const A &src1, Pivots pivots, const B &src2, const D &dst, int32_t n)
+template <bool Shared, class A, class B, class D>
+[[gnu::noinline]] ZonStatus solveObjects(const A &src1, const int32_t *pivots, const B &src2,
+                                         const D &dst, int32_t size, int32_t count)
 {
-    switch (n) {
-    case 3: solveOne<3>(src1, pivots, src2, dst); break;
-    case 4: solveOne<4>(src1, pivots, src2, dst); break;
-    case 5: solveOne<5>(src1, pivots, src2, dst); break;
-    case 6: solveOne<6>(src1, pivots, src2, dst); break;
-    default: solveGeneralOne(src1, pivots, src2, dst, n);
-    }
+    const auto pivotRuns = runsOf(pivots, size, Shared ? 0 : size);
+    withSize(size, [&](auto n) {
+        if constexpr (n == 0)
+            solveGeneral(src1, pivotRuns, src2, dst, size, count);
+        else if constexpr (Shared)
+            solveShared<n>(SharedFactors<n>(src1(0), pivotRuns(0)), src2, dst, count);
+        else
+            solveOwn<n>(src1, pivotRuns, src2, dst, count);
+    });
     return zonStsOk;
 }
 
@@ -286,23 +259,18 @@ template <class A, class B, class D>
 ZonStatus luBackSubstitute(const A &src1, const int32_t *pivots, const B &src2, const D &dst,
                            int32_t size, int32_t count)
 {
-    using T = typename D::Value;
     constexpr bool shared = B::many && !A::many;
-    if constexpr (!D::many)
-        return solveSingle(onlyObject(src1, size), Pivots(bytes(pivots)), onlyObject(src2, size),
-                           onlyObject(dst, size), size);
-    else if constexpr (isElementTable<A>)
-        return solveAll<shared>(ScatteredMatrices<const T>(src1, size, size, count), pivots,
-                                ScatteredVectors<const T>(src2, size, count),
-                                ScatteredVectors<T>(dst, size, count), size, count);
-    else if (src1.isDense() && src2.isDense() && dst.isDense())
-        return solveAll<shared>(DenseMatrices<const T>(src1, size, size), pivots,
-                                DenseVectors<const T>(src2, size), DenseVectors<T>(dst, size), size,
-                                count);
-    else
-        return solveAll<shared>(StridedMatrices<const T>(src1, size, size), pivots,
-                                StridedVectors<const T>(src2, size), StridedVectors<T>(dst, size),
-                                size, count);
+    return withLayout(
+        [&](auto layout) {
+            if constexpr (D::many)
+                return solveObjects<shared>(objects<layout>(src1, size, size), pivots,
+                                            objects<layout>(src2, size), objects<layout>(dst, size),
+                                            size, count);
+            else
+                return solveObject(onlyObject(src1, size, size), Pivots(bytes(pivots)),
+                                   onlyObject(src2, size), onlyObject(dst, size), size);
+        },
+        src1, src2, dst);
 }
 
 } // namespace

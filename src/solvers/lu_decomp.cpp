@@ -20,19 +20,21 @@
 // dst may be src, with the same strides. An array ends at its first singular object.
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
-#include "frame/object_lanes.hpp"
-
-#include <cmath>
+#include "solvers/decompositions.hpp"
+#include "solvers/pivoting.hpp"
 
 namespace zonm
 {
 namespace
 {
 
-template <class T> inline constexpr double straightLimit = sizeof(T) == 4 ? 0x1p-125 : 0x1p-1021;
-template <class T> inline constexpr double generalLimit = sizeof(T) == 4 ? 0x1p-23 : 0x1p-52;
+template <class T> struct Limits {
+    static constexpr double straight = sizeof(T) == 4 ? 0x1p-125 : 0x1p-1021; // singular below
+    static constexpr double general = sizeof(T) == 4 ? 0x1p-23 : 0x1p-52;     // singular up to it
+};
 
 using Pivots = DenseVector<int32_t>;
+using PivotRuns = decltype(runsOf<int32_t>(nullptr, 0));
 
 inline void exchange(Pivots pivots, int32_t k, int32_t m)
 {
@@ -42,39 +44,6 @@ inline void exchange(Pivots pivots, int32_t k, int32_t m)
 }
 
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
-
-// The pivot of step K in every lane: `isRow[i]` is set where row i is to change places with row K.
-template <int K, int N> struct PivotSearch {
-    LaneBits isRow[N];
-    Lanes magnitude;
-
-    ZONM_INLINED explicit PivotSearch(const Lanes (&column)[N]) : magnitude(abs(column[K]))
-    {
-        unrolled<K + 1, N>([&](auto i) ZONM_INLINED {
-            const Lanes best = larger(abs(column[i]), magnitude);
-            isRow[i] = best > magnitude;
-            magnitude = best;
-        });
-        // Of the rows that were largest so far, the last one was largest of all.
-        LaneBits later = LaneBits::all(0);
-        unrolledDown<N, K + 1>([&](auto i) ZONM_INLINED {
-            const LaneBits larger = isRow[i];
-            isRow[i] = andNot(larger, later);
-            later = later | larger;
-        });
-    }
-
-    // All rows compare with the old row K, so that they need not wait for one another.
-    template <class V> ZONM_INLINED void exchange(V (&row)[N]) const
-    {
-        const V old = row[K];
-        unrolled<K + 1, N>([&](auto i) ZONM_INLINED {
-            const LaneBits difference = isRow[i] & (old ^ row[i]);
-            row[i] = row[i] ^ difference;
-            row[K] = row[K] ^ difference;
-        });
-    }
-};
 
 // Factors the objects of a register column by column: a column is read in the current order of the
 // rows, takes all its updates, and yields the next pivot. Every element thus passes through the
@@ -101,8 +70,8 @@ template <class T, int N> struct Elimination {
             unrolled<k + 1, N>(
                 [&](auto i) ZONM_INLINED { w[i] = rounded<T>(w[i] - factors[k][i] * w[k]); });
         });
-        const PivotSearch<J, N> pivot(w);
-        singular = singular | (pivot.magnitude < Lanes::all(straightLimit<T>));
+        const LaneSearch<J, N> pivot(w);
+        singular = singular | (pivot.magnitude < Lanes::all(Limits<T>::straight));
         pivot.exchange(order);
         unrolled<0, J + 1>([&](auto k) ZONM_INLINED { pivot.exchange(factors[k]); });
         if constexpr (J < N - 2) {
@@ -126,10 +95,10 @@ template <class T, int N> struct Elimination {
 
 // Returns false, with nothing stored, if an object of the group is singular.
 template <class T, int N, class A, class D>
-ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &pivots, const D &dst,
+ZONM_INLINED inline bool factorGroup(const A &src, const PivotRuns &pivots, const D &dst,
                                      Group group)
 {
-    const auto a = views(src, group);
+    const auto a = viewsOf(src, group);
     Elimination<T, N> elimination[interleaved];
     unrolled<0, N>([&](auto j) ZONM_INLINED {
         unrolled<0, interleaved>([&](auto r) ZONM_INLINED { elimination[r].column(a[r], j); });
@@ -140,7 +109,7 @@ ZONM_INLINED inline bool factorGroup(const A &src, const IntegerRuns<int32_t> &p
     if (singular.any())
         return false;
 
-    const auto d = views(dst, group);
+    const auto d = viewsOf(dst, group);
     unrolled<0, groupSize>([&](auto place) ZONM_INLINED {
         constexpr int r = place / objectLanes, lane = place % objectLanes;
         elimination[r].write(lane, pivots(group.first, place), d[r][lane]);
@@ -159,15 +128,11 @@ template <class T, int N, class A, class D>
     for (int i = 0; i < N; ++i)
         pivots.set(i, i);
     for (int k = 0; k < N; ++k) {
-        int m = k;
-        double best = std::fabs(double(w[pivots(k)][k]));
-        for (int i = k + 1; i < N; ++i) {
-            const double magnitude = std::fabs(double(w[pivots(i)][k]));
-            m = magnitude > best ? i : m;
-            best = magnitude > best ? magnitude : best;
-        }
-        exchange(pivots, k, m);
-        if (best < straightLimit<T>)
+        RowSearch pivot(k, w[pivots(k)][k]);
+        for (int i = k + 1; i < N; ++i)
+            pivot.visit(i, w[pivots(i)][k]);
+        exchange(pivots, k, pivot.row);
+        if (pivot.best < Limits<T>::straight)
             return zonStsSingular;
         const int32_t row = pivots(k);
         const T(&u)[N] = w[row];
@@ -185,37 +150,18 @@ template <class T, int N, class A, class D>
 }
 
 template <class T, int N, class A, class D>
-[[gnu::noinline]] ZonStatus factorStraight(const A &src, int32_t *pivots, const D &dst,
+[[gnu::noinline]] ZonStatus factorStraight(const A &src, const PivotRuns &pivots, const D &dst,
                                            int32_t count)
 {
-    ZonStatus status = zonStsOk;
-    const IntegerRuns<int32_t> pivotsOf{pivots, N};
-    forEachGroup(
-        count, Covered(dst, pivotsOf), Covered(src),
-        [&](Group group) ZONM_INLINED { return factorGroup<T, N>(src, pivotsOf, dst, group); },
+    return decomposeGroups(
+        count, std::tie(dst, pivots), std::tie(src),
+        [&](Group group) ZONM_INLINED { return factorGroup<T, N>(src, pivots, dst, group); },
         [&](int32_t k) ZONM_INLINED {
-            status = factorOne<T, N>(plainView(src(k)), pivotsOf(k), plainView(dst(k)));
-            return status == zonStsOk;
+            return factorOne<T, N>(stridedView(src(k)), pivots(k), stridedView(dst(k)));
         });
-    return status;
 }
 
 // Other sizes ----------------------------------------------------------------------------------
-
-// Finds the pivot of a column, one row after the other.
-struct RowSearch {
-    int32_t row;
-    double best;
-
-    RowSearch(int32_t i, double first) : row(i), best(std::fabs(first)) {}
-    void visit(int32_t i, double element)
-    {
-        const double magnitude = std::fabs(element);
-        row = magnitude > best ? i : row;
-        best = magnitude > best ? magnitude : best;
-    }
-    bool isSingular(double limit) const { return best <= limit; }
-};
 
 // Steps 0 to n-2, to the letter: rows may even overlap.
 template <class T, class D> ZonStatus eliminate(Pivots pivots, const D &dst, int32_t n)
@@ -224,7 +170,7 @@ template <class T, class D> ZonStatus eliminate(Pivots pivots, const D &dst, int
         RowSearch pivot(k, dst(pivots(k), k));
         for (int32_t i = k + 1; i < n; ++i)
             pivot.visit(i, dst(pivots(i), k));
-        if (pivot.isSingular(generalLimit<T>))
+        if (pivot.best <= Limits<T>::general)
             return zonStsSingular;
         exchange(pivots, k, pivot.row);
         const double r = 1 / double(dst(pivots(k), k));
@@ -264,7 +210,7 @@ template <class T> ZonStatus eliminateDense(Pivots pivots, const DenseMatrix<T> 
     for (int32_t i = 1; i < n; ++i)
         pivot.visit(i, dst(i, 0));
     for (int32_t k = 0; k < n - 1; ++k) {
-        if (pivot.isSingular(generalLimit<T>))
+        if (pivot.best <= Limits<T>::general)
             return zonStsSingular;
         exchange(pivots, k, pivot.row);
         const std::byte *pivotRow = dst.at(pivots(k), k + 1);
@@ -293,7 +239,7 @@ ZonStatus factorInPlace(const A &src, Pivots pivots, const D &dst, int32_t n)
         for (int32_t j = 0; j < n; ++j)
             dst.set(i, j, src(i, j));
     const auto eliminated = [&] {
-        if constexpr (std::is_same_v<D, DenseMatrix<T>>)
+        if constexpr (hasDenseRows<D>)
             if (dst.rowStep >= n * ptrdiff_t(sizeof(T)))
                 return eliminateDense<T>(pivots, dst, n);
         return eliminate<T>(pivots, dst, n);
@@ -301,68 +247,52 @@ ZonStatus factorInPlace(const A &src, Pivots pivots, const D &dst, int32_t n)
     if (eliminated() != zonStsOk)
         return zonStsSingular;
     const RowSearch last(n - 1, dst(pivots(n - 1), n - 1));
-    return last.isSingular(generalLimit<T>) ? zonStsSingular : zonStsOk;
-}
-
-template <class T, class A, class D>
-[[gnu::noinline]] ZonStatus factorGeneral(const A &src, int32_t *pivots, const D &dst, int32_t n,
-                                          int32_t count)
-{
-    const IntegerRuns<int32_t> pivotsOf{pivots, n};
-    for (int32_t k = 0; k < count; ++k) {
-        const ZonStatus status = factorInPlace<T>(src(k), pivotsOf(k), dst(k), n);
-        if (status != zonStsOk)
-            return status;
-    }
-    return zonStsOk;
+    return last.best <= Limits<T>::general ? zonStsSingular : zonStsOk;
 }
 
 // Bindings -------------------------------------------------------------------------------------
 
-template <class T, class A, class D>
-ZonStatus factorAll(const A &src, int32_t *pivots, const D &dst, int32_t n, int32_t count)
+template <class A, class D>
+[[gnu::noinline]] ZonStatus factorObject(A src, Pivots pivots, D dst, int32_t size)
 {
-    switch (n) {
-    case 3: return factorStraight<T, 3>(src, pivots, dst, count);
-    case 4: return factorStraight<T, 4>(src, pivots, dst, count);
-    case 5: return factorStraight<T, 5>(src, pivots, dst, count);
-    case 6: return factorStraight<T, 6>(src, pivots, dst, count);
-    default: return factorGeneral<T>(src, pivots, dst, n, count);
-    }
+    using T = typename D::Element;
+    return withSize(size, [&](auto n) {
+        if constexpr (n != 0)
+            return factorOne<T, n>(stridedView(src), pivots, stridedView(dst));
+        else
+            return factorInPlace<T>(src, pivots, dst, size);
+    });
 }
 
-template <class T, class A, class D>
-ZonStatus factorSingle(const A &src, Pivots pivots, const D &dst, int32_t n)
+template <class A, class D>
+[[gnu::noinline]] ZonStatus factorObjects(const A &src, int32_t *pivots, const D &dst, int32_t size,
+                                          int32_t count)
 {
-    switch (n) {
-    case 3: return factorOne<T, 3>(src, pivots, dst);
-    case 4: return factorOne<T, 4>(src, pivots, dst);
-    case 5: return factorOne<T, 5>(src, pivots, dst);
-    case 6: return factorOne<T, 6>(src, pivots, dst);
-    default: return factorInPlace<T>(src, pivots, dst, n);
-    }
+    using T = typename D::Element;
+    const auto pivotRuns = runsOf(pivots, size);
+    return withSize(size, [&](auto n) {
+        if constexpr (n != 0)
+            return factorStraight<T, n>(src, pivotRuns, dst, count);
+        else
+            return decomposeEach(count, [&](int32_t k) {
+                return factorInPlace<T>(src(k), pivotRuns(k), dst(k), size);
+            });
+    });
 }
 
 template <class A, class D>
 ZonStatus luDecompose(const A &src, int32_t *pivots, const D &dst, int32_t size, int32_t count)
 {
-    using T = typename D::Value;
-    if constexpr (!D::many) {
-        if constexpr (!isElementTable<A>)
-            if (size > 6 && dst.isDense())
-                return factorInPlace<T>(onlyObject(src, size), Pivots(bytes(pivots)),
-                                        DenseMatrix<T>(bytes(dst.base), dst.rowStep()), size);
-        return factorSingle<T>(onlyObject(src, size), Pivots(bytes(pivots)), onlyObject(dst, size),
-                               size);
-    } else if constexpr (isElementTable<A>)
-        return factorAll<T>(ScatteredMatrices<const T>(src, size, size, count), pivots,
-                            ScatteredMatrices<T>(dst, size, size, count), size, count);
-    else if (src.isDense() && dst.isDense())
-        return factorAll<T>(DenseMatrices<const T>(src, size, size), pivots,
-                            DenseMatrices<T>(dst, size, size), size, count);
-    else
-        return factorAll<T>(StridedMatrices<const T>(src, size, size), pivots,
-                            StridedMatrices<T>(dst, size, size), size, count);
+    return withLayout(
+        [&](auto layout) {
+            if constexpr (D::many)
+                return factorObjects(objects<layout>(src, size, size), pivots,
+                                     objects<layout>(dst, size, size), size, count);
+            else
+                return factorObject(onlyObject(src, size, size), Pivots(bytes(pivots)),
+                                    onlyObject<layout>(dst, size, size), size);
+        },
+        src, dst);
 }
 
 } // namespace

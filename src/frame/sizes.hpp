@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Straight-line code from loops over constants, unrolled by the front end: far quicker to compile
-// than unrolling by the optimizer, and the same with every compiler.
+// Straight-line code: the sizes 3 to 6 as constants, and loops over constants, unrolled by the
+// front end: far quicker to compile than unrolling by the optimizer, and the same with every
+// compiler.
 #pragma once
 
 #include <type_traits>
@@ -43,6 +44,21 @@ template <int From, int To, class F> ZONM_INLINED inline void unrolledDown(F bod
 {
     if constexpr (From > To)
         unrolledOver<From - 1, -1>(std::make_integer_sequence<int, From - To>{}, body);
+}
+
+// The sizes that have straight-line code.
+inline constexpr int smallestUnrolled = 3, largestUnrolled = 6;
+
+// f(size) with a size of 3 to 6 as a constant, and with the constant 0 for any other.
+template <class F> ZONM_INLINED inline auto withSize(int size, F f)
+{
+    switch (size) {
+    case 3: return f(std::integral_constant<int, 3>{});
+    case 4: return f(std::integral_constant<int, 4>{});
+    case 5: return f(std::integral_constant<int, 5>{});
+    case 6: return f(std::integral_constant<int, 6>{});
+    default: return f(std::integral_constant<int, 0>{});
+    }
 }
 
 } // namespace zonm

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+// Arrays of objects, a group at a time: each lane of a few registers belongs to one object. Two
+// things are a kernel's to keep:
+//
+//   - Nothing may be stored before every object of the group has passed every test; a group that
+//     holds a failure is done again by a scalar kernel, which alone knows the states of failure.
+//   - A group reads all its objects before it writes the first. `forEachGroup` tests that this
+//     cannot be told from one object after the other.
+#pragma once
+
+#include "frame/lanes.hpp"
+#include "frame/overlap.hpp"
+
+namespace zonm
+{
+
+// A kernel takes its steps for several registers of objects in turn, so that the divisions and the
+// searches of one hide behind those of the others.
+inline constexpr int interleaved = 2;
+inline constexpr int groupSize = interleaved * objectLanes;
+
+// The objects `first`, ..., `first` + groupSize - 1.
+struct Group {
+    int32_t first;
+    int32_t operator[](int place) const { return first + place; }
+};
+
+// Runs over all objects ------------------------------------------------------------------------
+
+// Whether an object of the group writes what a later one reads.
+template <class Written, class Read>
+[[gnu::noinline]] bool groupMeets(Group group, const Written &written, const Read &read)
+{
+    bool met = false;
+    for (int later = 1; later < groupSize; ++later)
+        for (int earlier = 0; earlier < later; ++earlier)
+            met |= anyMeet(written.ofObject(group[earlier]), read.ofObject(group[later]));
+    return met;
+}
+
+// Runs over all objects, in groups where they are apart: where none writes what a later one of its
+// group reads. `written` and `read` are tied objects. `together(group)` returns false, with nothing
+// stored, for a group that must be done again one by one; `single(k)` returns false to end the run.
+// Within a group objects must be written one after the other, since what they write may meet.
+template <class... W, class... R, class Together, class Single>
+ZONM_INLINED inline bool forEachGroup(int32_t count, std::tuple<W &...> written,
+                                      std::tuple<R &...> read, Together together, Single single)
+{
+    int32_t k = 0;
+    if (count >= groupSize) {
+        const auto writes = std::make_from_tuple<Regions<std::remove_const_t<W>...>>(written);
+        const auto reads = std::make_from_tuple<Regions<std::remove_const_t<R>...>>(read);
+        const bool apart = areIndependent(writes, reads, count);
+        for (; k <= count - groupSize; k += groupSize) {
+            const Group group{k};
+            if ((apart || !groupMeets(group, writes, reads)) && together(group)) [[likely]]
+                continue;
+            for (int place = 0; place < groupSize; ++place)
+                if (!single(group[place]))
+                    return false;
+        }
+    }
+    for (; k < count; ++k)
+        if (!single(k))
+            return false;
+    return true;
+}
+
+// The views of a group ---------------------------------------------------------------------------
+
+// Those of one register after those of another.
+template <class View> using GroupViews = std::array<std::array<View, objectLanes>, interleaved>;
+
+template <class Objects> ZONM_INLINED inline auto viewsOf(const Objects &objects, Group group)
+{
+    using View = decltype(objects(0));
+    const auto ofRegister = [&]<int... L>(int r, std::integer_sequence<int, L...>) ZONM_INLINED
+    {
+        return std::array<View, objectLanes>{objects(group.first, r * objectLanes + L)...};
+    };
+    return [&]<int... R>(std::integer_sequence<int, R...>) ZONM_INLINED
+    {
+        constexpr std::make_integer_sequence<int, objectLanes> lanes;
+        return GroupViews<View>{ofRegister(R, lanes)...};
+    }
+    (std::make_integer_sequence<int, interleaved>{});
+}
+
+// Gather and scatter -----------------------------------------------------------------------------
+
+// x[i][j] = element (i, j) of the objects of one register.
+template <int Rows, int Columns, class Views>
+ZONM_INLINED inline void gatherMatrices(Lanes (&x)[Rows][Columns], const Views &views)
+{
+    unrolled<0, Rows>([&](auto i) ZONM_INLINED {
+        unrolled<0, Columns>([&](auto j) ZONM_INLINED {
+            x[i][j] = gather([&](int lane) ZONM_INLINED { return views[lane](i, j); });
+        });
+    });
+}
+
+template <int Length, class Views>
+ZONM_INLINED inline void gatherVectors(Lanes (&x)[Length], const Views &views)
+{
+    unrolled<0, Length>([&](auto i) ZONM_INLINED {
+        x[i] = gather([&](int lane) ZONM_INLINED { return views[lane](i); });
+    });
+}
+
+// The same in one object after the other, each narrowed to the element type.
+template <int Rows, int Columns, class Views>
+ZONM_INLINED inline void scatterMatrices(const Lanes (&x)[Rows][Columns], const Views &views)
+{
+    using T = typename Views::value_type::Element;
+    unrolled<0, objectLanes>([&](auto lane) ZONM_INLINED {
+        unrolled<0, Rows>([&](auto i) ZONM_INLINED {
+            unrolled<0, Columns>(
+                [&](auto j) ZONM_INLINED { views[lane].set(i, j, element<T>(x[i][j], lane)); });
+        });
+    });
+}
+
+template <int Length, class Views>
+ZONM_INLINED inline void scatterVectors(const Lanes (&x)[Length], const Views &views)
+{
+    using T = typename Views::value_type::Element;
+    unrolled<0, objectLanes>([&](auto lane) ZONM_INLINED {
+        unrolled<0, Length>([&](auto i)
+                                ZONM_INLINED { views[lane].set(i, element<T>(x[i], lane)); });
+    });
+}
+
+} // namespace zonm
