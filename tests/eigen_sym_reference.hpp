@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "support/manifest.hpp"
@@ -56,7 +57,8 @@ struct Result {
     std::vector<std::optional<double>> vectors; // row by row
     double product = 0;
     bool isQL = false;
-    int sweeps = 0;
+    int sweeps = 0, brokenSweeps = 0;
+    bool leavesColumns = false; // that the reduction passed over
 };
 
 class Solver
@@ -182,6 +184,7 @@ class Solver
         for (int i = k; i < n; ++i)
             s += W(i, k - 1) * W(i, k - 1);
         s = R(s);
+        const bool left = std::exchange(out.leavesColumns, true);
         if (form.smallColumnTest && s <= form.reductionEps)
             return;
         const double r = R(std::sqrt(s));
@@ -203,6 +206,7 @@ class Solver
         }
         if (h <= form.reductionEps)
             return;
+        out.leavesColumns = left;
         const double beta = R(2 / h);
         std::vector<double> u(static_cast<std::size_t>(n));
         for (int i = k; i < n; ++i)
@@ -300,8 +304,10 @@ class Solver
                     d(i + 1) = R(g + p);
                     g = R(c * r - b);
                 }
-                if (std::abs(r) <= eps && i >= 0)
+                if (std::abs(r) <= eps && i >= 0) {
+                    ++out.brokenSweeps;
                     continue;
+                }
                 d(l) = R(d(l) - p);
                 e(l) = g;
             }
@@ -374,8 +380,10 @@ class Solver
                     d(i) = R(g + p);
                     g = R(c * r - b);
                 }
-                if (std::abs(r) <= eps)
+                if (std::abs(r) <= eps) {
+                    ++out.brokenSweeps;
                     continue;
+                }
                 d(l) = R(d(l) - p);
                 e(l - 1) = g;
             }

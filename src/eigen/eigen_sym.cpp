@@ -15,6 +15,7 @@
 #include "eigen/tridiagonal.hpp"
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
+#include "frame/overlap.hpp"
 
 namespace zonm
 {
@@ -176,7 +177,7 @@ ZonStatus solveTwo(const SymmetricForm &form, const Place<const T> &src, const P
     if (isWithin(determinant, form.determinant))
         return zonStsSingular;
     const double limit = form.tolerance;
-    const Number<T> x = a - c, y = b + b, s = root(x * x + y * y), t = a + c;
+    const Number<T> x = a - c, y = b + b, s = squareRoot(x * x + y * y), t = a + c;
     const bool isNegative = t < -limit;
     if (t > limit || isNegative) {
         const Number<T> larger = isNegative ? 0.5 * (t - s) : 0.5 * (t + s);
@@ -193,12 +194,12 @@ ZonStatus solveTwo(const SymmetricForm &form, const Place<const T> &src, const P
         if (magnitude(y) >= magnitude(z)) {
             if (magnitude(y) > limit) {
                 const Number<T> q = -z / y;
-                cosine = 1 / root(q * q + 1);
+                cosine = 1 / squareRoot(q * q + 1);
                 sine = q * cosine;
             }
         } else if (magnitude(y) < magnitude(z)) {
             const Number<T> q = -y / z;
-            sine = 1 / root(q * q + 1);
+            sine = 1 / squareRoot(q * q + 1);
             cosine = q * sine;
         }
         if (isNegative == isNegativeToo) {
@@ -214,7 +215,9 @@ ZonStatus solveTwo(const SymmetricForm &form, const Place<const T> &src, const P
     return zonStsOk;
 }
 
-// One object up to the iteration, and from there to its outputs.
+inline constexpr int32_t largestPaired = 8;
+
+// The stages of one object.
 template <class T, Rotation rotation, class Storage> struct Staged {
     static constexpr bool withVectors = rotation != Rotation::ofValues;
 
@@ -265,7 +268,7 @@ template <class T, Rotation rotation>
     return Staged<T, rotation, CallersStorage<T>>::solve(form, storage, src);
 }
 
-// Nothing is written unless all goes well.
+// Two objects, whose sweeps hide behind one another. Nothing is written unless all goes well.
 template <class T, Rotation rotation, int N, bool isFixed>
 [[gnu::noinline]] bool solvePair(const SymmetricForm &form, const Place<const T> (&src)[2],
                                  const Place<T> (&dst)[2], StoredRun<T> values, int32_t n)
@@ -293,26 +296,38 @@ bool solvePair(const SymmetricForm &form, const Place<const T> (&src)[2], const 
     switch (n) {
     case 3: return solvePair<T, rotation, 3, true>(form, src, dst, values, n);
     case 4: return solvePair<T, rotation, 4, true>(form, src, dst, values, n);
-    default: return solvePair<T, rotation, 8, false>(form, src, dst, values, n);
+    default: return solvePair<T, rotation, largestPaired, false>(form, src, dst, values, n);
     }
 }
 
-template <class T, Rotation rotation, class A, class D>
-ZonStatus solveArray(const SymmetricForm &form, const A &src, const D &dst, StoredRun<T> values,
-                     void *buffer, int32_t n, int32_t count)
+// All objects, in pairs where neither can tell: where the outputs of the first lie apart from the
+// source of the second. `dst` is empty, or the vectors' objects.
+template <class T, Rotation rotation, class A, class... D>
+ZonStatus solveAll(const SymmetricForm &form, const A &src, void *buffer, T *dstValues, int32_t n,
+                   int32_t count, const D &...dst)
 {
+    const auto values = runsOf(dstValues, n);
+    const auto placeOfVectors = [&](ptrdiff_t k) {
+        if constexpr (sizeof...(D) == 1)
+            return (placeOf(dst(k)), ...);
+        else
+            return Place<T>{};
+    };
+    const Regions writes(values, dst...);
+    const Regions reads(src);
+    const bool inPairs = rotation != Rotation::divided && n >= 3 && n <= largestPaired;
     for (ptrdiff_t k = 0; k < count;) {
-        if constexpr (rotation != Rotation::divided)
-            if (k + 1 < count && n >= 3 && n <= 8) {
-                const Place<const T> sources[] = {src(k), src(k + 1)};
-                const Place<T> outputs[] = {dst(k), dst(k + 1)};
-                if (solvePair<T, rotation>(form, sources, outputs, values.from(k * n), n)) {
-                    k += 2;
-                    continue;
-                }
+        const StoredRun<T> valuesOfObject{values(k).base};
+        if (inPairs && k + 1 < count && !anyMeet(writes.ofObject(k), reads.ofObject(k + 1))) {
+            const Place<const T> sources[] = {placeOf(src(k)), placeOf(src(k + 1))};
+            const Place<T> outputs[] = {placeOfVectors(k), placeOfVectors(k + 1)};
+            if (solvePair<T, rotation>(form, sources, outputs, valuesOfObject, n)) {
+                k += 2;
+                continue;
             }
-        const ZonStatus status =
-            solveAny<T, rotation>(form, src(k), dst(k), values.from(k * n), buffer, n);
+        }
+        const ZonStatus status = solveAny<T, rotation>(form, placeOf(src(k)), placeOfVectors(k),
+                                                       valuesOfObject, buffer, n);
         if (status != zonStsOk)
             return status;
         ++k;
@@ -322,40 +337,34 @@ ZonStatus solveArray(const SymmetricForm &form, const A &src, const D &dst, Stor
 
 // Bindings --------------------------------------------------------------------------------------
 
-template <class A> constexpr bool isStrided = A::description == Description::strided;
-template <class A> constexpr bool isObjectTable = A::description == Description::objectTable;
-
 template <class A, class T>
 ZonStatus eigenValuesSym(const A &src, void *buffer, T *dstValues, int32_t size, int32_t count)
 {
     constexpr SymmetricForm row = A::many ? valuesOfMany<T> : valuesOfOne<T>;
     SymmetricForm form = row;
-    if constexpr (A::many && isStrided<A>)
-        if (src.isDense())
+    if constexpr (A::many && A::description == Description::strided)
+        if (isDense(src))
             form = valuesOfDenseArray<T>();
-    const StoredRun<T> values{bytes(dstValues)};
-    return solveArray<T, row.rotation>(
-        form, [&](ptrdiff_t k) { return placeOf(src, k, size); },
-        [](ptrdiff_t) { return Place<T>{}; }, values, buffer, size, count);
+    return solveAll<T, row.rotation>(form, objects<Layout::strided>(src, size, size), buffer,
+                                     dstValues, size, count);
 }
 
 template <class A, class D, class T>
-ZonStatus eigenValuesVectorsSym(const A &src, void *buffer, const D &dst, T *dstValues, int32_t size,
-                                int32_t count)
+ZonStatus eigenValuesVectorsSym(const A &src, void *buffer, const D &dst, T *dstValues,
+                                int32_t size, int32_t count)
 {
     constexpr SymmetricForm row = A::many ? vectorsOfMany<T> : vectorsOfOne<T>;
     SymmetricForm form = row;
     if constexpr (!isElementTable<A>) {
-        const bool isDense = src.isDense() && dst.isDense();
-        if (!A::many && !isDense)
+        const bool contiguous = isDense(src) && isDense(dst);
+        if (!A::many && !contiguous)
             form = vectorsOfStridedMatrix<T>();
-        if (isObjectTable<A> && isDense)
+        if (isObjectTable<A> && contiguous)
             form = vectorsOfDenseTable<T>();
     }
-    const StoredRun<T> values{bytes(dstValues)};
-    return solveArray<T, row.rotation>(
-        form, [&](ptrdiff_t k) { return placeOf(src, k, size); },
-        [&](ptrdiff_t k) { return placeOf(dst, k, size); }, values, buffer, size, count);
+    return solveAll<T, row.rotation>(form, objects<Layout::strided>(src, size, size), buffer,
+                                     dstValues, size, count,
+                                     objects<Layout::strided>(dst, size, size));
 }
 
 } // namespace

@@ -57,7 +57,7 @@ template <class T, bool WithVectors, class Storage> struct Reduction {
         const Number<T> square = sum;
         if (form.skipsSmallColumns && square <= form.reduction)
             return;
-        const Number<T> r = root(square);
+        const Number<T> r = squareRoot(square);
         for (int i = k + 1; i < n; ++i)
             u[i] = s.w(i, k - 1);
         const Number<T> a = s.w(k, k - 1);
@@ -228,7 +228,7 @@ template <class T, Rotation rotation, class Storage> class Iteration
     {
         const Number<T> first = s.d[l], next = s.d[l + 1], between = s.e[l];
         g = (next - first) / (2 * between);
-        r = root(g * g + 1);
+        r = squareRoot(g * g + 1);
         const double sign = g > shiftSign ? 1 : -1;
         const Number<T> w = g + sign * r;
         g = s.d[m] - first + between / w;
@@ -242,7 +242,7 @@ template <class T, Rotation rotation, class Storage> class Iteration
     void rotate()
     {
         const Number<T> subdiagonal = s.e[i], f = sine * subdiagonal, b = cosine * subdiagonal;
-        r = root(g * g + f * f);
+        r = squareRoot(g * g + f * f);
         if (i != m - 1)
             s.e[i + 1] = r;
         if (isWithin(r, form.tolerance)) {

@@ -7,7 +7,8 @@
 //   Stored    the same in memory at any address
 #pragma once
 
-#include "frame/operands.hpp"
+#include "frame/square_root.hpp"
+#include "frame/views.hpp"
 
 #include <cmath>
 #include <functional>
@@ -17,8 +18,9 @@ namespace zonm::eigen
 
 // Places ---------------------------------------------------------------------------------------
 
-// Element (i, j) at base + i*rowStep + j*columnStep, or where table entry i*rowStep + j*columnStep
-// points, plus an offset.
+// Any view, told apart at each access: kernels gather and scatter, and need no instance of their own
+// for a layout. Element (i, j) at base + i*rowStep + j*columnStep, or where that table entry points,
+// plus an offset.
 template <class T> struct Place {
     T *const *table;
     Bytes<T> base;
@@ -31,12 +33,13 @@ template <class T> struct Place {
     }
 };
 
-template <class O> Place<typename O::Value> placeOf(const O &operand, ptrdiff_t k, int32_t n)
+template <class T> Place<T> placeOf(const StridedMatrix<T> &m)
 {
-    if constexpr (isElementTable<O>)
-        return {operand.table, nullptr, operand.offset(k), n, 1};
-    else
-        return {nullptr, operand.objects()(k), 0, operand.rowStep(), operand.columnStep()};
+    return {nullptr, m.base, 0, m.rowStep, m.columnStep};
+}
+template <class T> Place<T> placeOf(const ScatteredMatrix<T> &m)
+{
+    return {m.table, nullptr, m.offset, m.rowPitch, m.columnPitch};
 }
 
 // Numbers --------------------------------------------------------------------------------------
@@ -111,8 +114,6 @@ template <class T> struct StoredRun {
     StoredRun from(ptrdiff_t i) const { return {base + i * ptrdiff_t(sizeof(T))}; }
 };
 
-// One rounding and no more: the square root of the processor is correctly rounded.
-inline double root(double x) { return std::sqrt(x); }
 inline double magnitude(double x) { return std::fabs(x); }
 
 } // namespace zonm::eigen
