@@ -27,6 +27,10 @@ BUILT = {
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "eigen_sym": Built("eigen", {"zonmEigenValuesSym": "eigenValuesSym",
                                  "zonmEigenValuesVectorsSym": "eigenValuesVectorsSym"}),
+    "eigen_values": Built("eigen", {"zonmEigenValues": "eigenValues"}),
+    "eigen_buf_size": Built("eigen", {
+        "zonmEigenValuesGetBufSize": "eigenValuesBufSize",
+        "zonmEigenValuesVectorsGetBufSize": "eigenVectorsBufSize"}),
     "lu_back_subst": Built("solvers", {"zonmLUBackSubst": "luBackSubstitute"}),
 }
 

@@ -114,6 +114,16 @@ template <class T> struct StoredRun {
     StoredRun from(ptrdiff_t i) const { return {base + i * ptrdiff_t(sizeof(T))}; }
 };
 
+template <class T> StoredRun<T> runAt(DenseVector<T> v) { return {v.base}; }
+
 inline double magnitude(double x) { return std::fabs(x); }
+
+// Row by row, without gaps.
+template <class T> void gatherRows(const Place<const T> &src, StoredRun<T> rows, int32_t n)
+{
+    for (int32_t i = 0; i < n; ++i)
+        for (int32_t j = 0; j < n; ++j)
+            rows[ptrdiff_t(i) * n + j] = load<T>(src.at(i, j));
+}
 
 } // namespace zonm::eigen

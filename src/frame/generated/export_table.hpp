@@ -65,6 +65,8 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmAdd_tt_32f_P) zonmAdd_tt_32f_P;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f) zonmAdd_tt_64f;
 [[gnu::noinline]] decltype(::zonmAdd_tt_64f_P) zonmAdd_tt_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_32f) zonmEigenValuesGetBufSize_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_64f) zonmEigenValuesGetBufSize_64f;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f) zonmEigenValuesSym_m_32f;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f_P) zonmEigenValuesSym_m_32f_P;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_m_64f) zonmEigenValuesSym_m_64f;
@@ -75,6 +77,8 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f) zonmEigenValuesSym_ma_64f;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_L) zonmEigenValuesSym_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_P) zonmEigenValuesSym_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsGetBufSize_32f) zonmEigenValuesVectorsGetBufSize_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsGetBufSize_64f) zonmEigenValuesVectorsGetBufSize_64f;
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f) zonmEigenValuesVectorsSym_m_32f;
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f_P) zonmEigenValuesVectorsSym_m_32f_P;
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_64f) zonmEigenValuesVectorsSym_m_64f;
@@ -85,6 +89,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f) zonmEigenValuesVectorsSym_ma_64f;
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_L) zonmEigenValuesVectorsSym_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_P) zonmEigenValuesVectorsSym_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_32f) zonmEigenValues_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_32f_P) zonmEigenValues_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_64f) zonmEigenValues_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_64f_P) zonmEigenValues_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f) zonmEigenValues_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f_L) zonmEigenValues_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f_P) zonmEigenValues_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f) zonmEigenValues_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f_L) zonmEigenValues_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f_P) zonmEigenValues_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
@@ -1398,8 +1412,8 @@ inline constexpr ExportTable exportTable = {
     .zonmDotProduct_vv_32f_P = nullptr,
     .zonmDotProduct_vv_64f = nullptr,
     .zonmDotProduct_vv_64f_P = nullptr,
-    .zonmEigenValuesGetBufSize_32f = nullptr,
-    .zonmEigenValuesGetBufSize_64f = nullptr,
+    .zonmEigenValuesGetBufSize_32f = entry::zonmEigenValuesGetBufSize_32f,
+    .zonmEigenValuesGetBufSize_64f = entry::zonmEigenValuesGetBufSize_64f,
     .zonmEigenValuesSym_m_32f = entry::zonmEigenValuesSym_m_32f,
     .zonmEigenValuesSym_m_32f_P = entry::zonmEigenValuesSym_m_32f_P,
     .zonmEigenValuesSym_m_64f = entry::zonmEigenValuesSym_m_64f,
@@ -1410,8 +1424,8 @@ inline constexpr ExportTable exportTable = {
     .zonmEigenValuesSym_ma_64f = entry::zonmEigenValuesSym_ma_64f,
     .zonmEigenValuesSym_ma_64f_L = entry::zonmEigenValuesSym_ma_64f_L,
     .zonmEigenValuesSym_ma_64f_P = entry::zonmEigenValuesSym_ma_64f_P,
-    .zonmEigenValuesVectorsGetBufSize_32f = nullptr,
-    .zonmEigenValuesVectorsGetBufSize_64f = nullptr,
+    .zonmEigenValuesVectorsGetBufSize_32f = entry::zonmEigenValuesVectorsGetBufSize_32f,
+    .zonmEigenValuesVectorsGetBufSize_64f = entry::zonmEigenValuesVectorsGetBufSize_64f,
     .zonmEigenValuesVectorsLeft_m_32f = nullptr,
     .zonmEigenValuesVectorsLeft_m_32f_P = nullptr,
     .zonmEigenValuesVectorsLeft_m_64f = nullptr,
@@ -1452,16 +1466,16 @@ inline constexpr ExportTable exportTable = {
     .zonmEigenValuesVectors_ma_64f = nullptr,
     .zonmEigenValuesVectors_ma_64f_L = nullptr,
     .zonmEigenValuesVectors_ma_64f_P = nullptr,
-    .zonmEigenValues_m_32f = nullptr,
-    .zonmEigenValues_m_32f_P = nullptr,
-    .zonmEigenValues_m_64f = nullptr,
-    .zonmEigenValues_m_64f_P = nullptr,
-    .zonmEigenValues_ma_32f = nullptr,
-    .zonmEigenValues_ma_32f_L = nullptr,
-    .zonmEigenValues_ma_32f_P = nullptr,
-    .zonmEigenValues_ma_64f = nullptr,
-    .zonmEigenValues_ma_64f_L = nullptr,
-    .zonmEigenValues_ma_64f_P = nullptr,
+    .zonmEigenValues_m_32f = entry::zonmEigenValues_m_32f,
+    .zonmEigenValues_m_32f_P = entry::zonmEigenValues_m_32f_P,
+    .zonmEigenValues_m_64f = entry::zonmEigenValues_m_64f,
+    .zonmEigenValues_m_64f_P = entry::zonmEigenValues_m_64f_P,
+    .zonmEigenValues_ma_32f = entry::zonmEigenValues_ma_32f,
+    .zonmEigenValues_ma_32f_L = entry::zonmEigenValues_ma_32f_L,
+    .zonmEigenValues_ma_32f_P = entry::zonmEigenValues_ma_32f_P,
+    .zonmEigenValues_ma_64f = entry::zonmEigenValues_ma_64f,
+    .zonmEigenValues_ma_64f_L = entry::zonmEigenValues_ma_64f_L,
+    .zonmEigenValues_ma_64f_P = entry::zonmEigenValues_ma_64f_P,
     .zonmExtract_m_32f = nullptr,
     .zonmExtract_m_32f_P = nullptr,
     .zonmExtract_m_64f = nullptr,
