@@ -28,6 +28,9 @@ BUILT = {
     "eigen_sym": Built("eigen", {"zonmEigenValuesSym": "eigenValuesSym",
                                  "zonmEigenValuesVectorsSym": "eigenValuesVectorsSym"}),
     "eigen_values": Built("eigen", {"zonmEigenValues": "eigenValues"}),
+    "eigen_vectors": Built("eigen", {"zonmEigenValuesVectors": "bothVectors",
+                                     "zonmEigenValuesVectorsRight": "rightVectors",
+                                     "zonmEigenValuesVectorsLeft": "leftVectors"}),
     "eigen_buf_size": Built("eigen", {
         "zonmEigenValuesGetBufSize": "eigenValuesBufSize",
         "zonmEigenValuesVectorsGetBufSize": "eigenVectorsBufSize"}),
