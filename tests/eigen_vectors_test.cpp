@@ -29,8 +29,7 @@ TEST(EigenVectors, ReachesEachCaseAndExit)
     for (const char *type : {"32f ", "64f "})
         for (const char *event :
              {"case 2", "case 3", "case 30", "case 4", "case 5", "no convergence",
-              "exceptional shift", "real block", "complex block", "vanished", "scaled",
-              "no rotation"})
+              "exceptional shift", "vanished", "scaled", "no rotation"})
             EXPECT_TRUE(seen.count(std::string(type) + event)) << type << event;
 }
 
@@ -83,7 +82,7 @@ TEST(EigenVectors, OfTheExamples)
     {
         const Solved right("zonmEigenValuesVectorsRight_m_64f", {1, 2, 2, 1}, 2);
         EXPECT_EQ(right.status, zonStsNoConvergence);
-        EXPECT_EQ((*right.problem.im)(0, 0), 2);
+        EXPECT_NEAR((*right.problem.im)(0, 0), 2, 1e-15);
         EXPECT_TRUE(right.problem.right->isUntouched(0, 0, 0));
         const Solved left("zonmEigenValuesVectorsLeft_m_64f", {1, 2, 2, 1}, 2);
         EXPECT_EQ(left.status, zonStsOk);
@@ -190,18 +189,25 @@ TEST(EigenVectors, OfBothSidesAreThoseOfEach)
                 const Solved right(("zonmEigenValuesVectorsRight_m_" + t).c_str(), a, n);
                 const Solved left(("zonmEigenValuesVectorsLeft_m_" + t).c_str(), a, n);
                 const double bound = (t == "32f" ? 0x1p-23 : 0x1p-52) * 2000;
-                for (int c = 0; c < n; ++c) {
-                    EXPECT_NEAR((*both.problem.re)(0, c), (*right.problem.re)(0, c), bound);
-                    EXPECT_NEAR((*both.problem.re)(0, c), (*left.problem.re)(0, c), bound);
-                    double alongRight = 0, alongLeft = 0;
-                    for (int i = 0; i < n; ++i) {
-                        alongRight +=
-                            (*both.problem.right)(0, i, c) * (*right.problem.right)(0, i, c);
-                        alongLeft += (*both.problem.left)(0, i, c) * (*left.problem.left)(0, i, c);
+                // Their orders may differ.
+                const auto compare = [&](const GeneralProblem &one, const Operand &vectors,
+                                         const Operand &ofBoth) {
+                    for (int c = 0; c < n; ++c) {
+                        const double value = (*both.problem.re)(0, c);
+                        int same = 0;
+                        for (int i = 1; i < n; ++i)
+                            if (std::fabs((*one.re)(0, i) - value) <
+                                std::fabs((*one.re)(0, same) - value))
+                                same = i;
+                        EXPECT_NEAR((*one.re)(0, same), value, bound);
+                        double along = 0;
+                        for (int i = 0; i < n; ++i)
+                            along += ofBoth(0, i, c) * vectors(0, i, same);
+                        EXPECT_NEAR(std::fabs(along), 1, bound) << one.call;
                     }
-                    EXPECT_NEAR(std::fabs(alongRight), 1, bound);
-                    EXPECT_NEAR(std::fabs(alongLeft), 1, bound);
-                }
+                };
+                compare(right.problem, *right.problem.right, *both.problem.right);
+                compare(left.problem, *left.problem.left, *both.problem.left);
             }
 }
 
@@ -218,35 +224,36 @@ TEST(EigenVectors, CarryTheRotationFromObjectToObject)
                 return ((k == 0) == pairFirst ? pair : blank)[std::size_t(i * 2 + j)];
             });
             const ZonStatus status = p.check();
-            if (p.kind == Kind::right)
+            if (p.kind == Kind::right) {
                 EXPECT_EQ(status, pairFirst ? zonStsOk : zonStsNoConvergence);
+            }
         }
     }
 }
 
-// Real systems of order 2 without a solution end the call with success.
-TEST(EigenVectors, ALostBlockLeavesTheVectors)
+// A complex system of order 2 with all elements below its limit ends the call. Two pairs whose
+// magnitudes add up to infinity make that limit infinite. (No matrix is known that has the real
+// exit: what deflation leaves of a block is above the limit.)
+TEST(EigenVectors, ALostBlockEndsTheCall)
 {
-    int lost = 0;
     for (const Export *e : builtExports("eigen_vectors"))
-        for (int n = 3; n <= 6; ++n)
-            for (int count = 1; count <= 3; ++count)
-                for (int object = 0; object < count; ++object) {
-                    if (!isArray(*e) && count > 1)
-                        continue;
-                    // A block of order 2 whose elements are tiny beside the value behind it.
-                    GeneralProblem p(*e, 5, n, count, [&](int k, int i, int j) {
-                        if (k != object)
-                            return i == j ? 1. + i : 0;
-                        const double tiny = elementOf(*e) == Element::f32 ? 0x1p-100 : 0x1p-900;
-                        return i == j ? 0
-                               : i < 2 && j < 2 ? (i < j ? -tiny : tiny)
-                                                : 0;
-                    });
-                    p.check();
-                    lost += p.results.back().lostBlock;
-                }
-    EXPECT_GT(lost, 0);
+        for (int object = 0; object < 3; ++object) {
+            if (elementOf(*e) == Element::f32 || (object > 0 && !isArray(*e)))
+                continue;
+            GeneralProblem p(*e, std::uint64_t(object + 1), 4, 3, [&](int k, int i, int j) {
+                if (k != object)
+                    return i == j ? 1. + i : 0.;
+                return i == j ? 0.2e308 : i / 2 != j / 2 ? 0 : i < j ? -1.7e308 : 1.7e308;
+            });
+            EXPECT_EQ(p.check(), zonStsBlockSingular) << p.call;
+            EXPECT_TRUE(p.results.back().lostBlock);
+            const Operand &vectors = p.right ? *p.right : *p.left;
+            EXPECT_TRUE(vectors.isUntouched(object, 0, 0));
+            EXPECT_EQ((*p.re)(0, object * 4), 0.2e308);
+            if (object < p.call.count() - 1) {
+                EXPECT_TRUE(p.re->isUntouched(0, (object + 1) * 4));
+            }
+        }
 }
 
 } // namespace
