@@ -4,11 +4,13 @@ set(ZONM_ARCH "" CACHE STRING
 
 # The same bits everywhere: no contraction, no value-changing mode, and never the x87. These options
 # stand behind the user's and undo what is undone; no trap and no errno changes no result.
-set(ZONM_ARITHMETIC -fno-fast-math
-  -fno-unsafe-math-optimizations -fno-associative-math -fno-reciprocal-math
-  -fno-finite-math-only -fsigned-zeros -ffp-contract=off
-  $<$<CXX_COMPILER_ID:GNU>:-fno-single-precision-constant>
-  -fno-math-errno -fno-trapping-math)
+set(ZONM_ARITHMETIC -fno-fast-math -fno-associative-math -fno-reciprocal-math
+  -fno-finite-math-only -fsigned-zeros -ffp-contract=off)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # In Clang the first of them is part of -fno-fast-math, and by itself would bring traps back.
+  list(APPEND ZONM_ARITHMETIC -fno-unsafe-math-optimizations -fno-single-precision-constant)
+endif()
+list(APPEND ZONM_ARITHMETIC -fno-math-errno -fno-trapping-math)
 # Where these are in force at link time, GCC and Clang add a start-up file that flushes denormals in
 # the whole process. For a build type that says -Ofast there is no such undoing.
 set(ZONM_LINKING -fno-fast-math -fno-unsafe-math-optimizations)

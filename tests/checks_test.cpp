@@ -9,6 +9,7 @@
 
 #include "support/call.hpp"
 #include "support/grammar.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -103,8 +104,9 @@ std::vector<const Export *> exportsWithChecks()
     return list;
 }
 
-// Operands on which every family succeeds: well conditioned matrices, indices in range.
-void laySound(Call &call, const Export &e, int size)
+// Operands on which every family succeeds: matrices that are symmetric, positive definite, well
+// conditioned and of distinct eigenvalues; indices in range.
+template <class AnyCall> void laySound(AnyCall &call, const Export &e, int size)
 {
     for (const ArgumentInfo &a : e.arguments) {
         const bool head = a.role == "pointer" || a.role == "table";
@@ -114,7 +116,7 @@ void laySound(Call &call, const Export &e, int size)
             if (o->output)
                 call.output(a.name, shape);
             else
-                call.source(a.name, shape, [](int, int i, int j) { return i == j ? 4 : 1; });
+                call.source(a.name, shape, [](int, int i, int j) { return i == j ? 4 + i : 1; });
         } else if (head && a.type.starts_with("const")) {
             call.plainSource(a.name, size * size * call.count(), [](int, int, int) { return 0; });
         } else if (head) {
@@ -141,6 +143,32 @@ TEST(Checks, SoundCallsSucceed)
                     laySound(call, *e, size);
                     EXPECT_EQ(call.run(), zonStsOk) << call;
                 }
+}
+
+// Rows that end, or begin, at pages without access, and strides of a GiB: what is read or written
+// besides the elements ends the process.
+TEST(Checks, SoundCallsStayWithTheirElements)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsWithChecks())
+        for (const Spread spread : {Spread::fenced, Spread::vast})
+            for (int size = 1; size <= 8; ++size) {
+                Call call(*e, seed++, e->argument("count") ? 5 : 1, spread);
+                laySound(call, *e, size);
+                EXPECT_EQ(call.run(), zonStsOk) << call;
+            }
+}
+
+// Two calls at once give what each of them gives alone.
+TEST(Checks, SoundCallsOnAlternatingElementsDoNotDisturbEachOther)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsWithChecks())
+        for (const int size : {2, 3, 4, 6, 7}) {
+            OneMemory call(*e, seed++, 5);
+            laySound(call, *e, size);
+            call.checkThreads([&] { return call.run(); });
+        }
 }
 
 TEST(Checks, EachFaultHasItsStatus)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Builds tests/consumer against an installed copy, as a subdirectory and through pkg-config.
-# In: ZONM_SOURCE, ZONM_BUILD (a built tree), WORK (scratch), CC, CXX, FLAGS, GENERATOR
+# In: SUBDIRECTORY (whether), ZONM_SOURCE, ZONM_BUILD (a built tree), WORK (scratch), CC, CXX, FLAGS, GENERATOR
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result EQUAL 0)
@@ -21,10 +21,12 @@ run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${ZONM_SOURCE}/tests/consumer -B ${WORK}
 run(${CMAKE_COMMAND} --build ${WORK}/find_package)
 run(${CMAKE_CTEST_COMMAND} --test-dir ${WORK}/find_package)
 
-run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${ZONM_SOURCE}/tests/consumer -B ${WORK}/subdirectory
-  ${compilers} -DZONM_SOURCE_TREE=${ZONM_SOURCE} -DCMAKE_BUILD_TYPE=Debug)
-run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
-run(${CMAKE_CTEST_COMMAND} --test-dir ${WORK}/subdirectory)
+if(SUBDIRECTORY)
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${ZONM_SOURCE}/tests/consumer -B ${WORK}/subdirectory
+    ${compilers} -DZONM_SOURCE_TREE=${ZONM_SOURCE} -DCMAKE_BUILD_TYPE=Debug)
+  run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
+  run(${CMAKE_CTEST_COMMAND} --test-dir ${WORK}/subdirectory)
+endif()
 
 file(GLOB_RECURSE pc ${WORK}/moved/*/zonm.pc)
 get_filename_component(pc_dir ${pc} DIRECTORY)

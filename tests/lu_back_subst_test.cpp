@@ -7,6 +7,7 @@
 
 #include "lu_reference.hpp"
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -300,95 +301,106 @@ TEST(LUBackSubst, OfManyLargeSystemsIsThatOfEach)
     }
 }
 
-// Operands in one memory. Offsets and strides in elements; the pivots lie behind all.
-struct Arrangement {
-    const char *what;
-    int b, dst, bStride0, dstStride0, stride2;
-};
-
-TEST(LUBackSubst, OfOverlappingObjectsGoesOneByOne)
+TEST(LUBackSubst, ReadsAndWritesNoRowTooFar)
 {
-    int met = 0;
-    for (const Export *e : builtExports("lu_back_subst")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        const int size = sizeOf(element);
-        const bool shared = isShared(*e);
-        for (const int n : {2, 3, 4, 5, 6, 7, 8})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int object = n * n, vectors = 9 * object;
-                // The sums of other sizes read dst while src2 is still being read.
-                const Arrangement arrangements[] = {
-                    {"in place", vectors, vectors, n, n, 1},
-                    {"dst a vector ahead", vectors, vectors + n, n, n, 1},
-                    {"dst an element ahead", vectors, vectors + 1, n, n, 1},
-                    {"dst a vector behind", vectors + n, vectors, n, n, 1},
-                    {"dst in steps of their own", vectors, vectors + 2, n, n + 3, 1},
-                    {"side by side, in place", vectors, vectors, 1, 1, count},
-                    {"side by side, one ahead", vectors, vectors + 1, 1, 1, count},
-                    {"all dst in one place", vectors, vectors + 9 * n, n, 1, 1},
-                    {"dst in the next matrices", vectors, shared ? vectors : object, n, object, 1},
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_back_subst"))
+        for (const int n : sizes)
+            for (const int count : {1, 5, 9})
+                Substitution(*e, seed++, n, count, Values::uniform, Values::uniform, Spread::fenced)
+                    .check();
+}
+
+TEST(LUBackSubst, ReachesAllOfTheAddressSpace)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_back_subst"))
+        for (const int n : sizes)
+            for (const int count : {1, 4, 9})
+                for (int round = 0; round < 3; ++round)
+                    Substitution(*e, seed++, n, count, Values::uniform, Values::uniform,
+                                 Spread::vast)
+                        .check();
+}
+
+// All objects in their order. At sizes 3 to 6 a shared matrix is read once.
+void substituteAll(const OneMemory &call, const Operand &a, const Operand &pivots, const Operand &b,
+                   const Operand &dst, int n, bool shared)
+{
+    const bool held = shared && lu::isStraight(n);
+    std::vector<double> copy;
+    for (int i = 0; i < n * n && held; ++i)
+        copy.push_back(a(0, i / n, i % n));
+    const lu::MatrixIn heldMatrix{[&](int i, int j) { return copy[std::size_t(i * n + j)]; },
+                                  nullptr};
+    for (int k = 0; k < call.count(); ++k)
+        lu::substitute(dst.element, held ? heldMatrix : lu::matrixOf(a, k),
+                       lu::pivotsOf(pivots, shared ? 0 : n * k), lu::vectorOf(b, k),
+                       lu::vectorOf(dst, k), n, shared);
+}
+
+TEST(LUBackSubst, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_back_subst"))
+        for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const Operand &a = call.source("src1", {n, n}, Values::uniform);
+                const Operand &pivots =
+                    call.plainSource("pivots", n * (isShared(*e) ? 1 : call.count()),
+                                     [&](int, int i, int) { return n - 1 - i % n; });
+                const Operand &b = call.source("src2", {n}, Values::uniform);
+                const Operand &dst = call.output("dst", {n});
+                call.set("size", n);
+                const auto reference = [&] {
+                    substituteAll(call, a, pivots, b, dst, n, isShared(*e));
+                    return zonStsOk;
                 };
-                for (const Arrangement &a : arrangements) {
-                    Random random(std::uint64_t(n * 100 + count));
-                    lu::SharedMemory wanted{element, {}};
-                    const int elements = vectors + 40 * object;
-                    const int pivots = elements * size;
-                    wanted.bytes.resize(std::size_t(pivots + 4 * n * count));
-                    for (int i = 0; i < elements; ++i)
-                        store(element, wanted.at(i * size), draw(Values::uniform, element, random));
-                    for (int i = 0; i < n * count; ++i)
-                        store(Element::i32, wanted.at(pivots + 4 * i), n - 1 - i % n);
-                    lu::SharedMemory got = wanted;
-
-                    for (int k = 0; k < count; ++k)
-                        lu::substitute(
-                            element,
-                            wanted.matrix((shared ? 0 : k) * object * size, n * size, size),
-                            wanted.pivots(pivots + (shared ? 0 : 4 * n * k)),
-                            wanted.vector((a.b + k * a.bStride0) * size, a.stride2 * size),
-                            wanted.vector((a.dst + k * a.dstStride0) * size, a.stride2 * size), n,
-                            shared);
-
-                    std::map<std::string, std::vector<std::byte *>> tables;
-                    std::vector<Argument> arguments;
-                    for (const ArgumentInfo &argument : e->arguments) {
-                        const bool isMatrix = argument.operand == "src1";
-                        const bool isDst = argument.operand == "dst";
-                        const int base = isMatrix ? 0 : isDst ? a.dst : a.b;
-                        const int stride0 = isMatrix ? object : isDst ? a.dstStride0 : a.bStride0;
-                        const int stride2 = isMatrix ? 1 : a.stride2;
-                        auto &table = tables[argument.operand];
-                        if (argument.name == "pivots") {
-                            arguments.push_back(got.at(pivots));
-                        } else if (argument.role == "pointer") {
-                            arguments.push_back(got.at(base * size));
-                        } else if (argument.role == "table") {
-                            if (e->description == "L")
-                                for (int k = 0; k < count; ++k)
-                                    table.push_back(got.at((base + k * stride0) * size));
-                            else
-                                for (int i = 0; i < (isMatrix ? object : n); ++i)
-                                    table.push_back(got.at((base + i * stride2) * size));
-                            arguments.push_back(table.data());
-                        } else {
-                            arguments.push_back(argument.role == "shift"     ? 0
-                                                : argument.role == "stride0" ? stride0 * size
-                                                : argument.role == "stride1" ? n * size
-                                                : argument.role == "stride2" ? stride2 * size
-                                                : argument.name == "size"    ? n
-                                                                             : count);
-                        }
-                    }
-                    EXPECT_EQ(invoke(e->name, arguments), zonStsOk);
-                    EXPECT_TRUE(got.bytes == wanted.bytes)
-                        << e->name << ' ' << n << ' ' << count << ": " << a.what;
-                    ++met;
-                }
+                call.check(Meeting::any, reference);
+                call.checkThreads(reference);
             }
+}
+
+// The solution of object 0 is the pivots of object 1: the bits of a number are row numbers.
+TEST(LUBackSubst, OfPivotsThatAnEarlierObjectWrites)
+{
+    for (const Export *e : builtExports("lu_back_subst")) {
+        if (e->group != "mava")
+            continue;
+        for (const int n : {2, 3}) {
+            constexpr int count = 5;
+            OneMemory call(*e, 1, count);
+            const Element element = elementOf(*e);
+            const int size = sizeOf(element);
+            // Row numbers other than those that stand there, for objects 1 and 2.
+            const std::vector<std::int32_t> rows =
+                n == 2 ? std::vector<std::int32_t>{1, 0, 1, 0}
+                       : std::vector<std::int32_t>{2, 0, 1, 1, 2, 0};
+            const Operand &a = call.source("src1", {n, n}, [&](int k, int i, int j) {
+                return k == 0 ? i == j : call.random().unit() + 1;
+            });
+            const Operand &pivots =
+                call.plainSource("pivots", n * count, [&](int, int i, int) { return i % n; });
+            const Operand &b = call.source("src2", {n}, [&](int k, int i, int) {
+                return k == 0 ? load(element,
+                                     reinterpret_cast<const std::byte *>(rows.data()) + i * size)
+                              : call.random().unit();
+            });
+            const Operand &dst = call.output("dst", {n});
+            call.set("size", n);
+            const std::vector<Place> places = {{0, 80, n * size, size},
+                                               {1024, 0, 0, 4},
+                                               {512, 48, 0, size},
+                                               {1024 + 4 * n, 256, 0, size}};
+            EXPECT_TRUE(call.checkAt(places, "pivots of object 1 on dst of object 0", [&] {
+                substituteAll(call, a, pivots, b, dst, n, false);
+                return zonStsOk;
+            })) << e->name;
+        }
     }
-    EXPECT_GT(met, 0);
 }
 
 } // namespace

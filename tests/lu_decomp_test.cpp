@@ -7,6 +7,7 @@
 
 #include "lu_reference.hpp"
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -352,99 +353,50 @@ TEST(LUDecomp, GivesTheMatrixBack)
             }
 }
 
-// Operands in one memory. Offsets and strides in elements.
-struct Arrangement {
-    const char *what;
-    int src, dst, srcStride0, dstStride0, stride1, stride2;
-};
-
-// Objects whose results meet the sources of others behave as one object after the other, and rows
-// that overlap as the reference's reads and writes do.
-TEST(LUDecomp, OfOverlappingObjectsGoesOneByOne)
+TEST(LUDecomp, ReadsAndWritesNoRowTooFar)
 {
-    int met = 0;
-    for (const Export *e : builtExports("lu_decomp")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        const int size = sizeOf(element);
-        for (const int n : {2, 3, 4, 5, 6, 7, 8})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int object = n * n;
-                const Arrangement arrangements[] = {
-                    {"in place", 0, 0, object, object, n, 1},
-                    {"dst one object ahead", 0, object, object, object, n, 1},
-                    {"dst three objects ahead", 0, 3 * object, object, object, n, 1},
-                    {"dst one object behind", object, 0, object, object, n, 1},
-                    {"dst a row ahead", 0, n, object, object, n, 1},
-                    {"dst half an object ahead", 0, object / 2, object + 1, object + 1, n, 1},
-                    {"dst in steps of their own", 0, 2, object, object + 2, n, 1},
-                    {"side by side, in place", 0, 0, 1, 1, n * count, count},
-                    {"side by side, one ahead", 0, 1, 1, 1, n * count, count},
-                    {"all dst in one place", 0, 12 * object, object, 1, n, 1},
-                    {"rows overlap", 0, 12 * object, object, object, n - 1, 1},
-                    {"rows overlap, in place", 0, 0, object, object, n - 1, 1},
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_decomp"))
+        for (const int n : sizes)
+            for (const int count : {1, 5, 9})
+                Decomposition(*e, seed++, n, count, Values::uniform, Spread::fenced).check();
+}
+
+TEST(LUDecomp, ReachesAllOfTheAddressSpace)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_decomp"))
+        for (const int n : sizes)
+            for (const int count : {1, 4, 9})
+                for (int round = 0; round < 3; ++round)
+                    Decomposition(*e, seed++, n, count, Values::uniform, Spread::vast).check();
+}
+
+// Objects whose results or pivots meet the sources of others behave as one object after the other,
+// and rows that overlap as the reference's reads and writes do.
+TEST(LUDecomp, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("lu_decomp"))
+        for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const Operand &src = call.source("src", {n, n}, Values::uniform);
+                const Operand &pivots = call.plainOutput("pivots", n * call.count());
+                const Operand &dst = call.output("dst", {n, n});
+                call.set("size", n);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k)
+                        if (!lu::decompose(dst.element, lu::matrixOf(src, k),
+                                           lu::pivotsOf(pivots, n * k), lu::matrixOf(dst, k), n))
+                            return zonStsSingular;
+                    return zonStsOk;
                 };
-                for (const Arrangement &a : arrangements) {
-                    Random random(std::uint64_t(n * 100 + count));
-                    lu::SharedMemory wanted{element, {}};
-                    const int elements = 13 * object + count * (object + 4) + n * n * count;
-                    const int pivots = elements * size;
-                    wanted.bytes.resize(std::size_t(pivots + 4 * n * count));
-                    for (int i = 0; i < elements; ++i)
-                        store(element, wanted.at(i * size), draw(Values::uniform, element, random));
-                    lu::SharedMemory got = wanted;
-
-                    ZonStatus status = zonStsOk;
-                    for (int k = 0; k < count && status == zonStsOk; ++k)
-                        if (!lu::decompose(element,
-                                           wanted.matrix((a.src + k * a.srcStride0) * size,
-                                                         a.stride1 * size, a.stride2 * size),
-                                           wanted.pivots(pivots + 4 * n * k),
-                                           wanted.matrix((a.dst + k * a.dstStride0) * size,
-                                                         a.stride1 * size, a.stride2 * size),
-                                           n))
-                            status = zonStsSingular;
-
-                    std::vector<std::byte *> tables[2];
-                    std::vector<Argument> arguments;
-                    for (const ArgumentInfo &argument : e->arguments) {
-                        const bool isDst = argument.operand == "dst";
-                        const int base = isDst ? a.dst : a.src;
-                        const int stride0 = isDst ? a.dstStride0 : a.srcStride0;
-                        auto &table = tables[isDst];
-                        if (argument.name == "pivots") {
-                            arguments.push_back(got.at(pivots));
-                        } else if (argument.role == "pointer") {
-                            arguments.push_back(got.at(base * size));
-                        } else if (argument.role == "table") {
-                            if (e->description == "L")
-                                for (int k = 0; k < count; ++k)
-                                    table.push_back(got.at((base + k * stride0) * size));
-                            else
-                                for (int i = 0; i < n; ++i)
-                                    for (int j = 0; j < n; ++j)
-                                        table.push_back(
-                                            got.at((base + i * a.stride1 + j * a.stride2) * size));
-                            arguments.push_back(table.data());
-                        } else {
-                            arguments.push_back(argument.role == "shift"     ? 0
-                                                : argument.role == "stride0" ? stride0 * size
-                                                : argument.role == "stride1" ? a.stride1 * size
-                                                : argument.role == "stride2" ? a.stride2 * size
-                                                : argument.name == "size"    ? n
-                                                                             : count);
-                        }
-                    }
-                    EXPECT_EQ(invoke(e->name, arguments), status)
-                        << e->name << ' ' << n << ' ' << count << ": " << a.what;
-                    EXPECT_TRUE(got.bytes == wanted.bytes)
-                        << e->name << ' ' << n << ' ' << count << ": " << a.what;
-                    ++met;
-                }
+                call.check(Meeting::any, reference);
+                call.checkThreads(reference);
             }
-    }
-    EXPECT_GT(met, 0);
 }
 
 } // namespace

@@ -7,7 +7,7 @@
 #include <functional>
 #include <vector>
 
-#include "support/values.hpp"
+#include "support/operand.hpp"
 
 namespace test::lu
 {
@@ -163,32 +163,20 @@ inline void substitute(Element e, const MatrixIn &a, const PivotsIn &p, const Ve
     }
 }
 
-// One memory for all operands of a call, in offsets; what the reference does to it, and what the
-// library does to a copy, must come out the same.
-struct SharedMemory {
-    Element element;
-    std::vector<std::byte> bytes;
-
-    MatrixIn matrix(std::ptrdiff_t base, std::ptrdiff_t stride1, std::ptrdiff_t stride2)
-    {
-        const auto at = [=, this](int i, int j) {
-            return &bytes[base + i * stride1 + j * stride2];
-        };
-        return {[=, this](int i, int j) { return load(element, at(i, j)); },
-                [=, this](int i, int j, double v) { store(element, at(i, j), v); }};
-    }
-    VectorIn vector(std::ptrdiff_t base, std::ptrdiff_t stride2)
-    {
-        const MatrixIn m = matrix(base, 0, stride2);
-        return {[=](int i) { return m.get(0, i); }, [=](int i, double v) { m.set(0, i, v); }};
-    }
-    PivotsIn pivots(std::ptrdiff_t base)
-    {
-        const auto at = [=, this](int i) { return &bytes[base + i * 4]; };
-        return {[=](int i) { return int(load(Element::i32, at(i))); },
-                [=](int i, int row) { store(Element::i32, at(i), row); }};
-    }
-    std::byte *at(std::ptrdiff_t offset) { return bytes.data() + offset; }
-};
+// Object k of an operand, and `pivots` from an entry on, as they lie in memory.
+inline MatrixIn matrixOf(const Operand &o, int k)
+{
+    return {[&o, k](int i, int j) { return o(k, i, j); },
+            [&o, k](int i, int j, double v) { o.set(k, i, j, v); }};
+}
+inline VectorIn vectorOf(const Operand &o, int k)
+{
+    return {[&o, k](int i) { return o(k, i); }, [&o, k](int i, double v) { o.set(k, i, 0, v); }};
+}
+inline PivotsIn pivotsOf(const Operand &o, int first)
+{
+    return {[&o, first](int i) { return int(o(0, first + i)); },
+            [&o, first](int i, int row) { o.set(0, first + i, 0, row); }};
+}
 
 } // namespace test::lu

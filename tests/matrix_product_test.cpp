@@ -134,6 +134,32 @@ TEST(MatrixProduct, OfManyObjects)
                 checkOnce(*e, seed++, {n, n, n}, 40, Values::uniform, spread);
 }
 
+TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("matrix_product"))
+        for (const ProductShape shape : {ProductShape{1, 1, 1},
+                                         {3, 3, 3},
+                                         {4, 4, 4},
+                                         {5, 5, 5},
+                                         {6, 6, 6},
+                                         {7, 7, 7},
+                                         {5, 9, 3},
+                                         {9, 6, 2}})
+            for (int round = 0; round < 3; ++round)
+                checkOnce(*e, seed++, shape, 3, Values::uniform, Spread::fenced);
+}
+
+TEST(MatrixProduct, ReachesAllOfTheAddressSpace)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("matrix_product"))
+        for (const ProductShape shape :
+             {ProductShape{2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {6, 6, 6}, {7, 7, 7}, {5, 3, 4}})
+            for (int round = 0; round < 4; ++round)
+                checkOnce(*e, seed++, shape, 4, Values::uniform, Spread::vast);
+}
+
 // The sign of a zero --------------------------------------------------------------------------
 
 // Where every product is -0.0, the chain that starts from 0.0 ends in +0.0.

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -33,7 +34,8 @@ TEST(Support, LayoutsAreLegalAndTheirElementsApart)
     std::uint64_t seed = 1;
     for (const Block &block : blocks)
         for (const Element type : {Element::f32, Element::f64})
-            for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
+            for (const Spread spread :
+                 {Spread::dense, Spread::denseRows, Spread::strided, Spread::fenced, Spread::vast})
                 for (int repeat = 0; repeat < 200; ++repeat, ++seed) {
                     Random random(seed);
                     const bool many =
@@ -50,7 +52,7 @@ TEST(Support, LayoutsAreLegalAndTheirElementsApart)
                     }
                     EXPECT_GE(l.shift, 0) << seed;
                     EXPECT_EQ(l.shift % size, 0) << seed;
-                    if (spread != Spread::strided && block.stride2) {
+                    if ((spread == Spread::dense || spread == Spread::denseRows) && block.stride2) {
                         EXPECT_EQ(l.stride2, size) << seed;
                     }
                     std::set<std::ptrdiff_t> bytes;
@@ -84,6 +86,66 @@ TEST(Support, NoticesAWrongResult)
     sum.expect();
     sum.dst.set(1, 0, 2, sum.dst(1, 0, 2) + 1);
     EXPECT_NONFATAL_FAILURE(sum.expect(), "dst[1](0, 2)");
+}
+
+// Every row ends, or begins, at a page that cannot be accessed.
+TEST(Support, FencedRowsAreBetweenForbiddenPages)
+{
+    for (const char *name : {"zonmAdd_mama_32f", "zonmAdd_mama_32f_L", "zonmAdd_mama_64f_P"})
+        for (std::uint64_t seed = 1; seed < 20; ++seed) {
+            Call call(exportNamed(name), seed, 2, Spread::fenced);
+            const Operand &a = call.source("src1", {2, 3}, Values::smallIntegers);
+            const std::ptrdiff_t page = Memory::pageBytes(), size = sizeOf(a.element);
+            const auto inPage = [&](const std::byte *p) {
+                return std::ptrdiff_t(reinterpret_cast<std::uintptr_t>(p)) & (page - 1);
+            };
+            for (int k = 0; k < 2; ++k)
+                for (int i = 0; i < 2; ++i)
+                    EXPECT_TRUE(inPage(a.at(k, i, 0)) == 0 || inPage(a.at(k, i, 2) + size) == 0)
+                        << call;
+        }
+}
+
+TEST(SupportDeathTest, ReadingBehindAFencedRowFaults)
+{
+    // The export is told of three columns where two have been laid out.
+    Call call(exportNamed("zonmAdd_mama_32f"), 1, 2, Spread::fenced);
+    call.source("src1", {2, 2}, Values::uniform);
+    call.source("src2", {2, 2}, Values::uniform);
+    call.output("dst", {2, 2});
+    call.set("width", 2048).set("height", 2);
+    EXPECT_DEATH(static_cast<void>(call.run()), "fault in zonmAdd_mama_32f");
+}
+
+// The literal loop of a sum, right and wrong, in one memory.
+struct SumInOneMemory {
+    OneMemory call{exportNamed("zonmAdd_mama_64f_L"), 3, 3};
+    const Operand &a = call.source("src1", {2, 2}, Values::uniform);
+    const Operand &b = call.source("src2", {2, 2}, Values::uniform);
+    const Operand &dst = call.output("dst", {2, 2});
+
+    SumInOneMemory() { call.set("width", 2).set("height", 2); }
+    // `first` and `step`: the order in which the objects are taken.
+    ZonStatus add(int first, int step) const
+    {
+        for (int k = first; k >= 0 && k < 3; k += step)
+            for (int i = 0; i < 2; ++i)
+                for (int j = 0; j < 2; ++j)
+                    dst.set(k, i, j, a(k, i, j) + b(k, i, j));
+        return zonStsOk;
+    }
+};
+
+TEST(Support, OneMemoryTellsTheOrderOfObjects)
+{
+    SumInOneMemory sum;
+    sum.call.check(Meeting::any, [&] { return sum.add(0, 1); });
+    sum.call.checkThreads([&] { return sum.add(0, 1); });
+    // Objects of 32 bytes: the second reads what the first has written.
+    const std::vector<Place> chain = {{0, 32, 16, 8}, {1024, 32, 16, 8}, {32, 32, 16, 8}};
+    EXPECT_TRUE(sum.call.checkAt(chain, "chain", [&] { return sum.add(0, 1); }));
+    EXPECT_NONFATAL_FAILURE(sum.call.checkAt(chain, "chain", [&] { return sum.add(2, -1); }),
+                            "chain");
 }
 
 // A NaN is expected and a NaN stands there, but not one that the export has written.

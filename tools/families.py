@@ -284,7 +284,12 @@ FAMILIES = {
     p applied, and pivots holds the exchanges of those.
     Bits: multipliers are products with 1/pivot; the last one at size 3 to 6 is a quotient.
     A NaN is no failure and spreads.
-    In place: dst may be src with the same layout.
+    In place: dst may be src with the same layout. Beyond that, matrices are taken one after the
+    other: where dst or pivots meet the src of a later matrix, that is read as it has become. A
+    matrix of size 3 to 6 is read whole before its own pivots and dst are written; at other sizes
+    its pivots are set first, then it is copied to dst row by row and reduced there. dst and pivots
+    do not meet.
+    All count matrices of src must be readable, also those behind one that fails.
     """, "Linear systems"),
 
     "lu_back_subst": Family("Solution by LU: zonmLUBackSubst", """
@@ -297,7 +302,10 @@ FAMILIES = {
     Bits: at size 3 to 6 everything stays in double until dst is written; mva multiplies there by
     the reciprocals of the diagonal, which it forms once. At other sizes each dst(i) is rounded when
     it is stored, and every form divides.
-    In place: dst may be src2 at size 3 to 6 only.
+    In place: dst may be src2 at size 3 to 6 only. Beyond that, systems are taken one after the
+    other: where dst meets src1, src2 or pivots of a later one, those are read as they have become;
+    the matrix and the pivots of mva at size 3 to 6 are read once, before the first. A system of size
+    3 to 6 is read whole before its dst is written.
     """),
 
     "cholesky_decomp": Family("Cholesky decomposition: zonmCholeskyDecomp", """

@@ -337,11 +337,12 @@ inline bool mayTile(const std::byte *dst, const std::byte *array, const std::byt
 }
 
 // Zero where rows and objects follow each other without a gap, in one test for all operands.
-template <class Operand> ptrdiff_t gaps(const Operand &o, Shape shape, int32_t count)
+// Without a sign, since the bytes of rows that overlap may be more than an address counts.
+template <class Operand> std::uintptr_t gaps(const Operand &o, Shape shape, int32_t count)
 {
-    constexpr auto element = ptrdiff_t(sizeof(typename Operand::Value));
-    const ptrdiff_t row = shape.width * element;
-    ptrdiff_t gaps = (o.stride2 - element) | (o.stride1 - row);
+    constexpr std::uintptr_t element = sizeof(typename Operand::Value);
+    const std::uintptr_t row = shape.width * element;
+    std::uintptr_t gaps = (o.stride2 - element) | (o.stride1 - row);
     if (Operand::many && count > 1)
         gaps |= steppedOrigins(o).step - row * shape.height;
     return gaps;
@@ -367,7 +368,7 @@ ZonStatus sumStrided(A src1, B src2, D dst, Shape shape, int32_t count)
     if constexpr (plain && D::description == Description::strided) {
         const auto d = bytes(dst.base);
         const auto a = bytes(src1.base), b = bytes(src2.base);
-        const ptrdiff_t elements = ptrdiff_t(shape.width) * shape.height;
+        const auto elements = ptrdiff_t(std::uintptr_t(shape.width) * shape.height); // if packed
         const bool packed =
             (gaps(src1, shape, count) | gaps(src2, shape, count) | gaps(dst, shape, count)) == 0;
         const bool ordered = keepsOrder(d, a, 0, 0) && keepsOrder(d, b, 0, 0);

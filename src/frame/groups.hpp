@@ -42,14 +42,14 @@ template <class Written, class Read>
 // group reads. `written` and `read` are tied objects. `together(group)` returns false, with nothing
 // stored, for a group that must be done again one by one; `single(k)` returns false to end the run.
 // Within a group objects must be written one after the other, since what they write may meet.
-template <class... W, class... R, class Together, class Single>
-ZONM_INLINED inline bool forEachGroup(int32_t count, std::tuple<W &...> written,
-                                      std::tuple<R &...> read, Together together, Single single)
+template <class Written, class Read, class Together, class Single>
+ZONM_INLINED inline bool forEachGroup(int32_t count, Written written, Read read, Together together,
+                                      Single single)
 {
     int32_t k = 0;
     if (count >= groupSize) {
-        const auto writes = std::make_from_tuple<Regions<std::remove_const_t<W>...>>(written);
-        const auto reads = std::make_from_tuple<Regions<std::remove_const_t<R>...>>(read);
+        const auto writes = regionsOf(count, written);
+        const auto reads = regionsOf(count, read);
         const bool apart = areIndependent(writes, reads, count);
         for (; k <= count - groupSize; k += groupSize) {
             const Group group{k};

@@ -97,17 +97,17 @@ template <class T> Extent spreadOf(const LocatedOrigins<T> &o, int32_t count)
 // The objects of one operand as regions of memory.
 template <class Objects> struct Region {
     const Objects &objects;
-    Extent reach;
+    Extent reach, whole;
 
-    explicit Region(const Objects &o) : objects(o), reach(reachOf(o.first, o.rows, o.columns)) {}
+    Region(const Objects &o, int32_t count)
+        : objects(o), reach(reachOf(o.first, o.rows, o.columns)), whole(spreadOf(o.origins, count))
+    {
+        whole.begin += reach.begin;
+        whole.size += reach.size;
+    }
     Extent ofObject(ptrdiff_t k) const
     {
         return {reach.begin + std::uintptr_t(objects.origins(k)), reach.size};
-    }
-    Extent ofAll(int32_t count) const
-    {
-        const Extent spread = spreadOf(objects.origins, count);
-        return {reach.begin + spread.begin, reach.size + spread.size};
     }
 };
 
@@ -115,12 +115,19 @@ template <class Objects> struct Region {
 template <class... Objects> struct Regions {
     std::tuple<Region<Objects>...> regions;
 
-    explicit Regions(const Objects &...o) : regions(Region<Objects>(o)...) {}
+    explicit Regions(int32_t count, const Objects &...o) : regions(Region<Objects>(o, count)...) {}
     auto ofObject(ptrdiff_t k) const
     {
         return std::apply([=](auto &...r) { return std::array{r.ofObject(k)...}; }, regions);
     }
 };
+
+template <class... Objects>
+inline auto regionsOf(int32_t count, const std::tuple<Objects &...> &tied)
+{
+    return std::apply(
+        [=](auto &...o) { return Regions<std::remove_const_t<Objects>...>(count, o...); }, tied);
+}
 
 // Whether it is certain that no two objects of an operand share a byte.
 template <class Objects> inline bool areApart(const Objects &o)
@@ -162,8 +169,7 @@ template <class... W, class... R>
 inline bool areIndependent(const Regions<W...> &written, const Regions<R...> &read, int32_t count)
 {
     const auto pair = [=](const auto &w, const auto &r) {
-        return !meet(w.ofAll(count), r.ofAll(count)) ||
-               areSameInterleaved(w.objects, r.objects, count);
+        return !meet(w.whole, r.whole) || areSameInterleaved(w.objects, r.objects, count);
     };
     const auto withAllRead = [&](const auto &w) {
         return std::apply([&](auto &...r) { return (... & pair(w, r)); }, read.regions);

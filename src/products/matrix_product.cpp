@@ -151,12 +151,10 @@ template <DensePaths P, Held H, bool Many, class A, class B, class D>
             return squareProducts<n, start, held>(stridedIf<held == Held::first>(a),
                                                   stridedIf<held == Held::second>(b), d, count);
         };
-        if constexpr (n != 0 && !Many)
-            return squareObject<n, Start::product>(a(0), b(0), d(0));
-        else if constexpr (n != 0 && P.squares)
+        if constexpr (n != 0 && Many && P.squares)
             return squares(StartConstant<Start::product>{});
         else {
-            if constexpr (n != 0)
+            if constexpr (n != 0 && Many)
                 if (elementsAreApart(d.first, d.rows, d.columns))
                     return squares(StartConstant<Start::zero>{});
             return steppedProducts<P.order>(a, b, d, count);
@@ -199,6 +197,15 @@ ZonStatus multiplyMatrices(const A &src1, Shape shape1, const B &src2, Shape sha
     const int size = squareSize<F>(shape1, shape2);
     return withLayout(
         [&](auto layout) {
+            if constexpr (layout == Layout::dense && !D::many)
+                if (size != 0)
+                    return withSize(size, [&](auto n) ZONM_INLINED -> ZonStatus {
+                        if constexpr (n != 0)
+                            return squareObject<n, Start::product>(onlyObject<layout>(src1, n, n),
+                                                                   onlyObject<layout>(src2, n, n),
+                                                                   onlyObject<layout>(dst, n, n));
+                        return zonStsOk;
+                    });
             if constexpr (layout == Layout::dense && !F::tables)
                 return multiplyDense<F::dense, F::held, D::many>(
                     steppedObjects<layout>(src1, rows, inner),

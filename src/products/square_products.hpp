@@ -122,7 +122,8 @@ ZONM_INLINED inline void squareProduct(const A &a, const B &b, const D &d)
     }
 }
 
-// One object, for sizes whose arithmetic outweighs a call, and for single matrices.
+// One object, its views in registers: for sizes whose arithmetic outweighs a call, and for single
+// matrices.
 template <int N, Start S, class A, class B, class D>
 [[gnu::noinline]] ZonStatus squareObject(A a, B b, D d)
 {
@@ -134,7 +135,7 @@ template <int N, Start S, class A, class B, class D>
 // that go through it once per object.
 template <class T, int N> struct CopiedTable {
     Bytes<T> element[N][N];
-    ScatteredOrigins<T> origins;
+    ptrdiff_t shift, step;
 
     struct View : MatrixAccess<View, T> {
         const CopiedTable &table;
@@ -146,13 +147,13 @@ template <class T, int N> struct CopiedTable {
 
     explicit ZONM_INLINED inline CopiedTable(
         const Objects<ScatteredMatrix<T>, ScatteredOrigins<T>> &o)
-        : origins(o.origins)
+        : shift(o.origins.shift), step(o.origins.step)
     {
         unrolled<0, N>([&](auto i) ZONM_INLINED {
             unrolled<0, N>([&](auto j) ZONM_INLINED { element[i][j] = o.first.at(i, j); });
         });
     }
-    View operator()(ptrdiff_t k) const { return View(*this, origins(k)); }
+    View operator()(ptrdiff_t k) const { return View(*this, shift + k * step); }
 };
 
 // Objects as an N×N kernel keeps them. A copy, since as far as the compiler knows a store into dst
@@ -185,10 +186,10 @@ template <int N, Start S, Held H, class A, class B, class D>
         for (ptrdiff_t k = 0; k < count; ++k)
             squareProduct<N, S>(a(k), held, d(k));
     } else {
-        // Of large kernels for object tables there is one for all forms.
-        constexpr bool tables = requires { dst.origins.isTable(); };
+        // Large kernels are there once for all dense rows.
+        constexpr bool dense = hasDenseRows<std::remove_cvref_t<decltype(d(0))>>;
         for (ptrdiff_t k = 0; k < count; ++k)
-            if constexpr (N > 4 && tables && hasDenseRows<decltype(d(k))>)
+            if constexpr (N > 4 && dense)
                 squareObject<N, S>(a(k), b(k), d(k));
             else
                 squareProduct<N, S>(a(k), b(k), d(k));

@@ -68,7 +68,6 @@ template <int N, class A, class B, class D>
     const auto together = [&](Group group) ZONM_INLINED {
         const auto a = viewsOf(src1, group);
         const auto b = viewsOf(src2, group);
-        const auto d = viewsOf(dst, group);
         const auto p = viewsOf(pivots, group);
         Lanes factors[interleaved][N][N], x[interleaved][N];
         unrolled<0, N>([&](auto i) ZONM_INLINED {
@@ -83,6 +82,7 @@ template <int N, class A, class B, class D>
         substitute(
             x, [&](auto r, auto i, auto j) ZONM_INLINED { return factors[r][i][j]; },
             [&](Lanes s, auto r, auto i) ZONM_INLINED { return s / factors[r][i][i]; });
+        const auto d = viewsOf(dst, group);
         unrolled<0, interleaved>([&](auto r) ZONM_INLINED { scatterVectors(x[r], d[r]); });
     };
     const auto one = [&](int32_t k) ZONM_INLINED {
@@ -131,7 +131,6 @@ template <int N, class B, class D>
     });
     const auto together = [&](Group group) ZONM_INLINED {
         const auto b = viewsOf(src2, group);
-        const auto d = viewsOf(dst, group);
         Lanes x[interleaved][N];
         unrolled<0, N>([&](auto i) ZONM_INLINED {
             unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
@@ -141,6 +140,7 @@ template <int N, class B, class D>
         substitute(
             x, [&](auto, auto i, auto j) ZONM_INLINED { return factors[i][j]; },
             [&](Lanes s, auto, auto i) ZONM_INLINED { return s * reciprocals[i]; });
+        const auto d = viewsOf(dst, group);
         unrolled<0, interleaved>([&](auto r) ZONM_INLINED { scatterVectors(x[r], d[r]); });
     };
     const auto one = [&](int32_t k) ZONM_INLINED {
@@ -227,10 +227,13 @@ template <class A, class B, class D>
 
 // Bindings -------------------------------------------------------------------------------------
 
+// Views are made here, from the arguments as they come in registers: handed on through memory they
+// would cost as much as a small solve.
 template <class A, class B, class D>
-[[gnu::noinline]] ZonStatus solveObject(A src1, Pivots pivots, B src2, D dst, int32_t size)
+ZONM_INLINED inline ZonStatus solveObject(const A &src1, Pivots pivots, const B &src2, const D &dst,
+                                          int32_t size)
 {
-    withSize(size, [&](auto n) {
+    withSize(size, [&](auto n) ZONM_INLINED {
         if constexpr (n != 0)
             solveOne<n>(src1, pivots, src2, dst);
         else
@@ -245,10 +248,16 @@ template <bool Shared, class A, class B, class D>
 {
     const auto pivotRuns = runsOf(pivots, size, Shared ? 0 : size);
     withSize(size, [&](auto n) {
+        // Dense rows pay where a large matrix is read for each vector.
+        const auto a = stridedObjects(src1);
+        const auto b = stridedObjects(src2);
+        const auto d = stridedObjects(dst);
         if constexpr (n == 0)
-            solveGeneral(src1, pivotRuns, src2, dst, size, count);
+            solveGeneral(a, pivotRuns, b, d, size, count);
         else if constexpr (Shared)
-            solveShared<n>(SharedFactors<n>(src1(0), pivotRuns(0)), src2, dst, count);
+            solveShared<n>(SharedFactors<n>(a(0), pivotRuns(0)), b, d, count);
+        else if constexpr (n <= 4)
+            solveOwn<n>(a, pivotRuns, b, d, count);
         else
             solveOwn<n>(src1, pivotRuns, src2, dst, count);
     });

@@ -128,11 +128,15 @@ template <class T, int N, class A, class D>
     for (int i = 0; i < N; ++i)
         pivots.set(i, i);
     for (int k = 0; k < N; ++k) {
-        RowSearch pivot(k, w[pivots(k)][k]);
-        for (int i = k + 1; i < N; ++i)
-            pivot.visit(i, w[pivots(i)][k]);
-        exchange(pivots, k, pivot.row);
-        if (pivot.best < Limits<T>::straight)
+        int m = k;
+        double best = std::fabs(double(w[pivots(k)][k]));
+        for (int i = k + 1; i < N; ++i) {
+            const double magnitude = std::fabs(double(w[pivots(i)][k]));
+            m = magnitude > best ? i : m;
+            best = magnitude > best ? magnitude : best;
+        }
+        exchange(pivots, k, m);
+        if (best < Limits<T>::straight)
             return zonStsSingular;
         const int32_t row = pivots(k);
         const T(&u)[N] = w[row];
@@ -240,9 +244,9 @@ ZonStatus factorInPlace(const A &src, Pivots pivots, const D &dst, int32_t n)
             dst.set(i, j, src(i, j));
     const auto eliminated = [&] {
         if constexpr (hasDenseRows<D>)
-            if (dst.rowStep >= n * ptrdiff_t(sizeof(T)))
-                return eliminateDense<T>(pivots, dst, n);
-        return eliminate<T>(pivots, dst, n);
+            return eliminateDense<T>(pivots, dst, n);
+        else
+            return eliminate<T>(pivots, dst, n);
     };
     if (eliminated() != zonStsOk)
         return zonStsSingular;
@@ -250,17 +254,28 @@ ZonStatus factorInPlace(const A &src, Pivots pivots, const D &dst, int32_t n)
     return last.best <= Limits<T>::general ? zonStsSingular : zonStsOk;
 }
 
+template <class T, class A, class D>
+[[gnu::noinline]] ZonStatus factorGeneral(const A &src, Pivots pivots, const D &dst, int32_t n)
+{
+    if constexpr (requires { dst.columnStep; })
+        if (dst.columnStep == sizeof(T) && dst.rowStep >= n * dst.columnStep)
+            return factorInPlace<T>(src, pivots, DenseMatrix<T>(dst.base, dst.rowStep), n);
+    return factorInPlace<T>(src, pivots, dst, n);
+}
+
 // Bindings -------------------------------------------------------------------------------------
 
+// Views are made here, from the arguments as they come in registers: handed on through memory they
+// would cost as much as a small decomposition.
 template <class A, class D>
-[[gnu::noinline]] ZonStatus factorObject(A src, Pivots pivots, D dst, int32_t size)
+ZONM_INLINED inline ZonStatus factorObject(const A &src, Pivots pivots, const D &dst, int32_t size)
 {
     using T = typename D::Element;
-    return withSize(size, [&](auto n) {
+    return withSize(size, [&](auto n) ZONM_INLINED {
         if constexpr (n != 0)
-            return factorOne<T, n>(stridedView(src), pivots, stridedView(dst));
+            return factorOne<T, n>(src, pivots, dst);
         else
-            return factorInPlace<T>(src, pivots, dst, size);
+            return factorGeneral<T>(src, pivots, dst, size);
     });
 }
 
@@ -271,11 +286,15 @@ template <class A, class D>
     using T = typename D::Element;
     const auto pivotRuns = runsOf(pivots, size);
     return withSize(size, [&](auto n) {
-        if constexpr (n != 0)
+        // Dense rows pay where the steps of strided ones no longer fit the registers.
+        if constexpr (n != 0 && (n <= 4 || sizeof(T) == sizeof(float)))
+            return factorStraight<T, n>(stridedObjects(src), pivotRuns, stridedObjects(dst), count);
+        else if constexpr (n != 0)
             return factorStraight<T, n>(src, pivotRuns, dst, count);
         else
             return decomposeEach(count, [&](int32_t k) {
-                return factorInPlace<T>(src(k), pivotRuns(k), dst(k), size);
+                return factorGeneral<T>(stridedView(src(k)), pivotRuns(k), stridedView(dst(k)),
+                                        size);
             });
     });
 }
@@ -283,16 +302,16 @@ template <class A, class D>
 template <class A, class D>
 ZonStatus luDecompose(const A &src, int32_t *pivots, const D &dst, int32_t size, int32_t count)
 {
-    return withLayout(
-        [&](auto layout) {
-            if constexpr (D::many)
+    if constexpr (!D::many)
+        return factorObject(onlyObject(src, size, size), Pivots(bytes(pivots)),
+                            onlyObject(dst, size, size), size);
+    else
+        return withLayout(
+            [&](auto layout) {
                 return factorObjects(objects<layout>(src, size, size), pivots,
                                      objects<layout>(dst, size, size), size, count);
-            else
-                return factorObject(onlyObject(src, size, size), Pivots(bytes(pivots)),
-                                    onlyObject<layout>(dst, size, size), size);
-        },
-        src, dst);
+            },
+            src, dst);
 }
 
 } // namespace

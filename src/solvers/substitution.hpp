@@ -38,14 +38,13 @@ inline bool isStreamed(ptrdiff_t bytesPerMatrix, int32_t matrices)
 
 // For kernels that read back what they have written to `dst`, so that it must be apart from all
 // that is read, and its objects from one another.
-template <class D, class... R, class Together, class One>
+template <class D, class Read, class Together, class One>
 ZONM_INLINED inline void substituteGroupsInDst(int32_t count, bool mayGroup, const D &dst,
-                                               std::tuple<R &...> read, Together together, One one)
+                                               Read read, Together together, One one)
 {
     int32_t k = 0;
     if (mayGroup && count >= groupSize && areApart(dst) &&
-        areIndependent(Regions(dst), std::make_from_tuple<Regions<std::remove_const_t<R>...>>(read),
-                       count))
+        areIndependent(Regions(count, dst), regionsOf(count, read), count))
         for (; k <= count - groupSize; k += groupSize)
             together(Group{k});
     for (; k < count; ++k)

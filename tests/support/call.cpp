@@ -30,19 +30,7 @@ bool isMarkedUnwritten(Element e, const std::byte *p)
                              : std::memcmp(p, &unwritten32, sizeof unwritten32) == 0;
 }
 
-Element elementOf(const ArgumentInfo &a)
-{
-    return a.type.find("double") != std::string::npos  ? Element::f64
-           : a.type.find("float") != std::string::npos ? Element::f32
-                                                       : Element::i32;
-}
-
 } // namespace
-
-bool Operand::isUntouched(int k, int i, int j) const
-{
-    return memory->isUntouched(at(k, i, j), std::size_t(sizeOf(element)));
-}
 
 Call::Call(const Export &e, std::uint64_t s, int count, Spread wanted)
     : callee(e), seed(s), objects(count), generator(s),
@@ -56,48 +44,27 @@ Call::Call(const Export &e, std::uint64_t s, int count, Spread wanted)
 
 Operand &Call::add(std::string_view name, Shape shape, int number, bool output, Spread how)
 {
-    Block block;
-    const ArgumentInfo *head = nullptr;
-    for (const ArgumentInfo &a : callee.arguments) {
-        if (a.operand != name)
-            continue;
-        if (a.role == "table" || a.role == "pointer")
-            head = &a;
-        block.table |= a.role == "table";
-        block.shift |= a.role == "shift";
-        block.stride0 |= a.role == "stride0";
-        block.stride1 |= a.role == "stride1";
-        block.stride2 |= a.role == "stride2";
+    const OperandForm form(callee, name);
+    Layout layout = layOut(form.block, form.element, number, shape, how, generator);
+    const auto extent = std::size_t(layout.extent), lead = std::size_t(layout.lead);
+    std::shared_ptr<Memory> memory;
+    std::byte *base;
+    if (how == Spread::fenced || how == Spread::vast) {
+        auto offsets = layout.elements;
+        for (std::ptrdiff_t &offset : offsets)
+            offset += layout.lead;
+        memory = std::make_shared<Memory>(lead + extent, offsets, sizeOf(form.element));
+        base = memory->begin() + lead;
+    } else {
+        const auto place =
+            generator.pick({Memory::Place::start, Memory::Place::end, Memory::Place::anywhere});
+        const std::size_t slack = 192;
+        memory = std::make_shared<Memory>(extent + (place == Memory::Place::anywhere ? slack : 0));
+        base = place == Memory::Place::start ? memory->begin()
+               : place == Memory::Place::end ? memory->end() - extent
+                                             : memory->begin() + generator.below(slack);
     }
-    if (!head)
-        throw std::invalid_argument(callee.name + " has no operand " + std::string(name));
-    if (const OperandInfo *o = callee.operand(name)) {
-        block.transposed = o->transposed;
-        block.constant = o->kind == "constant";
-    }
-    Operand o{
-        elementOf(*head), output,  layOut(block, elementOf(*head), number, shape, how, generator),
-        nullptr,          nullptr, nullptr};
-
-    const auto place =
-        generator.pick({Memory::Place::start, Memory::Place::end, Memory::Place::anywhere});
-    const auto extent = std::size_t(o.layout.extent);
-    const std::size_t slack = 192;
-    o.memory = std::make_shared<Memory>(extent + (place == Memory::Place::anywhere ? slack : 0));
-    o.base = place == Memory::Place::start ? o.memory->begin()
-             : place == Memory::Place::end ? o.memory->end() - extent
-                                           : o.memory->begin() + generator.below(slack);
-    if (block.table) {
-        const std::size_t bytes = o.layout.table.size() * sizeof(void *);
-        o.tableMemory = std::make_shared<Memory>(bytes);
-        std::byte *entry = o.tableMemory->end() - bytes;
-        for (const std::ptrdiff_t offset : o.layout.table) {
-            const auto address = reinterpret_cast<std::uintptr_t>(o.base) + std::uintptr_t(offset) -
-                                 std::uintptr_t(o.layout.shift);
-            std::memcpy(entry, &address, sizeof address);
-            entry += sizeof address;
-        }
-    }
+    Operand o = placed(form, output, std::move(layout), std::move(memory), base);
     return operands.insert_or_assign(std::string(name), std::move(o)).first->second;
 }
 
@@ -154,14 +121,14 @@ Operand &Call::outputInPlaceOf(std::string_view source, std::string_view name)
 
 Operand &Call::plainSource(std::string_view name, int elements, Generator value)
 {
-    Operand &o = add(name, {elements}, 1, false, Spread::dense);
+    Operand &o = add(name, {elements}, 1, false, plainSpread());
     fill(o, value);
     return o;
 }
 
 Operand &Call::plainOutput(std::string_view name, int elements)
 {
-    Operand &o = add(name, {elements}, 1, true, Spread::dense);
+    Operand &o = add(name, {elements}, 1, true, plainSpread());
     fill(o, nullptr);
     return o;
 }
@@ -195,21 +162,7 @@ Argument Call::valueOf(const ArgumentInfo &a) const
     const auto it = operands.find(a.operand);
     if (it == operands.end())
         throw std::invalid_argument(callee.name + ": argument not given: " + a.name);
-    const Operand &o = it->second;
-    const Layout &l = o.layout;
-    if (a.role == "pointer")
-        return o.base;
-    if (a.role == "table")
-        return o.tableMemory->end() - l.table.size() * sizeof(void *);
-    if (a.role == "shift")
-        return l.shift;
-    if (a.role == "stride0")
-        return l.stride0;
-    if (a.role == "stride1")
-        return l.stride1;
-    if (a.role == "stride2")
-        return l.stride2;
-    throw std::invalid_argument(callee.name + ": argument not given: " + a.name);
+    return argumentOf(it->second, a);
 }
 
 ZonStatus Call::run()
@@ -272,14 +225,14 @@ void Call::expectSurroundingsUntouched() const
 void Call::expectNothingTouched() const
 {
     for (const auto &[name, o] : operands)
-        if (!o.memory->isUntouched(o.memory->begin(),
-                                   std::size_t(o.memory->end() - o.memory->begin())))
+        if (!o.memory->isUntouched())
             ADD_FAILURE() << *this << ": memory of " << name << " has changed";
 }
 
 std::string Call::describe() const
 {
-    static const char *const spreads[] = {"dense", "dense rows", "strided", "any"};
+    static const char *const spreads[] = {"dense", "dense rows", "strided",
+                                          "any",   "fenced",     "vast"};
     std::string text = callee.name + " (seed " + std::to_string(seed) + ", " + spreads[int(spread)];
     for (const ArgumentInfo &a : callee.arguments) {
         const auto it = given.find(a.name);

@@ -11,55 +11,23 @@
 //
 // Every operand has memory of its own, often flush with a page without access; sources and tables
 // are read-only while the export runs; outputs begin as NaN. The seed fixes all that is random.
+// Operands that share memory: support/one_memory.hpp.
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <ostream>
 
-#include "support/invoke.hpp"
-#include "support/layout.hpp"
-#include "support/manifest.hpp"
-#include "support/memory.hpp"
+#include "support/operand.hpp"
 
 namespace test
 {
 
-// An operand as it lies in memory. A single operand beside arrays is the same for every object k.
-class Operand
-{
-  public:
-    Element element;
-    bool output;
-    Layout layout;
-    std::byte *base;
-
-    std::byte *at(int k, int i, int j = 0) const
-    {
-        return base + layout.at(layout.objects == 1 ? 0 : k, i, j);
-    }
-    double operator()(int k, int i, int j = 0) const { return load(element, at(k, i, j)); }
-    // The element as it was before the call.
-    double before(int k, int i, int j = 0) const
-    {
-        return load(element, memory->remembered(at(k, i, j)));
-    }
-    void set(int k, int i, int j, double value) const { store(element, at(k, i, j), value); }
-    // `value` as it would be after a store to this operand.
-    double round(double value) const { return rounded(element, value); }
-
-    // Whether the element still has the bytes that it had before the call.
-    bool isUntouched(int k, int i, int j = 0) const;
-
-    std::shared_ptr<Memory> memory, tableMemory;
-};
-
 class Call
 {
   public:
-    using Generator = std::function<double(int k, int i, int j)>;
+    using Generator = test::Generator;
 
     Call(const Export &, std::uint64_t seed, int count = 1, Spread = Spread::any);
 
@@ -99,6 +67,7 @@ class Call
   private:
     Operand &add(std::string_view name, Shape, int objects, bool output, Spread);
     Operand &addDescribed(std::string_view name, Shape, bool output);
+    Spread plainSpread() const { return spread == Spread::fenced ? spread : Spread::dense; }
     void fill(Operand &, const Generator &);
     const Operand &find(std::string_view name) const;
     Argument valueOf(const ArgumentInfo &) const;

@@ -2,12 +2,16 @@
 #include "support/digest.hpp"
 
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <limits>
 #include <map>
+
+#include "support/manifest.hpp"
 
 namespace test
 {
@@ -28,17 +32,36 @@ struct Digest {
     }
 };
 
+Digest &digest()
+{
+    static Digest instance;
+    return instance;
+}
+
+struct EveryExportHasADigest : testing::Environment {
+    void TearDown() override
+    {
+        const auto &run = *testing::UnitTest::GetInstance();
+        if (run.test_to_run_count() < run.total_test_count())
+            return;
+        const std::string program = program_invocation_short_name;
+        for (const Export *e : builtExports())
+            if (e->family + "_test" == program && !digest().sums.contains(e->name))
+                ADD_FAILURE() << "no test has a result of " << e->name;
+    }
+};
+
+[[maybe_unused]] const auto *const environment =
+    testing::AddGlobalTestEnvironment(new EveryExportHasADigest);
+
 } // namespace
 
 void addToDigest(const std::string &exportName, double value)
 {
-    static Digest digest;
-    if (!digest.file)
-        return;
     // The payload of a NaN is nobody's promise.
     if (std::isnan(value))
         value = std::numeric_limits<double>::quiet_NaN();
-    const auto [entry, isNew] = digest.sums.try_emplace(exportName, 0xcbf29ce484222325u);
+    const auto [entry, isNew] = digest().sums.try_emplace(exportName, 0xcbf29ce484222325u);
     for (auto bits = std::bit_cast<std::uint64_t>(value), i = std::uint64_t(0); i < 8; ++i)
         entry->second = (entry->second ^ (bits >> 8 * i & 0xff)) * 0x100000001b3u; // FNV-1a
 }

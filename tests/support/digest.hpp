@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // One number per export over all results of a run, to compare builds of the library to the last
-// bit.
+// bit. The program <family>_test, run as a whole, fails if an export of the family gets none.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 namespace test
 {
 
-// Does nothing unless the environment variable ZONM_DIGEST names the file to write at exit.
+// The environment variable ZONM_DIGEST names the file to write at exit.
 void addToDigest(const std::string &exportName, double value);
 
 } // namespace test

@@ -43,7 +43,7 @@ const std::unordered_map<std::string_view, Callee> callees = {
 };
 
 // The call under way, for the report of a fault.
-char running[512];
+thread_local char running[512];
 
 extern "C" void reportFault(int signal)
 {

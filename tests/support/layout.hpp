@@ -30,6 +30,10 @@ enum class Spread {
     denseRows, // the elements of a stored row without gaps, the rest as it comes
     strided,   // gaps everywhere, dimensions nested in any order
     any,       // one of these, drawn for each call
+    // Not drawn by `any`, since they cost more:
+    fenced, // every row, or every element of an element table, between two forbidden pages and
+            // flush with one of them
+    vast,   // strides of a GiB and more: offsets need more than 32 bits
 };
 
 struct Layout {
@@ -39,6 +43,7 @@ struct Layout {
     std::vector<std::ptrdiff_t> elements; // [k][i][j] as used
     std::vector<std::ptrdiff_t> table;    // before the shift is taken off; empty without table
     std::ptrdiff_t extent = 0;            // bytes from the base to behind the last element
+    std::ptrdiff_t lead = 0;              // of a fenced layout: from a page's begin to the base
 
     std::ptrdiff_t at(int k, int i, int j) const
     {
@@ -48,5 +53,15 @@ struct Layout {
 
 // A random legal layout in which no two elements overlap.
 Layout layOut(Block, Element, int objects, Shape, Spread, Random &);
+
+// A place that is chosen: bytes between objects, rows and elements, as stored. A table names the
+// objects, or the elements, in `order`, which may leave some out and repeat others; empty: as they
+// are. Elements may overlap.
+struct Place {
+    std::ptrdiff_t base = 0, step0 = 0, step1 = 0, step2 = 0;
+    std::int32_t shift = 0;
+    std::vector<int> order = {};
+};
+Layout layOut(Block, Element, int objects, Shape, const Place &); // offsets are from `base`
 
 } // namespace test
