@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Runs the benchmarks and writes docs/benchmarks.json and docs/benchmarks.md from one run.
-
-A quick or filtered run prints its tables and leaves docs/ alone."""
+"""Runs the benchmarks and writes benchmarks.json and benchmarks.md from one run, beside the program's
+build tree, or with --publish in docs/. A quick or filtered run prints its tables and writes nothing."""
 
 import argparse
 import json
@@ -43,6 +42,40 @@ def caches(context):
     return ", ".join(level[k] for k in sorted(level))
 
 
+# Register widths as the peers name their kernels, and as the processor names its features.
+KERNELS = {
+    "Prescott": 16, "Core2": 16, "Penryn": 16, "Dunnington": 16, "Atom": 16, "Nehalem": 16, "Katmai": 16,
+    "Barcelona": 16, "Bobcat": 16, "Opteron": 16, "Athlon": 16, "generic": 16, "wsm": 16, "sse3": 16,
+    "sse4": 16, "Sandybridge": 32, "Bulldozer": 32, "Piledriver": 32, "Steamroller": 32, "Excavator": 32,
+    "snb": 32, "Haswell": 32, "Zen": 32, "hsw": 32, "SkylakeX": 64, "Cooperlake": 64, "SapphireRapids": 64,
+    "skx": 64, "clx": 64, "cpx": 64, "spr": 64, "knl": 64, "knm": 64,
+}
+
+
+def processor_width():
+    """Bytes of the widest vector registers, 0 where the system does not tell."""
+    path = Path("/proc/cpuinfo")
+    if platform.machine() not in ("x86_64", "AMD64") or not path.exists():
+        return 0
+    flags = re.search(r"^flags\s*: (.*)$", path.read_text(), re.M)
+    features = flags[1].split() if flags else []
+    return 64 if "avx512f" in features else 32 if "avx" in features else 16
+
+
+def kernel_width(version):
+    """Of "0.3.21, kernels for Haswell, one thread" or "1.17, code for hsw"; 0 if the name is unknown."""
+    named = re.search(r"(?:kernels|code) for (\w+)", version)
+    return KERNELS.get(named[1], 0) if named else 0
+
+
+def remarks(peers):
+    """What has to be said of peers that run with narrower kernels than the processor could take."""
+    width = processor_width()
+    return [f"{name} ran with kernels for {kernel_width(version)}-byte registers, below the processor's {width}: "
+            f"it does not know this processor, and these figures flatter zonm"
+            for name, version in peers.items() if 0 < kernel_width(version) < width]
+
+
 def run(program, settings, pattern, environment={}):
     with tempfile.TemporaryDirectory() as folder:
         output = os.path.join(folder, "out.json")
@@ -78,6 +111,7 @@ def trim(raw, settings, command):
         "date": context["date"][:10],
         "machine": f"{machine()}, {context['num_cpus']} cores, {caches(context)}",
         **{key: context[key] for key in ("compiler", "flags")},
+        "remarks": remarks({key: context[key] for key in ("OpenBLAS", "LIBXSMM") if key in context}),
         "peers": {key: context[key] for key in ("Eigen", "OpenBLAS", "LIBXSMM") if key in context},
         "command": command,
         "repetitions": settings["repetitions"],
@@ -97,17 +131,33 @@ def write(path, data):
     path.write_text(f'{lines},\n  "rows": [\n{rows}\n  ]\n}}\n')
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--program", required=True, help="the zonm_bench that was built")
+def arguments():
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__)
+    parser.add_argument("--program", type=Path, help=argparse.SUPPRESS)  # the zonm_bench that was built
+    parser.add_argument("--check-arguments", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
+    parser.add_argument("--publish", action="store_true", help="write to docs/, files of the repository")
     parser.add_argument("--filter", default=".", help="regular expression on the names")
     parser.add_argument("--json", type=Path, help="also write the figures there")
     options = parser.parse_args()
+    if options.publish and (options.quick or options.filter != "."):
+        parser.error("only a full run is published: leave out --quick and --filter")
+    if not options.program and not options.check_arguments:
+        parser.error("--program is missing: the zonm_bench that was built")
+    return options
 
+
+def main():
+    options = arguments()
+    if options.check_arguments:
+        return
     settings = QUICK if options.quick else FULL
     print(f"about {'one minute' if options.quick else 'five minutes'} ...", file=sys.stderr)
-    data = trim(run(options.program, settings, options.filter), settings, "./dev bench")
+    data = trim(run(options.program, settings, options.filter), settings, "./dev bench --publish")
+    for name, version in data["peers"].items():
+        print(f"{name}: {version}", file=sys.stderr)
+    for remark in data["remarks"]:
+        print(f"NOTE: {remark}", file=sys.stderr)
     everything = options.filter == "."
     if everything and any(row[0] == "product" for row in data["rows"]) and is_baseline(data):
         narrow = trim(run(options.program, settings, "product/zonmMul_mama/", NARROW), settings, "")
@@ -118,10 +168,10 @@ def main():
         print(table.markdown(data))
         return
     docs = Path(__file__).resolve().parent.parent / "docs"
-    docs.mkdir(exist_ok=True)
-    write(docs / "benchmarks.json", data)
-    (docs / "benchmarks.md").write_text(table.markdown(data))
-    print(f"wrote {docs / 'benchmarks.md'} and benchmarks.json", file=sys.stderr)
+    folder = docs if options.publish else options.program.resolve().parent.parent
+    write(folder / "benchmarks.json", data)
+    (folder / "benchmarks.md").write_text(table.markdown(data))
+    print(f"wrote {folder / 'benchmarks.md'} and benchmarks.json", file=sys.stderr)
 
 
 if __name__ == "__main__":

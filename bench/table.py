@@ -105,15 +105,17 @@ def markdown(data):
     limit = limits.get("64f")
     spread = [t[1] / t[0] for row in rows for t in row[5].values()]
     peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
+    quick = "" if data["repetitions"] >= 9 else ", a quick run: the figures scatter"
+    remarks = "".join(f"- **{remark}.**\n" for remark in data.get("remarks", []))
     text = f"""<!-- SPDX-License-Identifier: Apache-2.0 -->
 # Benchmarks
 
-Written by `{data["command"]}` on {data["date"]}; not to be edited. [How they are made](../bench/README.md).
+Made by `{data["command"]}` on {data["date"]}{quick}; not to be edited. [How they are made](../bench/README.md).
 
 - Machine: {data["machine"]}
 - Compiler: {data["compiler"]}, library and peers in source form with `{data["flags"]}`
 - Peers: {peers}
-
+{remarks}
 Figures are nanoseconds of processor time per object, the least of {data["repetitions"]} repetitions in random
 order in one process; the median of a line's repetitions lies {100 * (geometric_mean(spread) - 1):.1f} % above on the mean. In
 parentheses zonm's time over the peer's: **below 1, zonm is faster**. Means are geometric; `×` is the time of

@@ -2,13 +2,14 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-install(TARGETS zonm zonm_static EXPORT zonm
+install(TARGETS ${ZONM_LIBRARIES} EXPORT zonm
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/include/zonm.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/zonm.json DESTINATION ${CMAKE_INSTALL_DATADIR}/zonm)
+install(FILES ${PROJECT_SOURCE_DIR}/zonm.json ${PROJECT_SOURCE_DIR}/zonm.schema.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zonm)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(ZONM_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/zonm)
@@ -25,5 +26,11 @@ install(
 # The prefix follows the file, so that an installed tree can be moved.
 file(RELATIVE_PATH ZONM_PREFIX_FROM_PC
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+set(ZONM_PC_PRIVATE "Libs.private: -lm")
+if(NOT ZONM_SHARED) # then what -lzonm finds needs it in every program
+  set(ZONM_PC_PRIVATE "Libs.private:")
+  set(ZONM_PC_STATIC " -lm")
+  set(ZONM_PC_DEFINE " -DZONM_STATIC")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/zonm.pc.in ${PROJECT_BINARY_DIR}/zonm.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zonm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

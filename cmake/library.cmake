@@ -56,6 +56,10 @@ function(zonm_objects name)
     # Nothing of the C++ run-time library is needed.
     -fno-exceptions -fno-rtti -fno-threadsafe-statics
     ${arg_OPTIONS})
+  # As a part of a project without a build type it is optimised all the same.
+  if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    target_compile_options(${name} PRIVATE -O3 -DNDEBUG)
+  endif()
 endfunction()
 
 # A family is a file src/<subsystem>/<family>.cpp, compiled once per element type; the fixed-size
@@ -75,28 +79,40 @@ zonm_objects(zonm_families_64f SOURCES ${ZONM_FAMILIES_64F} DEFINITIONS ZONM_ELE
 set(ZONM_OBJECTS $<TARGET_OBJECTS:zonm_frame>
   $<TARGET_OBJECTS:zonm_families_32f> $<TARGET_OBJECTS:zonm_families_64f>)
 
-add_library(zonm SHARED ${ZONM_OBJECTS})
-add_library(zonm_static STATIC ${ZONM_OBJECTS})
-add_library(zonm::zonm ALIAS zonm)
-add_library(zonm::static ALIAS zonm_static)
+set(ZONM_LIBRARIES)
+if(ZONM_SHARED)
+  add_library(zonm SHARED ${ZONM_OBJECTS})
+  list(APPEND ZONM_LIBRARIES zonm)
+  add_library(zonm::zonm ALIAS zonm)
+endif()
+if(ZONM_STATIC)
+  add_library(zonm_static STATIC ${ZONM_OBJECTS})
+  list(APPEND ZONM_LIBRARIES zonm_static)
+  add_library(zonm::static ALIAS zonm_static)
+  set_target_properties(zonm_static PROPERTIES OUTPUT_NAME zonm EXPORT_NAME static)
+  target_compile_definitions(zonm_static INTERFACE ZONM_STATIC)
+  if(NOT ZONM_SHARED)
+    add_library(zonm::zonm ALIAS zonm_static)
+  endif()
+endif()
 # Linked as C, and only with what is used: the C++ run-time library is not even named.
-set_target_properties(zonm zonm_static PROPERTIES LINKER_LANGUAGE C)
-set_target_properties(zonm PROPERTIES
-  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-set_target_properties(zonm_static PROPERTIES OUTPUT_NAME zonm EXPORT_NAME static)
-target_compile_definitions(zonm_static INTERFACE ZONM_STATIC)
-foreach(library zonm zonm_static)
+foreach(library ${ZONM_LIBRARIES})
+  set_target_properties(${library} PROPERTIES LINKER_LANGUAGE C)
   target_include_directories(${library} INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   target_link_libraries(${library} PRIVATE m)
   target_link_options(${library} PRIVATE ${ZONM_LINKING})
 endforeach()
 
-if(WIN32)
-  set_target_properties(zonm PROPERTIES PREFIX "")
-  target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
-else()
-  set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
-  target_link_options(zonm PRIVATE
-    -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
-  set_target_properties(zonm PROPERTIES LINK_DEPENDS ${ZONM_MAP})
+if(ZONM_SHARED)
+  set_target_properties(zonm PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(WIN32)
+    set_target_properties(zonm PROPERTIES PREFIX "")
+    target_sources(zonm PRIVATE ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.def)
+  else()
+    set(ZONM_MAP ${PROJECT_SOURCE_DIR}/src/frame/generated/zonm.map)
+    target_link_options(zonm PRIVATE
+      -Wl,--version-script=${ZONM_MAP} -Wl,-z,now -Wl,-z,relro -Wl,--as-needed)
+    set_target_properties(zonm PROPERTIES LINK_DEPENDS ${ZONM_MAP})
+  endif()
 endif()

@@ -11,9 +11,11 @@ int main(void)
     /* Matrices lie 72 bytes apart, rows 24, elements 8; width 3, height 3, count 2. */
     ZonStatus status =
         zonmAdd_mama_64f(a[0][0], 72, 24, 8, b[0][0], 72, 24, 8, sum[0][0], 72, 24, 8, 3, 3, 2);
-    printf("status %d\n", (int)status);
+    puts(zonmStatusText(status));
+    if (status != zonStsOk)
+        return 1;
     for (int k = 0; k < 2; ++k)
         for (int i = 0; i < 3; ++i)
             printf("%g %g %g\n", sum[k][i][0], sum[k][i][1], sum[k][i][2]);
-    return 0;
+    return fflush(stdout) != 0; /* a full disk shows here */
 }

@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
+#include <math.h>
 #include <stdio.h>
 #include <zonm.h>
 
@@ -11,25 +12,31 @@ static void solve(const double *matrices, const double *sides)
 
     ZonStatus status = zonmLUDecomp_ma_64f(matrices, MATRIX, ROW, ELEMENT, pivots[0], factors[0][0],
                                            MATRIX, ROW, ELEMENT, 3, 2);
-    printf("decomposition: status %d\n", (int)status);
-    if (status != zonStsOk)
-        return;
-    status = zonmLUBackSubst_mava_64f(factors[0][0], MATRIX, ROW, ELEMENT, pivots[0], sides, ROW,
-                                      ELEMENT, x[0], ROW, ELEMENT, 3, 2);
-    printf("substitution:  status %d\n", (int)status);
-    for (int k = 0; k < 2; ++k)
-        printf("x[%d] = (%g, %g, %g)\n", k, x[k][0], x[k][1], x[k][2]);
+    if (status == zonStsOk)
+        status = zonmLUBackSubst_mava_64f(factors[0][0], MATRIX, ROW, ELEMENT, pivots[0], sides,
+                                          ROW, ELEMENT, x[0], ROW, ELEMENT, 3, 2);
+    puts(zonmStatusText(status));
+    for (int k = 0; k < 2 && status == zonStsOk; ++k) {
+        double smallest = INFINITY; /* pivot i is U(i, i), in row pivots[i] */
+        for (int i = 0; i < 3; ++i)
+            smallest = fmin(smallest, fabs(factors[k][pivots[k][i]][i]));
+        printf("x[%d] = (%g, %g, %g), smallest pivot %.2g\n", k, x[k][0], x[k][1], x[k][2],
+               smallest);
+    }
 }
 
 int main(void)
 {
-    double matrices[2][3][3] = {{{4, 1, 0}, {1, 4, 1}, {0, 1, 4}},
-                                {{0, 2, 1}, {1, 0, 2}, {2, 1, 0}}};
+    const double regular[2][3][3] = {{{4, 1, 0}, {1, 4, 1}, {0, 1, 4}},
+                                     {{0, 2, 1}, {1, 0, 2}, {2, 1, 0}}};
+    const double singular[2][3][3] = {{{4, 1, 0}, {1, 4, 1}, {0, 1, 4}},
+                                      {{0, 2, 1}, {1, 0, 2}, {0, 1, 0.5}}};
+    const double unnoticed[2][3][3] = {{{4, 1, 0}, {1, 4, 1}, {0, 1, 4}},
+                                       {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}};
     const double sides[2][3] = {{6, 12, 14}, {5, 5, 8}};
 
-    solve(matrices[0][0], sides[0]);
-    matrices[1][2][0] = 0; /* makes row 0 twice row 2: singular */
-    matrices[1][2][2] = 0.5;
-    solve(matrices[0][0], sides[0]);
-    return 0;
+    solve(regular[0][0], sides[0]);
+    solve(singular[0][0], sides[0]);  /* row 0 is twice row 2 */
+    solve(unnoticed[0][0], sides[0]); /* singular as well, but for a residue of rounding */
+    return fflush(stdout) != 0;
 }

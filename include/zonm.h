@@ -3,8 +3,8 @@
 /*
  * zonm: arithmetic on small matrices and vectors, one or many of them, in the caller's memory.
  *
- * This header declares the whole interface; families that are still being built are missing from
- * the library, and a program that calls one of those does not link.
+ * This header declares the whole interface. Families that are still being built are missing from
+ * the library; they say so where they stand.
  *
  * Names. zonm<Operation>_<operands>_<element>, and _L or _P behind it: zonmMul_mav_32f_L.
  *
@@ -55,6 +55,10 @@
  * lie at any address; tables and pivots are aligned as C has them. Overlap of dst and sources is
  * not tested: keep them apart, unless the family allows dst in place of a source.
  *
+ * Results. Every function but zonmGetLibVersion returns a status; zonmStatusText gives its name and
+ * meaning. Compilers warn where one is ignored that can tell of a fault. To be spared that, define
+ * ZONM_NODISCARD as nothing in front of this header.
+ *
  * Arithmetic. 32f expressions are evaluated in double and rounded when they are stored; orders of
  * operations are fixed. The same call gives the same bits with every compiler and on every
  * processor (but for the payload of a NaN; and the kit's rotations and fields of view depend on the
@@ -80,6 +84,28 @@
 #define ZONM_API
 #endif
 
+#ifndef ZONM_NODISCARD
+#if defined(__cplusplus) && __cplusplus >= 201703L
+#define ZONM_NODISCARD [[nodiscard]]
+#elif defined(__GNUC__)
+#define ZONM_NODISCARD __attribute__((warn_unused_result))
+#else
+#define ZONM_NODISCARD
+#endif
+#endif
+
+/* The library itself is compiled without exceptions and needs no such promise. */
+#if defined(__cplusplus) && __cplusplus >= 201103L && !defined(ZONM_BUILDING)
+#define ZONM_NOEXCEPT noexcept
+#else
+#define ZONM_NOEXCEPT
+#endif
+
+/** The version that this header belongs to; zonmGetLibVersion tells that of the library. */
+#define ZONM_VERSION_MAJOR 8
+#define ZONM_VERSION_MINOR 1
+#define ZONM_VERSION_PATCH 0
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -96,11 +122,44 @@ enum {
     zonStsNotPositiveDefinite = -179, /**< Cholesky met a non-positive pivot */
     zonStsBadStride = -182,           /**< a stride is no positive multiple of the element size */
     zonStsSingular = -195,            /**< a pivot below the singularity limit */
-    zonStsBadShift = -202,            /**< a shift is negative or no multiple of it */
+    zonStsBadShift = -202,            /**< a shift is negative or no multiple of the element size */
     zonStsBadCount = -203,            /**< count below 1 */
     zonStsShapeMismatch = -204,       /**< operands of sizes that do not match */
     zonStsNoConvergence = -205        /**< an iteration limit was reached */
 };
+
+/** Name and meaning of a status, such as "zonStsBadCount: count below 1". Part of this header only. */
+static inline const char *zonmStatusText(ZonStatus status) ZONM_NOEXCEPT
+{
+    switch (status) {
+    case zonStsOk:
+        return "zonStsOk: success";
+    case zonStsBlockSingular:
+        return "zonStsBlockSingular: a 2x2 system of the eigenvectors broke down";
+    case zonStsBadSize:
+        return "zonStsBadSize: a width, height, len or size below 1";
+    case zonStsNullPointer:
+        return "zonStsNullPointer: a top-level pointer is null";
+    case zonStsDivByZero:
+        return "zonStsDivByZero: a vanishing column in QR or a fourth component";
+    case zonStsNotPositiveDefinite:
+        return "zonStsNotPositiveDefinite: Cholesky met a non-positive pivot";
+    case zonStsBadStride:
+        return "zonStsBadStride: a stride is no positive multiple of the element size";
+    case zonStsSingular:
+        return "zonStsSingular: a pivot below the singularity limit";
+    case zonStsBadShift:
+        return "zonStsBadShift: a shift is negative or no multiple of the element size";
+    case zonStsBadCount:
+        return "zonStsBadCount: count below 1";
+    case zonStsShapeMismatch:
+        return "zonStsShapeMismatch: operands of sizes that do not match";
+    case zonStsNoConvergence:
+        return "zonStsNoConvergence: an iteration limit was reached";
+    default:
+        return "no status of zonm";
+    }
+}
 
 /** The library's version; a constant that lives as long as the library is loaded. */
 typedef struct ZonVersionRecord {
@@ -120,9 +179,11 @@ typedef struct ZonVersionRecord {
  * Library version: zonmGetLibVersion
  *
  * Returns a pointer to the one version record, the same on every call. It cannot fail. The
- * record is a constant: do not free it. revision is the number in versionText.
+ * record is a constant: do not free it. revision is the number in versionText. All its values
+ * belong to the interface and are the same in every build of this version: buildDate and
+ * revision do not tell when, or from which sources, a library was compiled.
  */
-ZONM_API const ZonVersionRecord *zonmGetLibVersion(void);
+ZONM_API const ZonVersionRecord *zonmGetLibVersion(void) ZONM_NOEXCEPT;
 
 /* ==== Element-wise arithmetic and data movement ======================================= */
 
@@ -142,719 +203,721 @@ ZONM_API const ZonVersionRecord *zonmGetLibVersion(void);
  * Checks: standard orders, but zonmAdd_mam, zonmSub_mam and zonmSub_mma without suffix judge the
  * strides before the sizes. Nothing can fail after the checks.
  */
-ZONM_API ZonStatus zonmAdd_mm_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_mm_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mm_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_mm_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_mm_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mm_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tm_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tm_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tm_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tm_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tm_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tm_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tt_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tt_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tt_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tt_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tt_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tt_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_tt_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tt_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmAdd_mam_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mam_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mam_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mam_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mam_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mam_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mat_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tam_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tat_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_mama_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_mama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tama_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmAdd_tata_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_tata_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mm_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mm_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mm_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mm_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mm_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mm_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tm_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tm_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tm_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tm_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tm_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tm_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tt_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tt_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tt_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tt_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tt_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tt_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_tt_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tt_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mt_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mt_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mt_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mt_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mt_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mt_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mt_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mt_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmSub_mam_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mam_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mam_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mam_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mam_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mam_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mat_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tam_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tat_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mama_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tama_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tata_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tata_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mma_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mma_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mta_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mta_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tma_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tma_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_tta_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_tta_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmSub_mata_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_mata_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Vector sums: zonmAdd, zonmSub on vectors and constants
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * two vectors:    dst[k](i) = src1[k](i) + src2[k](i), or with -
  * vc, vac:        dst[k](i) = src[k](i) + val, or with -
@@ -871,529 +934,531 @@ ZONM_API ZonStatus zonmSub_mata_64f_P(
  * behind the strides, with _L last; zonmAdd_vca_64f_P judges shifts before strides.
  * Nothing can fail after the checks.
  */
-ZONM_API ZonStatus zonmAdd_vv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vv_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vv_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vc_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vc_32f(
     const float *src, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vc_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vc_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vc_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vc_64f(
     const double *src, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vc_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vc_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmAdd_vav_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vac_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vac_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_32f(
     const float *src, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_32f_L(
     const float *src, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_32f_P(
     const float *const *src, int32_t srcShift,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_64f(
     const double *src, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_64f_L(
     const double *src, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vca_64f_P(
     const double *const *src, int32_t srcShift,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmAdd_vaca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAdd_vaca_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vv_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vv_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vv_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vc_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vc_32f(
     const float *src, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vc_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vc_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vc_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vc_64f(
     const double *src, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vc_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vc_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_cv_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cv_32f(
     const float *src, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_cv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cv_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_cv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cv_64f(
     const double *src, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_cv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cv_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSub_vav_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_32f_L(
     const float *src1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_64f_L(
     const double *src1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vva_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vva_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vac_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vac_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cva_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cva_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_32f(
     const float *src, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_32f_L(
     const float *src, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_32f_P(
     const float *const *src, int32_t srcShift,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_64f(
     const double *src, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_64f_L(
     const double *src, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vca_64f_P(
     const double *const *src, int32_t srcShift,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_32f(
     const float *src, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_32f_L(
     const float *src, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_32f_P(
     const float *const *src, int32_t srcShift,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_64f(
     const double *src, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_64f_L(
     const double *src, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cav_64f_P(
     const double *const *src, int32_t srcShift,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_vaca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_vaca_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSub_cava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSub_cava_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Copy between descriptions: zonmCopy
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i, j) = src[k](i, j), or for va dst[k](i) = src[k](i)
  *
@@ -1406,153 +1471,155 @@ ZONM_API ZonStatus zonmSub_cava_64f_P(
  * zonmCopy_va_32f_LP judge shifts before strides. Nothing can fail after the checks.
  * Keep dst apart from src.
  */
-ZONM_API ZonStatus zonmCopy_ma_32f_SS(
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_SS(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_SL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_SL(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_SP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_SP(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_LS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_LS(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_LL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_LL(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_LP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_LP(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_PS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_PS(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_PL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_PL(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_32f_PP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_32f_PP(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_SS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_SS(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_SL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_SL(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_SP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_SP(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_LS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_LS(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_LL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_LL(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_LP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_LP(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_PS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_PS(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_PL(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_PL(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_ma_64f_PP(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_ma_64f_PP(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_SS(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_SS(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_SL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_SL(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_SP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_SP(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_LS(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_LS(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_LL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_LL(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_LP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_LP(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_PS(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_PS(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_PL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_PL(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_32f_PP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_32f_PP(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_SS(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_SS(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_SL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_SL(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_SP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_SP(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_LS(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_LS(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_LL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_LL(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_LP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_LP(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_PS(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_PS(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_PL(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_PL(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmCopy_va_64f_PP(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCopy_va_64f_PP(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Copy into dense memory: zonmExtract
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * matrices: dst[k*width*height + i*width + j] = src[k](i, j)
  * vectors:  dst[k*len + i] = src[k](i)
@@ -1566,126 +1633,129 @@ ZONM_API ZonStatus zonmCopy_va_64f_PP(
  * zonmExtract_v_64f_P, judge sizes before pointers; the others keep the standard orders.
  * Nothing can fail after the checks. Keep dst apart from src.
  */
-ZONM_API ZonStatus zonmExtract_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_m_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_m_32f_P(
     const float *const *src, int32_t srcShift,
     float *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_m_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_m_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_m_64f_P(
     const double *const *src, int32_t srcShift,
     double *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_t_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_t_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_t_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_t_32f_P(
     const float *const *src, int32_t srcShift,
     float *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_t_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_t_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_t_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_t_64f_P(
     const double *const *src, int32_t srcShift,
     double *dst,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmExtract_ma_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ma_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ma_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ma_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ma_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ma_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_ta_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_ta_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmExtract_v_32f(const float *src, int32_t srcStride2, float *dst, int32_t len);
-ZONM_API ZonStatus zonmExtract_v_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_v_32f(const float *src, int32_t srcStride2,
+    float *dst, int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_v_32f_P(
     const float *const *src, int32_t srcShift,
     float *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmExtract_v_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_v_64f(
     const double *src, int32_t srcStride2,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmExtract_v_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_v_64f_P(
     const double *const *src, int32_t srcShift,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmExtract_va_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmExtract_va_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmExtract_va_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmExtract_va_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmExtract_va_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmExtract_va_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmExtract_va_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Identity matrices: zonmLoadIdentity
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i, j) = 1 if i == j, otherwise 0
  *
@@ -1694,27 +1764,29 @@ ZONM_API ZonStatus zonmExtract_va_64f_P(
  * before count. dstStride0 comes last and only if count is above 1.
  * Nothing can fail after the checks.
  */
-ZONM_API ZonStatus zonmLoadIdentity_ma_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_32f(
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmLoadIdentity_ma_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_32f_L(
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmLoadIdentity_ma_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_32f_P(
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmLoadIdentity_ma_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_64f(
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmLoadIdentity_ma_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_64f_L(
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmLoadIdentity_ma_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLoadIdentity_ma_64f_P(
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Transpose: zonmTranspose
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](j, i) = src[k](i, j)
  *
@@ -1724,52 +1796,52 @@ ZONM_API ZonStatus zonmLoadIdentity_ma_64f_P(
  * dst must be memory of its own: in place this is no transposition.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmTranspose_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
-    float *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmTranspose_m_32f_P(
+    float *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_m_32f_P(
     const float *const *src, int32_t srcShift,
     int32_t width, int32_t height,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmTranspose_m_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
-    double *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmTranspose_m_64f_P(
+    double *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_m_64f_P(
     const double *const *src, int32_t srcShift,
     int32_t width, int32_t height,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmTranspose_ma_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmTranspose_ma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmTranspose_ma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width, int32_t height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmTranspose_ma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmTranspose_ma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmTranspose_ma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTranspose_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width, int32_t height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /* ==== Products and reductions ========================================================= */
 
@@ -1796,577 +1868,579 @@ ZONM_API ZonStatus zonmTranspose_ma_64f_P(
  * is 3 for 3x3 and reach for nine elements of each table. With such sizes use the other forms.
  * dst must not overlap a source.
  */
-ZONM_API ZonStatus zonmMul_mm_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    float *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mm_32f_P(
+    float *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mm_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mm_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    double *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mm_64f_P(
+    double *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mm_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mt_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mt_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    float *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mt_32f_P(
+    float *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mt_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mt_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mt_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    double *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mt_64f_P(
+    double *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mt_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tm_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tm_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    float *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tm_32f_P(
+    float *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tm_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tm_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tm_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    double *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tm_64f_P(
+    double *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tm_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tt_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tt_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    float *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tt_32f_P(
+    float *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tt_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tt_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tt_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
-    double *dst, int32_t dstStride1, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tt_64f_P(
+    double *dst, int32_t dstStride1, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tt_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mam_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mam_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mam_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mam_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mam_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mam_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mat_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tam_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tam_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride1, int32_t src2Stride2, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tat_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tat_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mma_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mta_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mta_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tma_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tta_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tta_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mama_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mata_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mata_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tama_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tama_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride1, int32_t src2Stride2,
         int32_t src2Width, int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tata_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Width,
         int32_t src2Height,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Matrix-vector product: zonmMul on a matrix and a vector
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = sum over p of A[k](i, p) * src2[k](p), p ascending from 0
  * A is src1 or its transpose (t)
@@ -2381,257 +2455,259 @@ ZONM_API ZonStatus zonmMul_tata_64f_P(
  * every term.
  * dst must not overlap a source.
  */
-ZONM_API ZonStatus zonmMul_mv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
-    float *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mv_32f_P(
+    float *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mv_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Len,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mv_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
-    double *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_mv_64f_P(
+    double *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mv_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Len,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tv_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
-    float *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tv_32f_P(
+    float *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tv_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Len,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_tv_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
-    double *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmMul_tv_64f_P(
+    double *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tv_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Len,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmMul_mav_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mav_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mav_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mav_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mav_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mav_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tav_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mva_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mva_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tva_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tva_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_mava_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmMul_tava_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Matrix-vector product plus vector: zonmGaxpy
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = sum over p of src1(i, p) * src2[k](p) + src3[k](i)
  *
@@ -2645,111 +2721,113 @@ ZONM_API ZonStatus zonmMul_tava_64f_P(
  * rounds it, and src3(i) is added to what was stored.
  * dst must not overlap a source; dst equal to src3 adds the product to itself.
  */
-ZONM_API ZonStatus zonmGaxpy_mv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride2, int32_t src2Len,
     const float *src3, int32_t src3Stride2, int32_t src3Len,
-    float *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmGaxpy_mv_32f_P(
+    float *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mv_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Len,
     const float *const *src3, int32_t src3Shift, int32_t src3Len,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmGaxpy_mv_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride2, int32_t src2Len,
     const double *src3, int32_t src3Stride2, int32_t src3Len,
-    double *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmGaxpy_mv_64f_P(
+    double *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mv_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Len,
     const double *const *src3, int32_t src3Shift, int32_t src3Len,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmGaxpy_mva_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     const float *src3, int32_t src3Stride0, int32_t src3Stride2, int32_t src3Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mva_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     const float *const *src3, int32_t src3Shift, int32_t src3Stride2, int32_t src3Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mva_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     const float *const *src3, int32_t src3Shift, int32_t src3Stride0, int32_t src3Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mva_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     const double *src3, int32_t src3Stride0, int32_t src3Stride2, int32_t src3Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mva_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     const double *const *src3, int32_t src3Shift, int32_t src3Stride2, int32_t src3Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mva_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mva_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     const double *const *src3, int32_t src3Shift, int32_t src3Stride0, int32_t src3Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     const float *src3, int32_t src3Stride2, int32_t src3Len,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     const float *src3, int32_t src3Stride2, int32_t src3Len,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     const float *const *src3, int32_t src3Shift, int32_t src3Len,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2, int32_t src2Len,
     const double *src3, int32_t src3Stride2, int32_t src3Len,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, int32_t src1Width,
         int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2, int32_t src2Len,
     const double *src3, int32_t src3Stride2, int32_t src3Len,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmGaxpy_mvav_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mvav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Width, int32_t src1Height,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0, int32_t src2Len,
     const double *const *src3, int32_t src3Shift, int32_t src3Len,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Products with constants: zonmMul on matrices and vectors
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * mc, tc, mac, tac:  dst[k](i, j) = src[k](i, j) * val, or its transpose (t)
  * vc, vac:           dst[k](i) = src[k](i) * val
@@ -2763,219 +2841,221 @@ ZONM_API ZonStatus zonmGaxpy_mvav_64f_P(
  * In place: dst may be a plain source of the same layout; not with tc and tac, and not with vca.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmMul_mc_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mc_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_mc_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mc_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_mc_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mc_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_mc_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mc_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_tc_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tc_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_tc_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tc_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_tc_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tc_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_tc_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tc_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmMul_mac_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_mac_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_mac_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_mac_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_mac_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_mac_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mac_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_tac_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tac_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmMul_vc_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vc_32f(
     const float *src, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmMul_vc_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vc_32f_P(
     const float *const *src, int32_t srcShift,
     float val,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmMul_vc_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vc_64f(
     const double *src, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmMul_vc_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vc_64f_P(
     const double *const *src, int32_t srcShift,
     double val,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmMul_vac_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float val,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vac_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vac_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float val,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vac_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double val,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vac_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vac_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vac_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double val,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_32f(
     const float *src, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_32f_L(
     const float *src, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_32f_P(
     const float *const *src, int32_t srcShift,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_64f(
     const double *src, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_64f_L(
     const double *src, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vca_64f_P(
     const double *const *src, int32_t srcShift,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     const float *vals, int32_t valsStride0,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     const float *const *vals, int32_t valsShift,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     const float *vals, int32_t valsStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     const double *vals, int32_t valsStride0,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     const double *const *vals, int32_t valsShift,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmMul_vaca_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     const double *vals, int32_t valsStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Scalar product: zonmDotProduct
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sum over i of src1[k](i) * src2[k](i)
  *
@@ -2985,89 +3065,91 @@ ZONM_API ZonStatus zonmMul_vaca_64f_P(
  * by side, and may differ, so that two forms can differ in the last bits.
  * Checks: standard orders. Nothing can fail after them; nothing guards against overflow.
  */
-ZONM_API ZonStatus zonmDotProduct_vv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vv_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmDotProduct_vv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmDotProduct_vv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vv_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmDotProduct_vv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmDotProduct_vav_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmDotProduct_vava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *dst,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Vector product: zonmCrossProduct
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst(0) = src1(1)*src2(2) - src1(2)*src2(1)
  * dst(1) = src1(2)*src2(0) - src1(0)*src2(2)
@@ -3079,115 +3161,117 @@ ZONM_API ZonStatus zonmDotProduct_vava_64f_P(
  * strides, with _L last. Nothing can fail after them.
  * dst must not overlap a source.
  */
-ZONM_API ZonStatus zonmCrossProduct_vv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vv_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
-    float *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmCrossProduct_vv_32f_P(
+    float *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
-    float *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmCrossProduct_vv_64f(
+    float *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vv_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
-    double *dst, int32_t dstStride2);
-ZONM_API ZonStatus zonmCrossProduct_vv_64f_P(
+    double *dst, int32_t dstStride2) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
-    double *const *dst, int32_t dstShift);
-ZONM_API ZonStatus zonmCrossProduct_vav_32f(
+    double *const *dst, int32_t dstShift) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vav_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vav_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vav_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vav_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vav_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_32f(
     const float *src1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_32f_L(
     const float *src1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_64f(
     const double *src1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_64f_L(
     const double *src1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vva_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vva_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t count);
-ZONM_API ZonStatus zonmCrossProduct_vava_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Linear combination: zonmLComb
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = src1[k](i) * val1 + src2[k](i) * val2
  *
@@ -3196,121 +3280,123 @@ ZONM_API ZonStatus zonmCrossProduct_vava_64f_P(
  * In place: dst may be a source of the same layout.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmLComb_vv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vv_32f(
     const float *src1, int32_t src1Stride2,
     float val1,
     const float *src2, int32_t src2Stride2,
     float val2,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmLComb_vv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     float val1,
     const float *const *src2, int32_t src2Shift,
     float val2,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmLComb_vv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vv_64f(
     const double *src1, int32_t src1Stride2,
     double val1,
     const double *src2, int32_t src2Stride2,
     double val2,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmLComb_vv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     double val1,
     const double *const *src2, int32_t src2Shift,
     double val2,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmLComb_vav_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     float val1,
     const float *src2, int32_t src2Stride2,
     float val2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     float val1,
     const float *src2, int32_t src2Stride2,
     float val2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     float val1,
     const float *const *src2, int32_t src2Shift,
     float val2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     double val1,
     const double *src2, int32_t src2Stride2,
     double val2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     double val1,
     const double *src2, int32_t src2Stride2,
     double val2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     double val1,
     const double *const *src2, int32_t src2Shift,
     double val2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     float val1,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float val2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     float val1,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float val2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     float val1,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float val2,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     double val1,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double val2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     double val1,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double val2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmLComb_vava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     double val1,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double val2,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Scaled vector plus vector: zonmSaxpy
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = src1[k](i) * val + src2[k](i)
  *
@@ -3320,141 +3406,143 @@ ZONM_API ZonStatus zonmLComb_vava_64f_P(
  * In place: dst may be a source of the same layout.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmSaxpy_vv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vv_32f(
     const float *src1, int32_t src1Stride2,
     float val,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSaxpy_vv_32f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vv_32f_P(
     const float *const *src1, int32_t src1Shift,
     float val,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSaxpy_vv_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vv_64f(
     const double *src1, int32_t src1Stride2,
     double val,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t len);
-ZONM_API ZonStatus zonmSaxpy_vv_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vv_64f_P(
     const double *const *src1, int32_t src1Shift,
     double val,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t len);
-ZONM_API ZonStatus zonmSaxpy_vav_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     float val,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vav_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     float val,
     const float *src2, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vav_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     float val,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vav_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     double val,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vav_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     double val,
     const double *src2, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vav_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vav_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     double val,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_32f(
     const float *src1, int32_t src1Stride2,
     float val,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_32f_L(
     const float *src1, int32_t src1Stride2,
     float val,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_32f_P(
     const float *const *src1, int32_t src1Shift,
     float val,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_64f(
     const double *src1, int32_t src1Stride2,
     double val,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_64f_L(
     const double *src1, int32_t src1Stride2,
     double val,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vva_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vva_64f_P(
     const double *const *src1, int32_t src1Shift,
     double val,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_32f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride2,
     float val,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride2,
     float val,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     float val,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride2,
     double val,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride2,
     double val,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmSaxpy_vava_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     double val,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Euclidean length: zonmL2Norm
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sqrt(sum over i of src[k](i)^2)
  *
@@ -3464,46 +3552,49 @@ ZONM_API ZonStatus zonmSaxpy_vava_64f_P(
  * first vector of an array.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmL2Norm_v_32f(const float *src, int32_t srcStride2, float *dst, int32_t len);
-ZONM_API ZonStatus zonmL2Norm_v_32f_P(
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_v_32f(const float *src, int32_t srcStride2, float *dst,
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_v_32f_P(
     const float *const *src, int32_t srcShift,
     float *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmL2Norm_v_64f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_v_64f(
     const double *src, int32_t srcStride2,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmL2Norm_v_64f_P(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_v_64f_P(
     const double *const *src, int32_t srcShift,
     double *dst,
-    int32_t len);
-ZONM_API ZonStatus zonmL2Norm_va_32f(
+    int32_t len) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_32f(
     const float *src, int32_t srcStride0, int32_t srcStride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmL2Norm_va_32f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride2,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmL2Norm_va_32f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmL2Norm_va_64f(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_64f(
     const double *src, int32_t srcStride0, int32_t srcStride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmL2Norm_va_64f_L(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride2,
     double *dst,
-    int32_t len, int32_t count);
-ZONM_API ZonStatus zonmL2Norm_va_64f_P(
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *dst,
-    int32_t len, int32_t count);
+    int32_t len, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Trace: zonmTrace
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sum over i below width of src[k](i, i)
  *
@@ -3513,55 +3604,57 @@ ZONM_API ZonStatus zonmL2Norm_va_64f_P(
  * different fixed one otherwise; at other sizes ascending from 0.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmTrace_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
-    float *dst);
-ZONM_API ZonStatus zonmTrace_m_32f_P(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_m_32f_P(
     const float *const *src, int32_t srcShift,
     int32_t width,
-    float *dst);
-ZONM_API ZonStatus zonmTrace_m_64f(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
-    double *dst);
-ZONM_API ZonStatus zonmTrace_m_64f_P(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_m_64f_P(
     const double *const *src, int32_t srcShift,
     int32_t width,
-    double *dst);
-ZONM_API ZonStatus zonmTrace_ma_32f(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmTrace_ma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmTrace_ma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmTrace_ma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmTrace_ma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmTrace_ma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width,
     double *dst,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Frobenius norm: zonmFrobNorm
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sqrt(sum over i and j of src[k](i, j)^2)
  *
@@ -3571,52 +3664,52 @@ ZONM_API ZonStatus zonmTrace_ma_64f_P(
  * order of their own at 3x3.
  * Checks: standard orders. Nothing can fail after them.
  */
-ZONM_API ZonStatus zonmFrobNorm_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
-    float *dst);
-ZONM_API ZonStatus zonmFrobNorm_m_32f_P(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_m_32f_P(
     const float *const *src, int32_t srcShift,
     int32_t width, int32_t height,
-    float *dst);
-ZONM_API ZonStatus zonmFrobNorm_m_64f(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
-    double *dst);
-ZONM_API ZonStatus zonmFrobNorm_m_64f_P(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_m_64f_P(
     const double *const *src, int32_t srcShift,
     int32_t width, int32_t height,
-    double *dst);
-ZONM_API ZonStatus zonmFrobNorm_ma_32f(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmFrobNorm_ma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmFrobNorm_ma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width, int32_t height,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmFrobNorm_ma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmFrobNorm_ma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t width, int32_t height,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmFrobNorm_ma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmFrobNorm_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t width, int32_t height,
     double *dst,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /* ==== Linear systems ================================================================== */
 
@@ -3648,56 +3741,56 @@ ZONM_API ZonStatus zonmFrobNorm_ma_64f_P(
  * do not meet.
  * All count matrices of src must be readable, also those behind one that fails.
  */
-ZONM_API ZonStatus zonmLUDecomp_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmLUDecomp_m_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_m_32f_P(
     const float *const *src, int32_t srcShift,
     int32_t *pivots,
     float *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmLUDecomp_m_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmLUDecomp_m_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_m_64f_P(
     const double *const *src, int32_t srcShift,
     int32_t *pivots,
     double *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmLUDecomp_ma_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUDecomp_ma_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUDecomp_ma_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t *pivots,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUDecomp_ma_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUDecomp_ma_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t *pivots,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUDecomp_ma_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUDecomp_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t *pivots,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Solution by LU: zonmLUBackSubst
@@ -3716,105 +3809,107 @@ ZONM_API ZonStatus zonmLUDecomp_ma_64f_P(
  * the matrix and the pivots of mva at size 3 to 6 are read once, before the first. A system of size
  * 3 to 6 is read whole before its dst is written.
  */
-ZONM_API ZonStatus zonmLUBackSubst_mv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmLUBackSubst_mv_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const int32_t *pivots,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmLUBackSubst_mv_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmLUBackSubst_mv_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const int32_t *pivots,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmLUBackSubst_mva_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mva_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mva_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_32f_P(
     const float *const *src1, int32_t src1Shift,
     const int32_t *pivots,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mva_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mva_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mva_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mva_64f_P(
     const double *const *src1, int32_t src1Shift,
     const int32_t *pivots,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_32f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const int32_t *pivots,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const int32_t *pivots,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const int32_t *pivots,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Cholesky decomposition: zonmCholeskyDecomp
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * src = L * transpose(L),  L lower triangular
  *
@@ -3831,49 +3926,51 @@ ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
  * row 0 or 1 leaves all of dst untouched. A NaN is no failure and spreads.
  * In place: dst may be src with the same layout; the upper triangle stays.
  */
-ZONM_API ZonStatus zonmCholeskyDecomp_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyDecomp_m_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_32f_P(
     const float *const *src, int32_t srcShift,
     float *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyDecomp_m_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyDecomp_m_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_64f_P(
     const double *const *src, int32_t srcShift,
     double *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Solution by Cholesky: zonmCholeskyBackSubst
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * A[k] * dst[k] = src2[k],  src1 as zonmCholeskyDecomp left it for A, reciprocal diagonal included
  *
@@ -3884,89 +3981,91 @@ ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
  * Bits: at size 3 to 6 nothing is rounded to the element type before the final store.
  * In place: dst may be src2 with the same layout.
  */
-ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mv_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mv_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_32f_P(
     const float *const *src1, int32_t src1Shift,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mva_64f_P(
     const double *const *src1, int32_t src1Shift,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * QR decomposition by reflections: zonmQRDecomp
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * src = Q * R,  height >= width
  *
@@ -3982,50 +4081,52 @@ ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
  * behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
  * In place: dst may be src with the same layout.
  */
-ZONM_API ZonStatus zonmQRDecomp_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRDecomp_m_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_32f_P(
     const float *const *src, int32_t srcShift, void *buffer,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRDecomp_m_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRDecomp_m_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_64f_P(
     const double *const *src, int32_t srcShift, void *buffer,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRDecomp_ma_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRDecomp_ma_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRDecomp_ma_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRDecomp_ma_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRDecomp_ma_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         void *buffer,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Solution by QR: zonmQRBackSubst
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] solves A[k] * x = src2[k], or minimises |A[k] * x - src2[k]| for height > width;
  * src1 as zonmQRDecomp left it for A
@@ -4038,91 +4139,93 @@ ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
  * Bits: at the square sizes 3 to 6 nothing is rounded to the element type before the final store.
  * In place: dst may be src2 with the same layout.
  */
-ZONM_API ZonStatus zonmQRBackSubst_mv_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const float *src2, int32_t src2Stride2,
     float *dst, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRBackSubst_mv_32f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_32f_P(
     const float *const *src1, int32_t src1Shift, void *buffer,
     const float *const *src2, int32_t src2Shift,
     float *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRBackSubst_mv_64f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const double *src2, int32_t src2Stride2,
     double *dst, int32_t dstStride2,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRBackSubst_mv_64f_P(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_64f_P(
     const double *const *src1, int32_t src1Shift, void *buffer,
     const double *const *src2, int32_t src2Shift,
     double *const *dst, int32_t dstShift,
-    int32_t width, int32_t height);
-ZONM_API ZonStatus zonmQRBackSubst_mva_32f(
+    int32_t width, int32_t height) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mva_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_32f_L(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mva_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_32f_P(
     const float *const *src1, int32_t src1Shift, void *buffer,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mva_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_64f(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mva_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_64f_L(
     const double *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mva_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mva_64f_P(
     const double *const *src1, int32_t src1Shift, void *buffer,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_32f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_32f(
     const float *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_32f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_32f_L(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         void *buffer,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride2,
     float *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_32f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_32f_P(
     const float *const *src1, int32_t src1Shift, int32_t src1Stride0, void *buffer,
     const float *const *src2, int32_t src2Shift, int32_t src2Stride0,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_64f(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_64f(
     const double *src1, int32_t src1Stride0, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
     const double *src2, int32_t src2Stride0, int32_t src2Stride2,
     double *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_64f_L(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_64f_L(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride1, int32_t src1Stride2,
         void *buffer,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride2,
     double *const *dst, int32_t dstShift, int32_t dstStride2,
-    int32_t width, int32_t height, int32_t count);
-ZONM_API ZonStatus zonmQRBackSubst_mava_64f_P(
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mava_64f_P(
     const double *const *src1, int32_t src1Shift, int32_t src1Stride0, void *buffer,
     const double *const *src2, int32_t src2Shift, int32_t src2Stride0,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t width, int32_t height, int32_t count);
+    int32_t width, int32_t height, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Determinant: zonmDet
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = det(src[k])
  *
@@ -4134,55 +4237,57 @@ ZONM_API ZonStatus zonmQRBackSubst_mava_64f_P(
  * Checks: standard orders. A singular matrix is no failure: the result is 0, or with a formula
  * what rounding leaves, and the status zonStsOk. A NaN gives NaN at size 3 to 6, 0 at other sizes.
  */
-ZONM_API ZonStatus zonmDet_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
-    float *dst);
-ZONM_API ZonStatus zonmDet_m_32f_P(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_m_32f_P(
     const float *const *src, int32_t srcShift,
     int32_t size, void *buffer,
-    float *dst);
-ZONM_API ZonStatus zonmDet_m_64f(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
-    double *dst);
-ZONM_API ZonStatus zonmDet_m_64f_P(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_m_64f_P(
     const double *const *src, int32_t srcShift,
     int32_t size, void *buffer,
-    double *dst);
-ZONM_API ZonStatus zonmDet_ma_32f(
+    double *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmDet_ma_32f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmDet_ma_32f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t size, void *buffer,
     float *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmDet_ma_64f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmDet_ma_64f_L(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     int32_t size, void *buffer,
     double *dst,
-    int32_t count);
-ZONM_API ZonStatus zonmDet_ma_64f_P(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmDet_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     int32_t size, void *buffer,
     double *dst,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 /**
  * Inverse: zonmInvert
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * src[k] * dst[k] = I, each element a cofactor times the reciprocal of the determinant
  *
@@ -4200,47 +4305,47 @@ ZONM_API ZonStatus zonmDet_ma_64f_P(
  * it are complete, its own dst and those behind it untouched. Apart from size 1 a NaN passes.
  * In place: dst may be src at size 1 and 3 to 6 only.
  */
-ZONM_API ZonStatus zonmInvert_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmInvert_m_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_m_32f_P(
     const float *const *src, int32_t srcShift, void *buffer,
     float *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmInvert_m_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dst, int32_t dstStride1, int32_t dstStride2,
-    int32_t size);
-ZONM_API ZonStatus zonmInvert_m_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_m_64f_P(
     const double *const *src, int32_t srcShift, void *buffer,
     double *const *dst, int32_t dstShift,
-    int32_t size);
-ZONM_API ZonStatus zonmInvert_ma_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmInvert_ma_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmInvert_ma_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     float *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmInvert_ma_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dst, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmInvert_ma_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         void *buffer,
     double *const *dst, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmInvert_ma_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     double *const *dst, int32_t dstShift, int32_t dstStride0,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /* ==== Eigenproblems =================================================================== */
 
@@ -4265,98 +4370,98 @@ ZONM_API ZonStatus zonmInvert_ma_64f_P(
  * Both end an array: matrices before are complete, those behind untouched. Size 1 cannot fail.
  * Some diagonal values count more than once in that product; do not read it as the determinant.
  */
-ZONM_API ZonStatus zonmEigenValuesSym_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesSym_m_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_m_32f_P(
     const float *const *src, int32_t srcShift, void *buffer,
     float *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesSym_m_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesSym_m_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_m_64f_P(
     const double *const *src, int32_t srcShift, void *buffer,
     double *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         void *buffer,
     double *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesSym_ma_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     double *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_32f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dstVectors, int32_t dstStride1, int32_t dstStride2,
     float *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_32f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_32f_P(
     const float *const *src, int32_t srcShift, void *buffer,
     float *const *dstVectors, int32_t dstShift,
     float *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_64f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dstVectors, int32_t dstStride1, int32_t dstStride2,
     double *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_64f_P(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_m_64f_P(
     const double *const *src, int32_t srcShift, void *buffer,
     double *const *dstVectors, int32_t dstShift,
     double *dstValues,
-    int32_t size);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f(
+    int32_t size) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2, void *buffer,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride0,
     float *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2, void *buffer,
     double *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
     double *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_L(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         void *buffer,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
     double *dstValues,
-    int32_t size, int32_t count);
-ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_P(
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0, void *buffer,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride0,
     double *dstValues,
-    int32_t size, int32_t count);
+    int32_t size, int32_t count) ZONM_NOEXCEPT;
 
 /**
  * General eigenvalues: zonmEigenValues
@@ -4376,44 +4481,44 @@ ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_P(
  * at the end. It ends an array: matrices before are complete, those behind untouched. A singular
  * matrix is no failure.
  */
-ZONM_API ZonStatus zonmEigenValues_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_m_32f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_m_32f_P(
     const float *const *src, int32_t srcShift, float *dstValuesRe, float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_m_64f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_m_64f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_m_64f_P(
     const double *const *src, int32_t srcShift, double *dstValuesRe, double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_32f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_32f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_32f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_64f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_64f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValues_ma_64f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
 
 /**
  * General eigenvectors: zonmEigenValuesVectors, Right and Left
@@ -4438,161 +4543,161 @@ ZONM_API ZonStatus zonmEigenValues_ma_64f_P(
  *     zonStsOk              also when a real one had none: vectors unwritten, values complete
  * Each of these ends an array at its matrix: those before are complete, those behind untouched.
  */
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_32f(
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dstVectors, int32_t dstStride1, int32_t dstStride2, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_32f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_32f_P(
     const float *const *src, int32_t srcShift,
     float *const *dstVectors, int32_t dstShift, float *dstValuesRe, float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_64f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dstVectors, int32_t dstStride1, int32_t dstStride2, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_64f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_64f_P(
     const double *const *src, int32_t srcShift,
     double *const *dstVectors, int32_t dstShift, double *dstValuesRe, double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride0, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride0, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_32f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dstVectors, int32_t dstStride1, int32_t dstStride2, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_32f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_32f_P(
     const float *const *src, int32_t srcShift,
     float *const *dstVectors, int32_t dstShift, float *dstValuesRe, float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_64f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dstVectors, int32_t dstStride1, int32_t dstStride2, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_64f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_m_64f_P(
     const double *const *src, int32_t srcShift,
     double *const *dstVectors, int32_t dstShift, double *dstValuesRe, double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dstVectors, int32_t dstShift, int32_t dstStride0, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dstVectors, int32_t dstStride0, int32_t dstStride1, int32_t dstStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride1, int32_t dstStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsLeft_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dstVectors, int32_t dstShift, int32_t dstStride0, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_m_32f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
     float *dstRight, int32_t dstRightStride1, int32_t dstRightStride2,
     float *dstLeft, int32_t dstLeftStride1, int32_t dstLeftStride2, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_m_32f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_m_32f_P(
     const float *const *src, int32_t srcShift,
     float *const *dstRight, int32_t dstRightShift,
     float *const *dstLeft, int32_t dstLeftShift, float *dstValuesRe, float *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_m_64f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_m_64f(
     const double *src, int32_t srcStride1, int32_t srcStride2,
     double *dstRight, int32_t dstRightStride1, int32_t dstRightStride2,
     double *dstLeft, int32_t dstLeftStride1, int32_t dstLeftStride2, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_m_64f_P(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_m_64f_P(
     const double *const *src, int32_t srcShift,
     double *const *dstRight, int32_t dstRightShift,
     double *const *dstLeft, int32_t dstLeftShift, double *dstValuesRe, double *dstValuesIm,
-    int32_t size, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f(
+    int32_t size, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f(
     const float *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     float *dstRight, int32_t dstRightStride0, int32_t dstRightStride1, int32_t dstRightStride2,
     float *dstLeft, int32_t dstLeftStride0, int32_t dstLeftStride1, int32_t dstLeftStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f_L(
     const float *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     float *const *dstRight, int32_t dstRightShift, int32_t dstRightStride1, int32_t dstRightStride2,
     float *const *dstLeft, int32_t dstLeftShift, int32_t dstLeftStride1, int32_t dstLeftStride2,
         float *dstValuesRe, float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_32f_P(
     const float *const *src, int32_t srcShift, int32_t srcStride0,
     float *const *dstRight, int32_t dstRightShift, int32_t dstRightStride0,
     float *const *dstLeft, int32_t dstLeftShift, int32_t dstLeftStride0, float *dstValuesRe,
         float *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f(
     const double *src, int32_t srcStride0, int32_t srcStride1, int32_t srcStride2,
     double *dstRight, int32_t dstRightStride0, int32_t dstRightStride1, int32_t dstRightStride2,
     double *dstLeft, int32_t dstLeftStride0, int32_t dstLeftStride1, int32_t dstLeftStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_L(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_L(
     const double *const *src, int32_t srcShift, int32_t srcStride1, int32_t srcStride2,
     double *const *dstRight, int32_t dstRightShift, int32_t dstRightStride1,
         int32_t dstRightStride2,
     double *const *dstLeft, int32_t dstLeftShift, int32_t dstLeftStride1, int32_t dstLeftStride2,
         double *dstValuesRe, double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
-ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_P(
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_P(
     const double *const *src, int32_t srcShift, int32_t srcStride0,
     double *const *dstRight, int32_t dstRightShift, int32_t dstRightStride0,
     double *const *dstLeft, int32_t dstLeftShift, int32_t dstLeftStride0, double *dstValuesRe,
         double *dstValuesIm,
-    int32_t size, int32_t count, void *buffer);
+    int32_t size, int32_t count, void *buffer) ZONM_NOEXCEPT;
 
 /**
  * Buffer sizes of the general eigenproblem
@@ -4603,15 +4708,21 @@ ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_P(
  * In bytes, for one call of any count; the second serves all three eigenvector functions. The
  * product wraps at 32 bits. Checks: pointers, size; a fault leaves *bufSize as it was.
  */
-ZONM_API ZonStatus zonmEigenValuesGetBufSize_32f(int32_t size, int32_t *bufSize);
-ZONM_API ZonStatus zonmEigenValuesGetBufSize_64f(int32_t size, int32_t *bufSize);
-ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_32f(int32_t size, int32_t *bufSize);
-ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_64f(int32_t size, int32_t *bufSize);
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesGetBufSize_32f(int32_t size,
+    int32_t *bufSize) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesGetBufSize_64f(int32_t size,
+    int32_t *bufSize) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_32f(int32_t size,
+    int32_t *bufSize) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_64f(int32_t size,
+    int32_t *bufSize) ZONM_NOEXCEPT;
 
 /* ==== Fixed-size graphics kit ========================================================= */
 
 /**
  * Vectors of 2, 3, 4 elements
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * zonmAdd, zonmSub, zonmMulC     dst[i] = src1[i] + src2[i], src1[i] - src2[i], src[i] * val
  * zonmMin                        dst[i] = src2[i] > src1[i] ? src1[i] : src2[i]
@@ -4633,121 +4744,128 @@ ZONM_API ZonStatus zonmEigenValuesVectorsGetBufSize_64f(int32_t size, int32_t *b
  * s may lie outside 0 to 1. A formula is evaluated in double and rounded at the store.
  * dst may be a source, except in zonmCrossProduct.
  */
-ZONM_API ZonStatus zonmAdd_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmSub_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMin_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMax_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmDotProduct_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMulC_v2_32f(const float *src, float val, float *dst);
-ZONM_API ZonStatus zonmCrossProduct_v2_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmLen_v2_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmLenSqr_v2_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmNormalize_v2_32f(const float *src, float *dst);
+ZONM_API ZonStatus zonmAdd_v2_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmSub_v2_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMin_v2_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMax_v2_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmDotProduct_v2_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMulC_v2_32f(const float *src, float val, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmCrossProduct_v2_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLen_v2_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLenSqr_v2_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmNormalize_v2_32f(const float *src, float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmBaryCentric_v2_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     float f,
     float g,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmHermite_v2_32f(
     const float *pos1,
     const float *tan1,
     const float *pos2,
     const float *tan2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationLinear_v2_32f(
     const float *src1,
     const float *src2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationCatmullRom_v2_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     const float *src4,
     float s,
-    float *dst);
-ZONM_API ZonStatus zonmAdd_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmSub_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMin_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMax_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmDotProduct_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMulC_v3_32f(const float *src, float val, float *dst);
-ZONM_API ZonStatus zonmCrossProduct_v3_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmLen_v3_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmLenSqr_v3_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmNormalize_v3_32f(const float *src, float *dst);
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmAdd_v3_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmSub_v3_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMin_v3_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMax_v3_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmDotProduct_v3_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMulC_v3_32f(const float *src, float val, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmCrossProduct_v3_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLen_v3_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLenSqr_v3_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmNormalize_v3_32f(const float *src, float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmBaryCentric_v3_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     float f,
     float g,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmHermite_v3_32f(
     const float *pos1,
     const float *tan1,
     const float *pos2,
     const float *tan2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationLinear_v3_32f(
     const float *src1,
     const float *src2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationCatmullRom_v3_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     const float *src4,
     float s,
-    float *dst);
-ZONM_API ZonStatus zonmAdd_v4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmSub_v4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMin_v4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMax_v4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmDotProduct_v4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMulC_v4_32f(const float *src, float val, float *dst);
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmAdd_v4_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmSub_v4_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMin_v4_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMax_v4_32f(const float *src1, const float *src2, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmDotProduct_v4_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMulC_v4_32f(const float *src, float val, float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmCrossProduct_v4_32f(
     const float *src1,
     const float *src2,
     const float *src3,
-    float *dst);
-ZONM_API ZonStatus zonmLen_v4_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmLenSqr_v4_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmNormalize_v4_32f(const float *src, float *dst);
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLen_v4_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmLenSqr_v4_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmNormalize_v4_32f(const float *src, float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmBaryCentric_v4_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     float f,
     float g,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmHermite_v4_32f(
     const float *pos1,
     const float *tan1,
     const float *pos2,
     const float *tan2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationLinear_v4_32f(
     const float *src1,
     const float *src2,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmInterpolationCatmullRom_v4_32f(
     const float *src1,
     const float *src2,
     const float *src3,
     const float *src4,
     float s,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 
 /**
  * 4x4 matrices
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * An m4 matrix is 16 floats, row after row: m(r, c) = m[4*r + c]. Vectors are rows, left of
  * the matrix: translation is row 3, and src1 * src2 applies src1 first. Angles are in radians.
@@ -4766,23 +4884,30 @@ ZONM_API ZonStatus zonmInterpolationCatmullRom_v4_32f(
  * a row is below 1.430511474609375e-06, with *det = 0 and dst untouched.
  * dst may be src in zonmInvert; keep it apart in the products and in zonmTranspose.
  */
-ZONM_API ZonStatus zonmIdentity_m4_32f(float *dst);
-ZONM_API ZonStatus zonmIsIdentity_m4_32f(const float *src, int32_t *dst);
-ZONM_API ZonStatus zonmTranspose_m4_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmDet_m4_32f(const float *src, float *dst);
-ZONM_API ZonStatus zonmInvert_m4_32f(const float *src, float *det, float *dst);
-ZONM_API ZonStatus zonmMul_mm4x4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmMulTranspose_m4_32f(const float *src1, const float *src2, float *dst);
-ZONM_API ZonStatus zonmScaling_m4_32f(float sx, float sy, float sz, float *dst);
-ZONM_API ZonStatus zonmTranslation_m4_32f(float tx, float ty, float tz, float *dst);
-ZONM_API ZonStatus zonmRotationX_m4_32f(float angle, float *dst);
-ZONM_API ZonStatus zonmRotationY_m4_32f(float angle, float *dst);
-ZONM_API ZonStatus zonmRotationZ_m4_32f(float angle, float *dst);
-ZONM_API ZonStatus zonmRotationAxis_v3m4_32f(const float *axis, float angle, float *dst);
-ZONM_API ZonStatus zonmRotationYawPitchRoll_m4_32f(float yaw, float pitch, float roll, float *dst);
+ZONM_API ZonStatus zonmIdentity_m4_32f(float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmIsIdentity_m4_32f(const float *src, int32_t *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmTranspose_m4_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmDet_m4_32f(const float *src, float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_m4_32f(const float *src, float *det,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mm4x4_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmMulTranspose_m4_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmScaling_m4_32f(float sx, float sy, float sz, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmTranslation_m4_32f(float tx, float ty, float tz, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmRotationX_m4_32f(float angle, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmRotationY_m4_32f(float angle, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmRotationZ_m4_32f(float angle, float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmRotationAxis_v3m4_32f(const float *axis, float angle,
+    float *dst) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmRotationYawPitchRoll_m4_32f(float yaw, float pitch, float roll,
+    float *dst) ZONM_NOEXCEPT;
 
 /**
  * View and projection matrices
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * All fill the m4 matrix dst, for row vectors and depth 0 to 1; LH and RH name the hand of the
  * coordinate system. Cells not named are 0. d = zFar - zNear; for RH the sign of d is turned.
@@ -4806,13 +4931,13 @@ ZONM_API ZonStatus zonmLookAtLH_m4_32f(
     const float *eye,
     const float *at,
     const float *up,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmOrthoLH_m4_32f(
     float width,
     float height,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmOrthoOffCenterLH_m4_32f(
     float left,
     float right,
@@ -4820,13 +4945,13 @@ ZONM_API ZonStatus zonmOrthoOffCenterLH_m4_32f(
     float top,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveLH_m4_32f(
     float width,
     float height,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveOffCenterLH_m4_32f(
     float left,
     float right,
@@ -4834,24 +4959,24 @@ ZONM_API ZonStatus zonmPerspectiveOffCenterLH_m4_32f(
     float top,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveFovLH_m4_32f(
     float fovY,
     float aspect,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmLookAtRH_m4_32f(
     const float *eye,
     const float *at,
     const float *up,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmOrthoRH_m4_32f(
     float width,
     float height,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmOrthoOffCenterRH_m4_32f(
     float left,
     float right,
@@ -4859,13 +4984,13 @@ ZONM_API ZonStatus zonmOrthoOffCenterRH_m4_32f(
     float top,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveRH_m4_32f(
     float width,
     float height,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveOffCenterRH_m4_32f(
     float left,
     float right,
@@ -4873,16 +4998,18 @@ ZONM_API ZonStatus zonmPerspectiveOffCenterRH_m4_32f(
     float top,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmPerspectiveFovRH_m4_32f(
     float fovY,
     float aspect,
     float zNear,
     float zFar,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 
 /**
  * Point and normal transforms
+ *
+ * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * m4 families: row vector times m4 matrix src1, missing elements taken as z = 0 and w = 1
  *     zonmAffineTransform          four elements at dst, also for 2 and 3 elements at src2
@@ -4905,60 +5032,63 @@ ZONM_API ZonStatus zonmPerspectiveFovRH_m4_32f(
  * magnitude, the vector's dst gets the largest float three times, and the call goes on and
  * returns zonStsDivByZero at the end.
  */
-ZONM_API ZonStatus zonmAffineTransform_m4v2_32f(const float *src1, const float *src2, float *dst);
+ZONM_API ZonStatus zonmAffineTransform_m4v2_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransform_m4v2a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmAffineTransform_m4v3_32f(const float *src1, const float *src2, float *dst);
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmAffineTransform_m4v3_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransform_m4v3a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmAffineTransform_m4v4_32f(const float *src1, const float *src2, float *dst);
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_API ZonStatus zonmAffineTransform_m4v4_32f(const float *src1, const float *src2,
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransform_m4v4a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformCoord_m4v2_32f(
     const float *src1,
     const float *src2,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformCoord_m4v2a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformCoord_m4v3_32f(
     const float *src1,
     const float *src2,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformCoord_m4v3a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformNormal_m4v2_32f(
     const float *src1,
     const float *src2,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformNormal_m4v2a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformNormal_m4v3_32f(
     const float *src1,
     const float *src2,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmAffineTransformNormal_m4v3a_32f(
     const float *src1,
     const float *src2, int32_t src2Stride0,
     float *dst, int32_t dstStride0,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmProject_m4v3_32f(
     const float *proj,
     const float *view,
@@ -4968,7 +5098,7 @@ ZONM_API ZonStatus zonmProject_m4v3_32f(
     float height,
     float zMin,
     float zMax,
-    float *dst);
+    float *dst) ZONM_NOEXCEPT;
 ZONM_API ZonStatus zonmProject_m4v3a_32f(
     const float *proj,
     const float *view,
@@ -4979,8 +5109,8 @@ ZONM_API ZonStatus zonmProject_m4v3a_32f(
     float zMin,
     float zMax,
     float *dst, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmUnproject_m4v3_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmUnproject_m4v3_32f(
     const float *proj,
     const float *view,
     const float *world,
@@ -4989,8 +5119,8 @@ ZONM_API ZonStatus zonmUnproject_m4v3_32f(
     float height,
     float zMin,
     float zMax,
-    float *dst);
-ZONM_API ZonStatus zonmUnproject_m4v3a_32f(
+    float *dst) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmUnproject_m4v3a_32f(
     const float *proj,
     const float *view,
     const float *world,
@@ -5000,12 +5130,12 @@ ZONM_API ZonStatus zonmUnproject_m4v3a_32f(
     float zMin,
     float zMax,
     float *dst, int32_t dstStride0,
-    int32_t count);
-ZONM_API ZonStatus zonmAffineTransform3DH_mva_32f(
+    int32_t count) ZONM_NOEXCEPT;
+ZONM_NODISCARD ZONM_API ZonStatus zonmAffineTransform3DH_mva_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
     const float *src2, int32_t src2Stride0, int32_t src2Stride2,
     float *dst, int32_t dstStride0, int32_t dstStride2,
-    int32_t count);
+    int32_t count) ZONM_NOEXCEPT;
 
 #ifdef __cplusplus
 }

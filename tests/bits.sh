@@ -5,21 +5,21 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-cmake --preset release -DZONM_TESTS=ON >/dev/null
-cmake --build --preset release
+cmake --preset release -B build/test-release -DZONM_TESTS=ON >/dev/null
+cmake --build build/test-release
 # <family>_test and <family>_*_test of every family; each program demands a digest for each export.
 programs=$(python3 -c '
 import glob, json
 families = sorted({e["family"] for e in json.load(open("zonm.json"))["exports"]})
-found = {p for f in families for p in glob.glob(f"build/release/tests/{f}_test") +
-         glob.glob(f"build/release/tests/{f}_*_test")}
+found = {p for f in families for p in glob.glob(f"build/test-release/tests/{f}_test") +
+         glob.glob(f"build/test-release/tests/{f}_*_test")}
 print(*sorted(found), sep="\n")')
 exports=$(sed -n 's/^ZONM_EXPORT(\(.*\))$/\1/p' tests/generated/exports.inc | sort)
 
-# name, where it is built, compiler, build type, ZONM_ARCH. The presets' trees serve if they are there.
+# name, where it is built, compiler, build type, ZONM_ARCH. The trees of ./dev test serve if they are there.
 builds=(
-  "g++-O3 build/release g++ Release"
-  "clang-O3 build/clang clang++ Release"
+  "g++-O3 build/test-release g++ Release"
+  "clang-O3 build/test-clang clang++ Release"
   "g++-O0 build/bits/g++-O0 g++ Debug"
   "clang-O0 build/bits/clang-O0 clang++ Debug"
 )

@@ -192,7 +192,8 @@ std::map<std::string, std::pair<std::string, std::vector<Signature::Argument>>> 
     std::ifstream file(ZONM_SOURCE_DIR "/include/zonm.h");
     std::string text(std::istreambuf_iterator<char>(file), {});
     text = std::regex_replace(text, std::regex("/\\*[^*]*\\*+([^/*][^*]*\\*+)*/"), "");
-    const std::regex prototype("ZONM_API\\s+([A-Za-z ]+[ *])(zonm\\w+)\\(([^)]*)\\);");
+    const std::regex prototype(
+        "ZONM_API\\s+([A-Za-z ]+[ *])(zonm\\w+)\\(([^)]*)\\) ZONM_NOEXCEPT;");
     const std::regex parameter("\\s*(.*[ *])(\\w+)\\s*");
     std::map<std::string, std::pair<std::string, std::vector<Signature::Argument>>> found;
     for (std::sregex_iterator it(text.begin(), text.end(), prototype), end; it != end; ++it) {

@@ -2,11 +2,17 @@
 # SPDX-License-Identifier: Apache-2.0
 """Compiles and runs the C programs of the documents and compares what they print.
 
-Every ```c block is a whole program, and the next ```text block in front of another program is its
-output. A file named behind ```c is the same program, but for its license line.
+Every ```c block is a whole program, the same as the file named behind ```c but for its license line, and
+the next ```text block in front of another program is its output.
+
+With --steps it does instead what the README's ```sh steps blocks say, word for word, one after the other
+in one shell, in a home directory of its own. With --built DIRECTORY too, the lines that build are left
+out, and what was built there is installed.
 """
 
 import argparse
+import json
+import os
 import re
 import subprocess
 import sys
@@ -19,14 +25,16 @@ LICENSE = "/* SPDX-License-Identifier: Apache-2.0 */\n"
 
 
 def programs(document):
-    """(file or "", source, output) of each program of a document."""
+    """(file, source, output) of each program of a document."""
     blocks = [(m[1].split(), m[2]) for m in FENCE.finditer(document.read_text())]
     blocks = [(kind, text) for kind, text in blocks if kind[:1] in (["c"], ["text"])]
     for (kind, text), (next_kind, output) in zip(blocks, blocks[1:] + [([], "")]):
         if kind[0] == "c":
+            if len(kind) != 2:
+                sys.exit(f"{document.name}: name the file of this program behind ```c:\n{text}")
             if next_kind != ["text"]:
                 sys.exit(f"{document.name}: a program has no output behind it:\n{text}")
-            yield "".join(kind[1:]), text, output
+            yield kind[1], text, output
 
 
 def output_of(source, options, folder):
@@ -43,19 +51,55 @@ def output_of(source, options, folder):
     return subprocess.run([str(binary)], check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
+def unbuilt_names(document):
+    """Exports that a page names in full and the library does not have."""
+    built = {e["name"]: e["built"] for e in json.loads((ROOT / "zonm.json").read_text())["exports"]}
+    return sorted({name for name in re.findall(r"zonm[A-Z]\w*", document.read_text()) if not built.get(name, True)})
+
+
+def follow_steps(options):
+    """What a reader types, who goes through the page from top to bottom."""
+    page = (ROOT / "README.md").read_text()
+    blocks = [m[2] for m in FENCE.finditer(page) if m[1].split() == ["sh", "steps"]]
+    text = "".join(blocks)
+    if "--install" not in text or "cc " not in text:
+        sys.exit("the README has no steps")
+    if options.built:
+        text = re.sub(r"^cmake --(preset|build) .*\n", "", text, flags=re.MULTILINE)
+        text = text.replace("build/release", str(Path(options.built).resolve()))
+    with tempfile.TemporaryDirectory() as home:
+        environment = {"HOME": home, "PATH": os.environ["PATH"]}
+        done = subprocess.run(["sh", "-e", "-c", text], cwd=ROOT, env=environment,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        left = [str(path) for path in ROOT.glob("readme*")]
+    print(text, done.stdout, sep="\n")
+    name, _, expected = next(iter(programs(ROOT / "README.md")))
+    if done.returncode or not done.stdout.endswith(expected):
+        sys.exit(f"FAILED: the steps do not end in the output of {name}:\n{expected}")
+    if left:
+        sys.exit(f"FAILED: the steps leave {left} in the sources")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--compiler", required=True)
-    parser.add_argument("--include", required=True)
-    parser.add_argument("--library", required=True)
+    parser.add_argument("--compiler", default="cc")
+    parser.add_argument("--include")
+    parser.add_argument("--library")
     parser.add_argument("--flags", default="", help="further flags of the compiler, in one argument")
+    parser.add_argument("--steps", action="store_true")
+    parser.add_argument("--built", help="a tree that is built")
     options = parser.parse_args()
+    if options.steps:
+        return follow_steps(options)
     failures = found = 0
     for document in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+        if names := unbuilt_names(document):
+            failures += 1
+            print(f"FAILED {document.name}: explains by what is not built: {', '.join(names)}")
         for name, source, expected in programs(document):
             found += 1
-            title = f"{document.name}: {name or 'program'}"
-            if name and (ROOT / name).read_text().replace(LICENSE, "", 1) != source:
+            title = f"{document.name}: {name}"
+            if (ROOT / name).read_text().replace(LICENSE, "", 1) != source:
                 failures += 1
                 print(f"FAILED {title}: differs from the file")
                 continue

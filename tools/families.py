@@ -19,6 +19,21 @@ class Built:
     functions: dict = field(default_factory=dict)  # operation -> C++ function that its entries call
 
 
+STATUSES = [
+    ("zonStsOk", 0, "success"),
+    ("zonStsBlockSingular", -2, "a 2x2 system of the eigenvectors broke down"),
+    ("zonStsBadSize", -6, "a width, height, len or size below 1"),
+    ("zonStsNullPointer", -8, "a top-level pointer is null"),
+    ("zonStsDivByZero", -10, "a vanishing column in QR or a fourth component"),
+    ("zonStsNotPositiveDefinite", -179, "Cholesky met a non-positive pivot"),
+    ("zonStsBadStride", -182, "a stride is no positive multiple of the element size"),
+    ("zonStsSingular", -195, "a pivot below the singularity limit"),
+    ("zonStsBadShift", -202, "a shift is negative or no multiple of the element size"),
+    ("zonStsBadCount", -203, "count below 1"),
+    ("zonStsShapeMismatch", -204, "operands of sizes that do not match"),
+    ("zonStsNoConvergence", -205, "an iteration limit was reached"),
+]
+
 # Adding a family: its file under src/<folder>/, its line here, and a run of generate.py.
 BUILT = {
     "version": Built("frame"),
@@ -42,7 +57,9 @@ BUILT = {
 FAMILIES = {
     "version": Family("Library version: zonmGetLibVersion", """
     Returns a pointer to the one version record, the same on every call. It cannot fail. The
-    record is a constant: do not free it. revision is the number in versionText.
+    record is a constant: do not free it. revision is the number in versionText. All its values
+    belong to the interface and are the same in every build of this version: buildDate and
+    revision do not tell when, or from which sources, a library was compiled.
     """, "Frame"),
 
     # Element-wise arithmetic and data movement ------------------------------------------------

@@ -3,14 +3,14 @@
 """Writes everything that follows from the manifest, or with --check compares it with what is there."""
 
 import argparse
-import json
 import re
 import sys
 import textwrap
 from dataclasses import dataclass
 from pathlib import Path
 
-from families import BUILT, FAMILIES
+import description
+from families import BUILT, FAMILIES, STATUSES
 from manifest import ELEMENT_TYPES, ELEMENTS, EXPORTS, OBJECTS, STATUS_OF_STEP
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -73,20 +73,44 @@ def table_value(e):
 # The header -----------------------------------------------------------------------------------
 
 
+def prototype(e):
+    head = "" if e.statuses == ["zonStsOk"] else "ZONM_NODISCARD "  # a status that can tell something
+    one_line = f"{head}ZONM_API {declaration(e)} ZONM_NOEXCEPT;"
+    if "\n" in one_line or len(one_line) <= WIDTH:
+        return one_line
+    return wrapped(f"{head}ZONM_API {e.returns}{'' if e.returns.endswith('*') else ' '}{e.name}(",
+                   [a.declaration() for a in e.arguments], ") ZONM_NOEXCEPT;")
+
+
+def statuses():
+    """The enumerators, and the cases of zonmStatusText."""
+    widest = max(len(f"{name} = {value},") for name, value, _ in STATUSES)
+    enumerators, cases = [], []
+    for name, value, meaning in STATUSES:
+        comma = "" if name == STATUSES[-1][0] else ","
+        enumerators.append(f"    {f'{name} = {value}{comma}':{widest}} /**< {meaning} */")
+        cases += [f"    case {name}:", f'        return "{name}: {meaning}";']
+    return "\n".join(enumerators), "\n".join(cases)
+
+
 def header():
-    parts = [(ROOT / "tools" / "zonm.h.in").read_text()]
+    text = (ROOT / "tools" / "zonm.h.in").read_text()
     prototypes = []
     for key, family in FAMILIES.items():
-        members = [e for e in EXPORTS if e.family == key]
         if family.subsystem:
             prototypes.append(f"/* ==== {family.subsystem} " + "=" * (80 - len(family.subsystem)) + " */\n")
         body = textwrap.dedent(family.text).strip()
+        if key not in BUILT:
+            body = "NOT IN THE LIBRARY YET: a program that calls one of these does not link.\n\n" + body
         block = "\n".join((" * " + line).rstrip() for line in [family.title, ""] + body.splitlines())
         prototypes.append("/**\n" + block + "\n */")
-        for e in members:
-            prototypes.append(f"ZONM_API {declaration(e)};")
+        prototypes += [prototype(e) for e in EXPORTS if e.family == key]
         prototypes.append("")
-    return parts[0].replace("@PROTOTYPES@\n", "\n".join(prototypes))
+    enumerators, cases = statuses()
+    for part, number in zip(("MAJOR", "MINOR", "PATCH"), VERSION.split(".")):
+        text = text.replace(f"@{part}@", number)
+    return (text.replace("@STATUSES@", enumerators).replace("@STATUS_TEXTS@", cases)
+            .replace("@PROTOTYPES@\n", "\n".join(prototypes)))
 
 
 # The export table ------------------------------------------------------------------------------
@@ -254,7 +278,7 @@ def built_list():
     return f"// {LICENSE}\n// {NOTE}\n{names}"
 
 
-# Linker scripts and the machine-readable grammar ----------------------------------------------
+# Linker scripts -------------------------------------------------------------------------------
 
 
 def version_script():
@@ -267,28 +291,6 @@ def definition_file():
     return f"; {LICENSE}\n; {NOTE}\nLIBRARY zonm\nEXPORTS\n{names}"
 
 
-def grammar():
-    exports = []
-    for e in BY_NAME:
-        exports.append({
-            "ordinal": e.ordinal, "name": e.name, "family": e.family, "operation": e.operation,
-            "group": e.group, "element": e.element, "description": e.description, "returns": e.returns.strip(" *"),
-            "built": is_built(e),
-            "operands": [{"name": o.name, "kind": {"m": "matrix", "v": "vector", "c": "constant"}[o.kind],
-                          "array": o.array, "transposed": o.transposed,
-                          "description": o.description or "strided", "output": o.output}
-                         for o in e.operands],
-            "arguments": [{"name": a.name, "type": a.type.strip(), "role": a.role, "operand": a.operand}
-                          for a in e.arguments],
-            "checks": [{"step": step, "arguments": names, "status": STATUS_OF_STEP[step]}
-                       | ({"condition": shape_condition(e)} if step == "shapes" else {})
-                       for step, names in e.checks],
-            "statuses": e.statuses if e.returns == "ZonStatus" else [],
-        })
-    lines = ",\n".join(json.dumps(x, separators=(",", ":")) for x in exports)
-    return f'{{"version": "{VERSION}", "exports": [\n{lines}\n]}}\n'
-
-
 def outputs():
     require_distinct_calls(EXPORTS)
     generated = "src/frame/generated/"
@@ -297,7 +299,7 @@ def outputs():
         generated + "export_table.hpp": export_table(),
         generated + "zonm.map": version_script(),
         generated + "zonm.def": definition_file(),
-        "zonm.json": grammar(),
+        "zonm.json": description.document(VERSION, is_built, shape_condition),
         "tests/generated/exports.inc": built_list(),
     }
     for key, built in BUILT.items():

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.hpp"
 
+#include "common/csv.hpp"
+
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iomanip>
 #include <ostream>
-#include <stdexcept>
-#include <string>
 
 namespace trend
 {
@@ -37,34 +34,32 @@ void printGrowth(std::ostream &out, const char *label, const Series &series,
     }
     out << label;
     if (weights == 0)
-        out << "unknown, no week is fitted";
+        out << "unknown: no fitted week in this period";
     else
-        out << std::fixed << std::setprecision(2) << sum / weights << " per year";
+        out << std::fixed << std::setprecision(2) << sum / weights << " ppmv per year";
     out << " (" << isoDate(from) << " to " << isoDate(to) << ")\n";
 }
 
 } // namespace
 
-void writeTable(const std::filesystem::path &path, const Series &series,
-                const Regression &regression)
+std::string tableOf(const Series &series, const Regression &regression)
 {
-    std::ofstream table(path, std::ios::binary);
-    table << "date,measured,trend,slope_per_year\n";
+    using common::shortest;
+    std::string table = "date,measured,trend,slope_per_year\n";
     for (std::size_t k = 0; k < series.size(); ++k) {
         const auto &[date, measured] = series[k];
         const auto &fit = regression.fits[k];
-        table << compactDate(date) << ',' << (measured ? shortest(*measured) : "") << ',';
+        table += compactDate(date) + ',' + (measured ? shortest(*measured) : "") + ',';
         if (fit.outcome == Outcome::fitted)
-            table << shortest(fit.trend) << ',' << shortest(fit.slopePerYear) << '\n';
+            table += shortest(fit.trend) + ',' + shortest(fit.slopePerYear) + '\n';
         else
-            table << ",\n";
+            table += ",\n";
     }
-    if (!table.flush())
-        throw std::runtime_error("cannot write '" + path.string() + "': " + std::strerror(errno) +
-                                 "; choose another place with --out-csv");
+    return table;
 }
 
-void printSummary(std::ostream &out, const Series &series, const Regression &regression)
+void printSummary(std::ostream &out, const Series &series, const Regression &regression,
+                  double span)
 {
     const auto &fits = regression.fits;
     const auto measured = std::count_if(series.begin(), series.end(),
@@ -73,6 +68,7 @@ void printSummary(std::ostream &out, const Series &series, const Regression &reg
         return fit.outcome == Outcome::fitted;
     });
     out << "weeks              " << series.size() << "\nmeasured           " << measured
+        << "\nspan               " << common::shortest(span) << " of the measured weeks"
         << "\nneighbours         " << regression.neighbours << " per fit\nfitted             "
         << fitted << "\nfailed             " << std::ssize(fits) - fitted << '\n';
     for (std::size_t k = 0; k < fits.size(); ++k) {

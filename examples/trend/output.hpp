@@ -5,15 +5,16 @@
 #include "regression.hpp"
 #include "series.hpp"
 
-#include <filesystem>
 #include <iosfwd>
+#include <string>
 
 namespace trend
 {
 
-void writeTable(const std::filesystem::path &path, const Series &series,
-                const Regression &regression);
+// CSV: date, measured, trend, slope_per_year.
+std::string tableOf(const Series &series, const Regression &regression);
 
-void printSummary(std::ostream &out, const Series &series, const Regression &regression);
+void printSummary(std::ostream &out, const Series &series, const Regression &regression,
+                  double span);
 
 } // namespace trend

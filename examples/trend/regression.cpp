@@ -65,7 +65,7 @@ std::size_t neighboursOf(double span, std::size_t measured)
 
     if (!(span > 0 && span <= 1)) // also catches NaN
         throw std::runtime_error("the span must be above 0 and at most 1, the fraction of the "
-                                 "measured weeks that one fit looks at; try --span 0.05");
+                                 "measured weeks that one fit looks at; try --span 0.25");
     if (measured < fewest)
         throw std::runtime_error("the series has only " + std::to_string(measured) +
                                  " measured weeks; a local quadratic needs at least " +

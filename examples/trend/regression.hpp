@@ -13,7 +13,9 @@
 namespace trend
 {
 
-inline constexpr double defaultSpan = 0.05;
+// Of the 43 years of the example about ten: a fit that sees a year or two follows the season, and
+// at the ends of the series, where it sees one side only, takes it for the slope.
+inline constexpr double defaultSpan = 0.25;
 
 // Weights sum to 1 and abscissae lie within [-1, 1], so the first pivot is 1 and the others are
 // measured against it. Below this one, half of a double's sixteen digits are lost.

@@ -6,14 +6,16 @@
 #include "regression.hpp"
 #include "series.hpp"
 
-#include <CLI/CLI.hpp>
+#include "common/output.hpp"
+#include "common/program.hpp"
 
-#include <exception>
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -30,6 +32,11 @@ constexpr auto notes = R"(Why the abscissa is scaled:
   and weights that sum to 1: its first pivot is 1, and the others tell how good the
   fit is in any unit of time. A week whose smallest pivot is below 1e-8 is not used.
 
+The span:
+  A fit that sees a year or two follows the season: with --span 0.05 the slope
+  swings with it, and at the ends of the series, where a fit sees one side only, it
+  is the season's. The default looks at about ten years at once.
+
 Weeks that cannot be fitted:
   A week with fewer than three measured weeks of positive weight is passed on as a
   zero matrix, which the library reports as singular; a reach shorter than a gap
@@ -45,26 +52,34 @@ struct Options {
     bool noPicture = false;
 };
 
-void protectInput(const Options &options)
-{
-    for (const auto &output : {options.table, options.picture})
-        if (std::filesystem::exists(output) && std::filesystem::equivalent(output, options.input))
-            throw std::runtime_error("'" + output.string() +
-                                     "' is the input; choose another place for the output");
-}
-
 void run(const Options &options)
 {
+    std::vector<std::filesystem::path> files{options.input, options.table};
+    if (!options.noPicture)
+        files.push_back(options.picture);
+    common::requireDistinct(files);
+
     const auto series = trend::readSeries(options.input);
     const auto regression = trend::fitLocalQuadratics(series, options.span, options.reachWeeks);
-    protectInput(options);
-    trend::writeTable(options.table, series, regression);
-    trend::printSummary(std::cout, series, regression);
-    std::cout << "table              " << options.table.string() << std::endl;
-    if (options.noPicture)
-        return;
-    trend::drawPicture(options.picture, series, regression);
-    std::cout << "picture            " << options.picture.string() << std::endl;
+    if (std::none_of(regression.fits.begin(), regression.fits.end(),
+                     [](const auto &fit) { return fit.outcome == trend::Outcome::fitted; }))
+        throw std::runtime_error("not one of the " + std::to_string(series.size()) +
+                                 " weeks can be fitted: too few measured weeks lie near enough; "
+                                 "give a larger --reach or none");
+
+    common::OutputFile table(options.table, trend::tableOf(series, regression), "--out-csv");
+    std::optional<common::OutputFile> picture;
+    if (!options.noPicture)
+        picture.emplace(options.picture, trend::drawPicture(series, regression, options.span),
+                        "--out-png");
+    table.commit();
+    if (picture)
+        picture->commit();
+
+    trend::printSummary(std::cout, series, regression, options.span);
+    std::cout << "table              " << options.table.string() << '\n';
+    if (picture)
+        std::cout << "picture            " << options.picture.string() << '\n';
 }
 
 } // namespace
@@ -86,20 +101,9 @@ int main(int argc, char **argv)
     app.add_option("--out-csv", options.table, "the table to write")
         ->capture_default_str()
         ->type_name("FILE");
-    app.add_option("--out-png", options.picture, "the picture to draw, with gnuplot")
+    app.add_option("--out-png", options.picture, "the picture to draw")
         ->capture_default_str()
         ->type_name("FILE");
     app.add_flag("--no-picture", options.noPicture, "draw no picture");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : 1;
-    }
-
-    try {
-        run(options);
-    } catch (const std::exception &error) {
-        std::cerr << "trend: " << error.what() << '\n';
-        return 1;
-    }
+    return common::runProgram(app, argc, argv, [&] { run(options); });
 }

@@ -389,41 +389,75 @@ template <class T, bool withVectors> class QrIteration
                     h(q + 2, q - 1) = 0;
             } else if (m > first)
                 h(q, q - 1) = -h(q, q - 1);
-            const Number<T> t2 = t1 * u[1], t3 = t1 * u[2];
-            const int end = withVectors ? n : last, begin = withVectors ? 1 : first;
+            const int begin = withVectors ? 1 : first, end = withVectors ? n : last;
             const int reach = q + 3 < last ? q + 3 : last;
+            const Reflection reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
             if (rows == 3) {
-                for (int j = q; j <= end; ++j)
-                    reflect(h(q, j), h(q + 1, j), h(q + 2, j), t1, t2, t3);
-                for (int j = begin; j <= reach; ++j)
-                    reflect(h(j, q), h(j, q + 1), h(j, q + 2), t1, t2, t3);
-                for (int j = 1; withVectors && j <= n; ++j)
-                    reflect(z(j, q), z(j, q + 1), z(j, q + 2), t1, t2, t3);
+                reflection.onThreeRows(h, q, q, end);
+                reflection.onThreeColumns(h, q, begin, reach);
+                if constexpr (withVectors)
+                    reflection.onThreeColumns(z, q, 1, n);
             } else {
-                for (int j = q; j <= end; ++j)
-                    reflect(h(q, j), h(q + 1, j), t1, t2);
-                for (int j = begin; j <= last; ++j)
-                    reflect(h(j, q), h(j, q + 1), t1, t2);
-                for (int j = 1; withVectors && j <= n; ++j)
-                    reflect(z(j, q), z(j, q + 1), t1, t2);
+                reflection.onTwoRows(h, q, q, end);
+                reflection.onTwoColumns(h, q, begin, last);
+                if constexpr (withVectors)
+                    reflection.onTwoColumns(z, q, 1, n);
             }
         }
     }
-    void reflect(Stored<T> x, Stored<T> y, Stored<T> w, double t1, double t2, double t3) const
-    {
-        const double one = x, two = y, three = w;
-        const Number<T> sum = carried.u[1] * two + one + carried.u[2] * three;
-        x = one - sum * t1;
-        y = two - sum * t2;
-        w = three - sum * t3;
-    }
-    void reflect(Stored<T> x, Stored<T> y, double t1, double t2) const
-    {
-        const double one = x, two = y;
-        const Number<T> sum = carried.u[1] * two + one;
-        x = one - sum * t1;
-        y = two - sum * t2;
-    }
+
+    // Values of its own: a store to the caller's memory could change others.
+    struct Reflection {
+        Number<T> u2, u3, t1, t2, t3;
+
+        void of(Stored<T> x, Stored<T> y, Stored<T> w) const
+        {
+            const double one = x, two = y, three = w;
+            const Number<T> sum = u2 * two + one + u3 * three;
+            x = one - sum * t1;
+            y = two - sum * t2;
+            w = three - sum * t3;
+        }
+        void of(Stored<T> x, Stored<T> y) const
+        {
+            const double one = x, two = y;
+            const Number<T> sum = u2 * two + one;
+            x = one - sum * t1;
+            y = two - sum * t2;
+        }
+        // Rows or columns q, q+1 and q+2 of m, from element `from` to element `to`.
+        void onThreeRows(ColumnMatrix<T> m, int q, int from, int to) const
+        {
+            const Reflection self = *this;
+            for (int c = from; c <= to; ++c) {
+                const StoredRun<T> x = m.columnFrom(q, c);
+                self.of(x[0], x[1], x[2]);
+            }
+        }
+        void onTwoRows(ColumnMatrix<T> m, int q, int from, int to) const
+        {
+            const Reflection self = *this;
+            for (int c = from; c <= to; ++c) {
+                const StoredRun<T> x = m.columnFrom(q, c);
+                self.of(x[0], x[1]);
+            }
+        }
+        void onThreeColumns(ColumnMatrix<T> m, int q, int from, int to) const
+        {
+            const Reflection self = *this;
+            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1),
+                               w = m.columnFrom(from, q + 2);
+            for (int r = 0; r <= to - from; ++r)
+                self.of(x[r], y[r], w[r]);
+        }
+        void onTwoColumns(ColumnMatrix<T> m, int q, int from, int to) const
+        {
+            const Reflection self = *this;
+            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1);
+            for (int r = 0; r <= to - from; ++r)
+                self.of(x[r], y[r]);
+        }
+    };
 
     // Both eigenvalues of the block at the end.
     void takeBlock()

@@ -10,9 +10,14 @@ int main(void)
     const int32_t row = sizeof a[0], element = sizeof a[0][0];
     const ZonStatus status =
         zonmAdd_mm_64f(a[0], row, element, b[0], row, element, sum[0], row, element, 2, 2);
-    printf("status %d, last element %g\n", (int)status, sum[1][1]);
+    printf("%s, last element %g\n", zonmStatusText(status), sum[1][1]);
     return !(status == zonStsOk && sum[0][0] == 11 && sum[1][1] == 44 &&
              zonmAdd_mm_64f(NULL, row, element, b[0], row, element, sum[0], row, element, 2, 2) ==
                  zonStsNullPointer &&
+             zonmGetLibVersion()->major == ZONM_VERSION_MAJOR &&
+             zonmGetLibVersion()->minor == ZONM_VERSION_MINOR &&
+             zonmGetLibVersion()->patch == ZONM_VERSION_PATCH &&
+             strcmp(zonmStatusText(zonStsBadCount), "zonStsBadCount: count below 1") == 0 &&
+             strcmp(zonmStatusText(1), "no status of zonm") == 0 &&
              strcmp(zonmGetLibVersion()->versionText, "8.1.0 (r41664)") == 0);
 }

@@ -3,6 +3,9 @@
 #include <iostream>
 #include <zonm.h>
 
+static_assert(noexcept(zonmGetLibVersion()) &&noexcept(zonmStatusText(zonStsOk)));
+static_assert(noexcept(zonmDet_m4_32f(nullptr, nullptr)));
+
 int main()
 {
     std::array<float, 4> a = {1, 2, 3, 4}, difference = {};

@@ -31,8 +31,9 @@ Export parse(const json &j)
     for (const json &o : j.at("operands"))
         e.operands.push_back(
             {o.at("name"), o.at("kind"), o.at("array"), o.at("transposed"), o.at("output")});
-    for (const json &a : j.at("arguments"))
-        e.arguments.push_back({a.at("name"), a.at("type"), a.at("role"), a.at("operand")});
+    for (const json &a : j.at("arguments")) // width, height, len and order are all sizes here
+        e.arguments.push_back({a.at("name"), a.at("type"),
+                               a.contains("sizes") ? json("size") : a.at("role"), a.at("operand")});
     for (const json &c : j.at("checks"))
         e.checks.push_back({c.at("step"), c.at("status"), c.at("arguments")});
     return e;

@@ -20,9 +20,10 @@ int main()
         if (child == 0) {
             std::signal(SIGALRM, [](int) { _exit(0); });
             alarm(1);
-            zonmAdd_mama_32f(src, element, element, element, src, element, element, element, dst,
-                             element, element, element, n, n, count);
-            _exit(0);
+            const ZonStatus status =
+                zonmAdd_mama_32f(src, element, element, element, src, element, element, element,
+                                 dst, element, element, element, n, n, count);
+            _exit(status != zonStsOk);
         }
         int status = 1;
         if (waitpid(child, &status, 0) != child || status != 0)
