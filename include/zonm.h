@@ -4343,8 +4343,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_64f_P(
 /**
  * Symmetric eigenproblem: zonmEigenValuesSym, zonmEigenValuesVectorsSym
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * src = V * diag(dstValues) * transpose(V),  V = dstVectors, column j for value j
  *
  * size is the order n. src is not tested for symmetry: size 2 uses its upper triangle, larger
@@ -4459,8 +4457,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_P(
 /**
  * General eigenvalues: zonmEigenValues
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * det(src[k] - (dstValuesRe[r] + i*dstValuesIm[r]) * I) = 0
  *
  * size is the order n. dstValuesRe and dstValuesIm have n numbers per matrix, back to back in
@@ -4517,8 +4513,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_64f_P(
 
 /**
  * General eigenvectors: zonmEigenValuesVectors, Right and Left
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * Right: column c of dstVectors is x with transpose(x) * src = lambda * transpose(x)
  * Left:  column c of dstVectors is y with src * conj(y) = lambda * conj(y), so that for a real
@@ -4698,8 +4692,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectors_ma_64f_P(
 
 /**
  * Buffer sizes of the general eigenproblem
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * zonmEigenValuesGetBufSize:         *bufSize = size * (size + 5) * (element size)
  * zonmEigenValuesVectorsGetBufSize:  *bufSize = size * (3*size + 5) * (element size)

@@ -203,6 +203,70 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmDotProduct_v2_32f) zonmDotProduct_v2_32f;
 [[gnu::noinline]] decltype(::zonmDotProduct_v3_32f) zonmDotProduct_v3_32f;
 [[gnu::noinline]] decltype(::zonmDotProduct_v4_32f) zonmDotProduct_v4_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_32f) zonmEigenValuesGetBufSize_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_64f) zonmEigenValuesGetBufSize_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f) zonmEigenValuesSym_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f_P) zonmEigenValuesSym_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_64f) zonmEigenValuesSym_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_m_64f_P) zonmEigenValuesSym_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f) zonmEigenValuesSym_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f_L) zonmEigenValuesSym_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_32f_P) zonmEigenValuesSym_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f) zonmEigenValuesSym_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_L) zonmEigenValuesSym_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesSym_ma_64f_P) zonmEigenValuesSym_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsGetBufSize_32f) zonmEigenValuesVectorsGetBufSize_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsGetBufSize_64f) zonmEigenValuesVectorsGetBufSize_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_m_32f) zonmEigenValuesVectorsLeft_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_m_32f_P) zonmEigenValuesVectorsLeft_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_m_64f) zonmEigenValuesVectorsLeft_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_m_64f_P) zonmEigenValuesVectorsLeft_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_32f) zonmEigenValuesVectorsLeft_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_32f_L) zonmEigenValuesVectorsLeft_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_32f_P) zonmEigenValuesVectorsLeft_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_64f) zonmEigenValuesVectorsLeft_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_64f_L) zonmEigenValuesVectorsLeft_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsLeft_ma_64f_P) zonmEigenValuesVectorsLeft_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_m_32f) zonmEigenValuesVectorsRight_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_m_32f_P) zonmEigenValuesVectorsRight_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_m_64f) zonmEigenValuesVectorsRight_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_m_64f_P) zonmEigenValuesVectorsRight_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_32f) zonmEigenValuesVectorsRight_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_32f_L) zonmEigenValuesVectorsRight_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_32f_P) zonmEigenValuesVectorsRight_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_64f) zonmEigenValuesVectorsRight_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_64f_L) zonmEigenValuesVectorsRight_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsRight_ma_64f_P) zonmEigenValuesVectorsRight_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f) zonmEigenValuesVectorsSym_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_32f_P) zonmEigenValuesVectorsSym_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_64f) zonmEigenValuesVectorsSym_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_m_64f_P) zonmEigenValuesVectorsSym_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f) zonmEigenValuesVectorsSym_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f_L) zonmEigenValuesVectorsSym_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_32f_P) zonmEigenValuesVectorsSym_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f) zonmEigenValuesVectorsSym_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_L) zonmEigenValuesVectorsSym_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectorsSym_ma_64f_P) zonmEigenValuesVectorsSym_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_m_32f) zonmEigenValuesVectors_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_m_32f_P) zonmEigenValuesVectors_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_m_64f) zonmEigenValuesVectors_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_m_64f_P) zonmEigenValuesVectors_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_32f) zonmEigenValuesVectors_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_32f_L) zonmEigenValuesVectors_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_32f_P) zonmEigenValuesVectors_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_64f) zonmEigenValuesVectors_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_64f_L) zonmEigenValuesVectors_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValuesVectors_ma_64f_P) zonmEigenValuesVectors_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_32f) zonmEigenValues_m_32f;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_32f_P) zonmEigenValues_m_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_64f) zonmEigenValues_m_64f;
+[[gnu::noinline]] decltype(::zonmEigenValues_m_64f_P) zonmEigenValues_m_64f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f) zonmEigenValues_ma_32f;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f_L) zonmEigenValues_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_32f_P) zonmEigenValues_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f) zonmEigenValues_ma_64f;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f_L) zonmEigenValues_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmEigenValues_ma_64f_P) zonmEigenValues_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f) zonmExtract_m_32f;
 [[gnu::noinline]] decltype(::zonmExtract_m_32f_P) zonmExtract_m_32f_P;
 [[gnu::noinline]] decltype(::zonmExtract_m_64f) zonmExtract_m_64f;
@@ -1765,70 +1829,70 @@ inline constexpr ExportTable exportTable = {
     .zonmDotProduct_vv_32f_P = nullptr,
     .zonmDotProduct_vv_64f = nullptr,
     .zonmDotProduct_vv_64f_P = nullptr,
-    .zonmEigenValuesGetBufSize_32f = nullptr,
-    .zonmEigenValuesGetBufSize_64f = nullptr,
-    .zonmEigenValuesSym_m_32f = nullptr,
-    .zonmEigenValuesSym_m_32f_P = nullptr,
-    .zonmEigenValuesSym_m_64f = nullptr,
-    .zonmEigenValuesSym_m_64f_P = nullptr,
-    .zonmEigenValuesSym_ma_32f = nullptr,
-    .zonmEigenValuesSym_ma_32f_L = nullptr,
-    .zonmEigenValuesSym_ma_32f_P = nullptr,
-    .zonmEigenValuesSym_ma_64f = nullptr,
-    .zonmEigenValuesSym_ma_64f_L = nullptr,
-    .zonmEigenValuesSym_ma_64f_P = nullptr,
-    .zonmEigenValuesVectorsGetBufSize_32f = nullptr,
-    .zonmEigenValuesVectorsGetBufSize_64f = nullptr,
-    .zonmEigenValuesVectorsLeft_m_32f = nullptr,
-    .zonmEigenValuesVectorsLeft_m_32f_P = nullptr,
-    .zonmEigenValuesVectorsLeft_m_64f = nullptr,
-    .zonmEigenValuesVectorsLeft_m_64f_P = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_32f = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_32f_L = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_32f_P = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_64f = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_64f_L = nullptr,
-    .zonmEigenValuesVectorsLeft_ma_64f_P = nullptr,
-    .zonmEigenValuesVectorsRight_m_32f = nullptr,
-    .zonmEigenValuesVectorsRight_m_32f_P = nullptr,
-    .zonmEigenValuesVectorsRight_m_64f = nullptr,
-    .zonmEigenValuesVectorsRight_m_64f_P = nullptr,
-    .zonmEigenValuesVectorsRight_ma_32f = nullptr,
-    .zonmEigenValuesVectorsRight_ma_32f_L = nullptr,
-    .zonmEigenValuesVectorsRight_ma_32f_P = nullptr,
-    .zonmEigenValuesVectorsRight_ma_64f = nullptr,
-    .zonmEigenValuesVectorsRight_ma_64f_L = nullptr,
-    .zonmEigenValuesVectorsRight_ma_64f_P = nullptr,
-    .zonmEigenValuesVectorsSym_m_32f = nullptr,
-    .zonmEigenValuesVectorsSym_m_32f_P = nullptr,
-    .zonmEigenValuesVectorsSym_m_64f = nullptr,
-    .zonmEigenValuesVectorsSym_m_64f_P = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f_L = nullptr,
-    .zonmEigenValuesVectorsSym_ma_32f_P = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f_L = nullptr,
-    .zonmEigenValuesVectorsSym_ma_64f_P = nullptr,
-    .zonmEigenValuesVectors_m_32f = nullptr,
-    .zonmEigenValuesVectors_m_32f_P = nullptr,
-    .zonmEigenValuesVectors_m_64f = nullptr,
-    .zonmEigenValuesVectors_m_64f_P = nullptr,
-    .zonmEigenValuesVectors_ma_32f = nullptr,
-    .zonmEigenValuesVectors_ma_32f_L = nullptr,
-    .zonmEigenValuesVectors_ma_32f_P = nullptr,
-    .zonmEigenValuesVectors_ma_64f = nullptr,
-    .zonmEigenValuesVectors_ma_64f_L = nullptr,
-    .zonmEigenValuesVectors_ma_64f_P = nullptr,
-    .zonmEigenValues_m_32f = nullptr,
-    .zonmEigenValues_m_32f_P = nullptr,
-    .zonmEigenValues_m_64f = nullptr,
-    .zonmEigenValues_m_64f_P = nullptr,
-    .zonmEigenValues_ma_32f = nullptr,
-    .zonmEigenValues_ma_32f_L = nullptr,
-    .zonmEigenValues_ma_32f_P = nullptr,
-    .zonmEigenValues_ma_64f = nullptr,
-    .zonmEigenValues_ma_64f_L = nullptr,
-    .zonmEigenValues_ma_64f_P = nullptr,
+    .zonmEigenValuesGetBufSize_32f = entry::zonmEigenValuesGetBufSize_32f,
+    .zonmEigenValuesGetBufSize_64f = entry::zonmEigenValuesGetBufSize_64f,
+    .zonmEigenValuesSym_m_32f = entry::zonmEigenValuesSym_m_32f,
+    .zonmEigenValuesSym_m_32f_P = entry::zonmEigenValuesSym_m_32f_P,
+    .zonmEigenValuesSym_m_64f = entry::zonmEigenValuesSym_m_64f,
+    .zonmEigenValuesSym_m_64f_P = entry::zonmEigenValuesSym_m_64f_P,
+    .zonmEigenValuesSym_ma_32f = entry::zonmEigenValuesSym_ma_32f,
+    .zonmEigenValuesSym_ma_32f_L = entry::zonmEigenValuesSym_ma_32f_L,
+    .zonmEigenValuesSym_ma_32f_P = entry::zonmEigenValuesSym_ma_32f_P,
+    .zonmEigenValuesSym_ma_64f = entry::zonmEigenValuesSym_ma_64f,
+    .zonmEigenValuesSym_ma_64f_L = entry::zonmEigenValuesSym_ma_64f_L,
+    .zonmEigenValuesSym_ma_64f_P = entry::zonmEigenValuesSym_ma_64f_P,
+    .zonmEigenValuesVectorsGetBufSize_32f = entry::zonmEigenValuesVectorsGetBufSize_32f,
+    .zonmEigenValuesVectorsGetBufSize_64f = entry::zonmEigenValuesVectorsGetBufSize_64f,
+    .zonmEigenValuesVectorsLeft_m_32f = entry::zonmEigenValuesVectorsLeft_m_32f,
+    .zonmEigenValuesVectorsLeft_m_32f_P = entry::zonmEigenValuesVectorsLeft_m_32f_P,
+    .zonmEigenValuesVectorsLeft_m_64f = entry::zonmEigenValuesVectorsLeft_m_64f,
+    .zonmEigenValuesVectorsLeft_m_64f_P = entry::zonmEigenValuesVectorsLeft_m_64f_P,
+    .zonmEigenValuesVectorsLeft_ma_32f = entry::zonmEigenValuesVectorsLeft_ma_32f,
+    .zonmEigenValuesVectorsLeft_ma_32f_L = entry::zonmEigenValuesVectorsLeft_ma_32f_L,
+    .zonmEigenValuesVectorsLeft_ma_32f_P = entry::zonmEigenValuesVectorsLeft_ma_32f_P,
+    .zonmEigenValuesVectorsLeft_ma_64f = entry::zonmEigenValuesVectorsLeft_ma_64f,
+    .zonmEigenValuesVectorsLeft_ma_64f_L = entry::zonmEigenValuesVectorsLeft_ma_64f_L,
+    .zonmEigenValuesVectorsLeft_ma_64f_P = entry::zonmEigenValuesVectorsLeft_ma_64f_P,
+    .zonmEigenValuesVectorsRight_m_32f = entry::zonmEigenValuesVectorsRight_m_32f,
+    .zonmEigenValuesVectorsRight_m_32f_P = entry::zonmEigenValuesVectorsRight_m_32f_P,
+    .zonmEigenValuesVectorsRight_m_64f = entry::zonmEigenValuesVectorsRight_m_64f,
+    .zonmEigenValuesVectorsRight_m_64f_P = entry::zonmEigenValuesVectorsRight_m_64f_P,
+    .zonmEigenValuesVectorsRight_ma_32f = entry::zonmEigenValuesVectorsRight_ma_32f,
+    .zonmEigenValuesVectorsRight_ma_32f_L = entry::zonmEigenValuesVectorsRight_ma_32f_L,
+    .zonmEigenValuesVectorsRight_ma_32f_P = entry::zonmEigenValuesVectorsRight_ma_32f_P,
+    .zonmEigenValuesVectorsRight_ma_64f = entry::zonmEigenValuesVectorsRight_ma_64f,
+    .zonmEigenValuesVectorsRight_ma_64f_L = entry::zonmEigenValuesVectorsRight_ma_64f_L,
+    .zonmEigenValuesVectorsRight_ma_64f_P = entry::zonmEigenValuesVectorsRight_ma_64f_P,
+    .zonmEigenValuesVectorsSym_m_32f = entry::zonmEigenValuesVectorsSym_m_32f,
+    .zonmEigenValuesVectorsSym_m_32f_P = entry::zonmEigenValuesVectorsSym_m_32f_P,
+    .zonmEigenValuesVectorsSym_m_64f = entry::zonmEigenValuesVectorsSym_m_64f,
+    .zonmEigenValuesVectorsSym_m_64f_P = entry::zonmEigenValuesVectorsSym_m_64f_P,
+    .zonmEigenValuesVectorsSym_ma_32f = entry::zonmEigenValuesVectorsSym_ma_32f,
+    .zonmEigenValuesVectorsSym_ma_32f_L = entry::zonmEigenValuesVectorsSym_ma_32f_L,
+    .zonmEigenValuesVectorsSym_ma_32f_P = entry::zonmEigenValuesVectorsSym_ma_32f_P,
+    .zonmEigenValuesVectorsSym_ma_64f = entry::zonmEigenValuesVectorsSym_ma_64f,
+    .zonmEigenValuesVectorsSym_ma_64f_L = entry::zonmEigenValuesVectorsSym_ma_64f_L,
+    .zonmEigenValuesVectorsSym_ma_64f_P = entry::zonmEigenValuesVectorsSym_ma_64f_P,
+    .zonmEigenValuesVectors_m_32f = entry::zonmEigenValuesVectors_m_32f,
+    .zonmEigenValuesVectors_m_32f_P = entry::zonmEigenValuesVectors_m_32f_P,
+    .zonmEigenValuesVectors_m_64f = entry::zonmEigenValuesVectors_m_64f,
+    .zonmEigenValuesVectors_m_64f_P = entry::zonmEigenValuesVectors_m_64f_P,
+    .zonmEigenValuesVectors_ma_32f = entry::zonmEigenValuesVectors_ma_32f,
+    .zonmEigenValuesVectors_ma_32f_L = entry::zonmEigenValuesVectors_ma_32f_L,
+    .zonmEigenValuesVectors_ma_32f_P = entry::zonmEigenValuesVectors_ma_32f_P,
+    .zonmEigenValuesVectors_ma_64f = entry::zonmEigenValuesVectors_ma_64f,
+    .zonmEigenValuesVectors_ma_64f_L = entry::zonmEigenValuesVectors_ma_64f_L,
+    .zonmEigenValuesVectors_ma_64f_P = entry::zonmEigenValuesVectors_ma_64f_P,
+    .zonmEigenValues_m_32f = entry::zonmEigenValues_m_32f,
+    .zonmEigenValues_m_32f_P = entry::zonmEigenValues_m_32f_P,
+    .zonmEigenValues_m_64f = entry::zonmEigenValues_m_64f,
+    .zonmEigenValues_m_64f_P = entry::zonmEigenValues_m_64f_P,
+    .zonmEigenValues_ma_32f = entry::zonmEigenValues_ma_32f,
+    .zonmEigenValues_ma_32f_L = entry::zonmEigenValues_ma_32f_L,
+    .zonmEigenValues_ma_32f_P = entry::zonmEigenValues_ma_32f_P,
+    .zonmEigenValues_ma_64f = entry::zonmEigenValues_ma_64f,
+    .zonmEigenValues_ma_64f_L = entry::zonmEigenValues_ma_64f_L,
+    .zonmEigenValues_ma_64f_P = entry::zonmEigenValues_ma_64f_P,
     .zonmExtract_m_32f = entry::zonmExtract_m_32f,
     .zonmExtract_m_32f_P = entry::zonmExtract_m_32f_P,
     .zonmExtract_m_64f = entry::zonmExtract_m_64f,
