@@ -219,7 +219,7 @@ template <class A, class B, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-[[gnu::noinline]] ZonStatus solveObject(A src1, B src2, D dst, int32_t size)
+[[gnu::noinline]] ZonStatus solveObject(const A &src1, const B &src2, const D &dst, int32_t size)
 {
     withSize(size, [&](auto n) {
         if constexpr (n != 0)

@@ -168,7 +168,7 @@ template <class A, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class D>
-[[gnu::noinline]] ZonStatus factorObject(A src, D dst, int32_t size, double limit)
+[[gnu::noinline]] ZonStatus factorObject(const A &src, const D &dst, int32_t size, double limit)
 {
     return withSize(size, [&](auto n) {
         if constexpr (n != 0)
@@ -193,7 +193,8 @@ template <class A, class D>
                 one);
         // A group reads its objects whole; where they overlap otherwise, that could be seen.
         else if (size <= largestTogether &&
-                 (areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst)))
+                 (areIndependent(Regions(count, dst), Regions(count, src), count) ||
+                  areSame(src, dst)))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

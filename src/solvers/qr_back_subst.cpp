@@ -258,7 +258,8 @@ template <class A, class B, class D>
                       shape);
     };
     // A group reads its matrices before it writes, which could be seen where dst lies in them.
-    if (shape.height <= largestTogether && areIndependent(Regions(count, dst), Regions(count, src1), count))
+    if (shape.height <= largestTogether &&
+        areIndependent(Regions(count, dst), Regions(count, src1), count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, shape); }, one);
@@ -270,7 +271,8 @@ template <class A, class B, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-[[gnu::noinline]] ZonStatus solveObject(A src1, void *buffer, B src2, D dst, Shape shape)
+[[gnu::noinline]] ZonStatus solveObject(const A &src1, void *buffer, const B &src2, const D &dst,
+                                        Shape shape)
 {
     withSquareSize(shape, [&](auto n) {
         if constexpr (n != 0)

@@ -171,7 +171,8 @@ template <class A, class D>
 
 // Bindings -------------------------------------------------------------------------------------
 
-template <class A, class D> [[gnu::noinline]] ZonStatus factorObject(A src, D dst, Shape shape)
+template <class A, class D>
+[[gnu::noinline]] ZonStatus factorObject(const A &src, const D &dst, Shape shape)
 {
     return withSquareSize(shape, [&](auto n) {
         if constexpr (n != 0)
