@@ -153,8 +153,8 @@ template <class F> ZONM_INLINED inline Lanes gather(F element)
     (std::make_integer_sequence<int, objectLanes>{});
 }
 
-// The elements of type T at the addresses at(0), at(1), ...: better for elements whose neighbours are
-// not gathered beside them.
+// The elements of type T at the addresses at(0), at(1), ...: better for elements whose neighbours
+// are not gathered beside them.
 template <class T, class F> ZONM_INLINED inline Lanes gatherFrom(F at)
 {
 #if defined(__SSE2__)

@@ -207,7 +207,7 @@ template <class A, class B, class D>
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
     if (n <= largestTogether && (shared || !isStreamed(matrix, count)) &&
         areIndependent(Regions(count, dst), Regions(count, src1), count) &&
-        (areIndependent(Regions(count, dst), Regions(count, src2), count) || areSame(src2, dst)))
+        areIndependentOrSame(dst, src2, count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, n); }, one);

@@ -192,9 +192,7 @@ template <class A, class D>
                 [&](Group group) ZONM_INLINED { return factorGroup<n>(src, dst, group, limit); },
                 one);
         // A group reads its objects whole; where they overlap otherwise, that could be seen.
-        else if (size <= largestTogether &&
-                 (areIndependent(Regions(count, dst), Regions(count, src), count) ||
-                  areSame(src, dst)))
+        else if (size <= largestTogether && areIndependentOrSame(dst, src, count))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

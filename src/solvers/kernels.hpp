@@ -208,26 +208,4 @@ ZONM_INLINED inline void scatterGroup(const GroupViews<View> &views, Store store
     });
 }
 
-// Whether two operands of equal shape are the very same objects. Then an element is read before it
-// is written, and only for its own object.
-template <class A, class B> inline bool areSame(const A &a, const B &b)
-{
-    const auto alike = [](const auto *p, const auto *q) {
-        return static_cast<const void *>(p) == static_cast<const void *>(q);
-    };
-    const auto sameSteps = [&] {
-        if constexpr (std::remove_cvref_t<decltype(a.first)>::rank == 1)
-            return a.first.at(1) == b.first.at(1);
-        else
-            return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
-    };
-    const bool sameOrigins = a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
-    if constexpr (requires { a.first.table; })
-        return sameOrigins && alike(a.first.table, b.first.table);
-    else if (a.origins.isTable() || b.origins.isTable())
-        return sameOrigins && sameSteps() && alike(a.origins.table, b.origins.table);
-    else
-        return sameOrigins && sameSteps() && a.origins(0) == b.origins(0);
-}
-
 } // namespace zonm

@@ -190,7 +190,7 @@ template <class A, class D>
     };
     // A group reads its objects whole; where they overlap otherwise, that could be seen.
     if (std::int64_t(shape.width) * shape.height > largestTogether ||
-        !(areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst)))
+        !areIndependentOrSame(dst, src, count))
         return decomposeEach(count, one);
     return withSquareSize(shape, [&](auto n) {
         return decomposeGroups(
