@@ -139,6 +139,19 @@ template <class Objects> inline bool areApart(const Objects &o)
     return std::size_t(o.origins.step) >= reach;
 }
 
+// Whether no two elements of a matrix share an address. An element table is not looked through: it
+// is taken to name every address once.
+template <class View, class Origins> inline bool elementsAreApart(const Objects<View, Origins> &o)
+{
+    if constexpr (requires { o.first.table; }) {
+        return true;
+    } else {
+        const auto m = stridedView(o.first);
+        const std::int64_t rowStep = m.rowStep, columnStep = m.columnStep;
+        return (o.columns - 1) * columnStep < rowStep || (o.rows - 1) * rowStep < columnStep;
+    }
+}
+
 // Whether two operands of equal shape are the very same objects. Then an element is read before it
 // is written, and only for its own object.
 template <class A, class B> inline bool areSame(const A &a, const B &b)

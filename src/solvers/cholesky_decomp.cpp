@@ -191,8 +191,10 @@ template <class A, class D>
                 count, std::tie(dst), std::tie(src),
                 [&](Group group) ZONM_INLINED { return factorGroup<n>(src, dst, group, limit); },
                 one);
-        // A group reads its objects whole; where they overlap otherwise, that could be seen.
-        else if (size <= largestTogether && areIndependentOrSame(dst, src, count))
+        // A group reads its objects whole and works on copies; where they overlap otherwise, or
+        // the rows of one do, that could be seen.
+        else if (size <= largestTogether && elementsAreApart(dst) &&
+                 areIndependentOrSame(dst, src, count))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

@@ -188,8 +188,9 @@ template <class A, class D>
     const auto one = [&](int32_t k) ZONM_INLINED {
         return factorObject(stridedView(src(k)), stridedView(dst(k)), shape);
     };
-    // A group reads its objects whole; where they overlap otherwise, that could be seen.
-    if (std::int64_t(shape.width) * shape.height > largestTogether ||
+    // A group reads its objects whole and works on copies; where they overlap otherwise, or the
+    // rows of one do, that could be seen.
+    if (std::int64_t(shape.width) * shape.height > largestTogether || !elementsAreApart(dst) ||
         !areIndependentOrSame(dst, src, count))
         return decomposeEach(count, one);
     return withSquareSize(shape, [&](auto n) {
