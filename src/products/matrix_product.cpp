@@ -61,7 +61,7 @@ template <class F> int squareSize(Shape a, Shape b)
     if (F::hasOddSizeTest && (bits == 3 || bits == 4))
         return bits;
     const bool square = a == b && a.width == a.height;
-    return square && a.width >= smallestUnrolled && a.width <= largestUnrolled ? a.width : 0;
+    return square && isUnrolled(a.width) ? a.width : 0;
 }
 
 // Any size -------------------------------------------------------------------------------------
