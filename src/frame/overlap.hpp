@@ -139,8 +139,8 @@ template <class Objects> inline bool areApart(const Objects &o)
     return std::size_t(o.origins.step) >= reach;
 }
 
-// Whether no two elements of a matrix share an address. An element table is not looked through: it
-// is taken to name every address once.
+// Whether it is certain that no two elements of a matrix share an address. An element table is
+// taken to name every address once.
 template <class View, class Origins> inline bool elementsAreApart(const Objects<View, Origins> &o)
 {
     if constexpr (requires { o.first.table; }) {
