@@ -16,10 +16,7 @@ struct Form {
     // At these sizes the `_P` forms read an object whole before they write it, and hold a single
     // operand across all objects. That can be seen where operands overlap, and is part of the
     // interface; a plain array with a transposed second operand (mat, mata) does not.
-    static bool readsWholeObjects(Shape s)
-    {
-        return s.width == s.height && smallestUnrolled <= s.width && s.width <= largestUnrolled;
-    }
+    static bool readsWholeObjects(Shape s) { return s.width == s.height && isUnrolled(s.width); }
     template <class A, class B>
     static constexpr bool mayReadWholeObjects = !(A::many && !A::transposed && B::transposed);
 };

@@ -12,10 +12,7 @@ namespace
 
 struct Form {
     // At these sizes the `_P` forms read an object whole before they write it.
-    static bool readsWholeObjects(Shape s)
-    {
-        return s.width == s.height && smallestUnrolled <= s.width && s.width <= largestUnrolled;
-    }
+    static bool readsWholeObjects(Shape s) { return s.width == s.height && isUnrolled(s.width); }
 };
 
 template <class T>

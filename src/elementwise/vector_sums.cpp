@@ -16,7 +16,7 @@ namespace
 
 struct Form {
     // At these lengths some strided forms read a single vector once, before the first object.
-    static bool holds(int32_t len) { return smallestUnrolled <= len && len <= largestUnrolled; }
+    static bool holds(int32_t len) { return isUnrolled(len); }
     // vav does, and vva in 32f alone.
     template <class A, class B, class D>
     static constexpr bool holdsSingle = D::description == Description::strided &&

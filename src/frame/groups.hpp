@@ -99,14 +99,6 @@ ZONM_INLINED inline void gatherMatrices(Lanes (&x)[Rows][Columns], const Views &
     });
 }
 
-template <int Length, class Views>
-ZONM_INLINED inline void gatherVectors(Lanes (&x)[Length], const Views &views)
-{
-    unrolled<0, Length>([&](auto i) ZONM_INLINED {
-        x[i] = gather([&](int lane) ZONM_INLINED { return views[lane](i); });
-    });
-}
-
 // The same in one object after the other, each narrowed to the element type.
 template <int Rows, int Columns, class Views>
 ZONM_INLINED inline void scatterMatrices(const Lanes (&x)[Rows][Columns], const Views &views)

@@ -8,12 +8,7 @@
 //
 // A straight-line kernel written with these is a kernel over double with several results: lane l
 // gets the very operations, in the very order, that object l alone would get. What differs between
-// objects is said with masks instead of branches. Two things are the caller's to keep:
-//
-//   - Nothing may be stored before every object of the group has passed every test; a group that
-//     holds a failure is done again by a scalar kernel, which alone knows the states of failure.
-//   - A group reads all its objects before it writes the first. `forEachGroup` tests that this
-//     cannot be told from one object after the other.
+// objects is said with masks instead of branches.
 #pragma once
 
 #include "frame/packs.hpp"
@@ -158,7 +153,8 @@ template <class F> ZONM_INLINED inline Lanes gather(F element)
     (std::make_integer_sequence<int, objectLanes>{});
 }
 
-// The elements of type T at the addresses at(0), at(1), ...: better for elements that stand alone.
+// The elements of type T at the addresses at(0), at(1), ...: better for elements whose neighbours
+// are not gathered beside them.
 template <class T, class F> ZONM_INLINED inline Lanes gatherFrom(F at)
 {
 #if defined(__SSE2__)

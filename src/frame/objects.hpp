@@ -31,8 +31,8 @@ template <class T> struct SteppedOrigins {
 };
 
 // Strided objects and object tables under one type, for kernels that take both. A strided operand
-// is a table with one entry for all objects, so no object asks which of the two it is; the operand
-// block must outlive this.
+// is a table with one entry, its base, at which the mask keeps every index: no branch per object.
+// The operand block must outlive this.
 template <class T> struct LocatedOrigins {
     T *const *table;
     ptrdiff_t indexMask; // all ones for a table, else zero

@@ -139,9 +139,43 @@ template <class Objects> inline bool areApart(const Objects &o)
     return std::size_t(o.origins.step) >= reach;
 }
 
-// Whether two operands of equal shape are the very same objects, interleaved so that all objects'
-// elements of one place lie together. Their extents meet, but an object shares bytes with itself
-// only.
+// Whether it is certain that no two elements of a matrix share an address. An element table is
+// taken to name every address once.
+template <class View, class Origins> inline bool elementsAreApart(const Objects<View, Origins> &o)
+{
+    if constexpr (requires { o.first.table; }) {
+        return true;
+    } else {
+        const auto m = stridedView(o.first);
+        const std::int64_t rowStep = m.rowStep, columnStep = m.columnStep;
+        return (o.columns - 1) * columnStep < rowStep || (o.rows - 1) * rowStep < columnStep;
+    }
+}
+
+// Whether two operands of equal shape are the very same objects. Then an element is read before it
+// is written, and only for its own object.
+template <class A, class B> inline bool areSame(const A &a, const B &b)
+{
+    const auto alike = [](const auto *p, const auto *q) {
+        return static_cast<const void *>(p) == static_cast<const void *>(q);
+    };
+    const auto sameSteps = [&] {
+        if constexpr (std::remove_cvref_t<decltype(a.first)>::rank == 1)
+            return a.first.at(1) == b.first.at(1);
+        else
+            return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
+    };
+    const bool sameOrigins = a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
+    if constexpr (requires { a.first.table; })
+        return sameOrigins && alike(a.first.table, b.first.table);
+    else if (a.origins.isTable() || b.origins.isTable())
+        return sameOrigins && sameSteps() && alike(a.origins.table, b.origins.table);
+    else
+        return sameOrigins && sameSteps() && a.origins(0) == b.origins(0);
+}
+
+// Whether they are interleaved as well, so that all objects' elements of one place lie together.
+// Their extents meet, but an object shares bytes with itself only.
 template <class A, class B> inline bool areSameInterleaved(const A &, const B &, int32_t)
 {
     return false;
@@ -151,15 +185,12 @@ inline bool areSameInterleaved(const Objects<StridedMatrix<TA>, LocatedOrigins<T
                                const Objects<StridedMatrix<TB>, LocatedOrigins<TB>> &b,
                                int32_t count)
 {
-    const auto &m = a.first, &n = b.first;
-    const bool same = !a.origins.isTable() && !b.origins.isTable() &&
-                      a.origins(0) == b.origins(0) && a.origins.step == b.origins.step &&
-                      m.rowStep == n.rowStep && m.columnStep == n.columnStep;
+    const auto &m = a.first;
     // Objects within the smaller of the two steps, and those of a line within the larger.
     const std::size_t place = (count - 1) * std::size_t(a.origins.step) + sizeof(TA);
     const auto alongRow = place + (a.columns - 1) * std::size_t(m.columnStep);
     const auto alongColumn = place + (a.rows - 1) * std::size_t(m.rowStep);
-    return same && std::size_t(a.origins.step) >= sizeof(TA) &&
+    return !a.origins.isTable() && areSame(a, b) && std::size_t(a.origins.step) >= sizeof(TA) &&
            ((place <= std::size_t(m.columnStep) && alongRow <= std::size_t(m.rowStep)) ||
             (place <= std::size_t(m.rowStep) && alongColumn <= std::size_t(m.columnStep)));
 }
@@ -175,6 +206,13 @@ inline bool areIndependent(const Regions<W...> &written, const Regions<R...> &re
         return std::apply([&](auto &...r) { return (... & pair(w, r)); }, read.regions);
     };
     return std::apply([&](auto &...w) { return (... & withAllRead(w)); }, written.regions);
+}
+
+// The same where the two may also be the very same objects, each read before it is written.
+template <class D, class S>
+inline bool areIndependentOrSame(const D &dst, const S &src, int32_t count)
+{
+    return areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst);
 }
 
 } // namespace zonm

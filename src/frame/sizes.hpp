@@ -48,6 +48,7 @@ template <int From, int To, class F> ZONM_INLINED inline void unrolledDown(F bod
 
 // The sizes that have straight-line code.
 inline constexpr int smallestUnrolled = 3, largestUnrolled = 6;
+constexpr bool isUnrolled(int size) { return smallestUnrolled <= size && size <= largestUnrolled; }
 
 // f(size) with a size of 3 to 6 as a constant, and with the constant 0 for any other.
 template <class F> ZONM_INLINED inline auto withSize(int size, F f)

@@ -12,6 +12,7 @@
 // An overlap of dst with a source is not supported: sources may be read at any time.
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
+#include "frame/overlap.hpp"
 #include "products/square_products.hpp"
 #include "products/tiled_products.hpp"
 
@@ -60,24 +61,16 @@ template <class F> int squareSize(Shape a, Shape b)
     if (F::hasOddSizeTest && (bits == 3 || bits == 4))
         return bits;
     const bool square = a == b && a.width == a.height;
-    return square && a.width >= smallestUnrolled && a.width <= largestUnrolled ? a.width : 0;
+    return square && isUnrolled(a.width) ? a.width : 0;
 }
 
 // Any size -------------------------------------------------------------------------------------
-
-// Whether no two elements of dst share an address.
-template <class View> bool elementsAreApart(const View &view, ptrdiff_t rows, ptrdiff_t columns)
-{
-    const auto d = stridedView(view);
-    const std::int64_t rowStep = d.rowStep, columnStep = d.columnStep;
-    return (columns - 1) * columnStep < rowStep || (rows - 1) * rowStep < columnStep;
-}
 
 template <Order O, class A, class B, class D>
 [[gnu::noinline]] ZonStatus steppedProducts(const A &a, const B &b, const D &d, ptrdiff_t count)
 {
     const ProductShape shape{d.rows, d.columns, a.columns};
-    const bool apart = elementsAreApart(d.first, d.rows, d.columns);
+    const bool apart = elementsAreApart(d);
     for (ptrdiff_t k = 0; k < count; ++k) {
         if (apart)
             tiledProduct<Accumulation::wide>(a(k), b(k), d(k), shape);
@@ -155,7 +148,7 @@ template <DensePaths P, Held H, bool Many, class A, class B, class D>
             return squares(StartConstant<Start::product>{});
         else {
             if constexpr (n != 0 && Many)
-                if (elementsAreApart(d.first, d.rows, d.columns))
+                if (elementsAreApart(d))
                     return squares(StartConstant<Start::zero>{});
             return steppedProducts<P.order>(a, b, d, count);
         }

@@ -4,7 +4,6 @@
 // else is double.
 #pragma once
 
-#include "frame/views.hpp"
 #include "solvers/pivoting.hpp"
 #include "solvers/rows.hpp"
 
@@ -56,9 +55,7 @@ template <class T> class BufferedMatrix
         for (int32_t i = k + 1; i < size; ++i)
             search.visit(i, (*this)(i, k));
         if (search.row != k) {
-            const int32_t row = order(k);
-            order.set(k, order(search.row));
-            order.set(search.row, row);
+            exchange(order, k, search.row);
             sign = -sign;
         }
         return (*this)(k, k);

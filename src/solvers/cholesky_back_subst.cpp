@@ -104,20 +104,6 @@ template <int N, class B, class D>
     solveOne<N>(l, b, dst);
 }
 
-template <int N, class B, class D, class Solve>
-ZONM_INLINED inline void solveGroup(const B &src2, const D &dst, Group group, Solve solve)
-{
-    GroupDouble x[N];
-    const auto b = viewsOf(src2, group);
-    unrolled<0, N>([&](auto i) ZONM_INLINED {
-        x[i] = gathered(b, [&](auto &v) ZONM_INLINED { return v(i); });
-    });
-    solve(x);
-    scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
-        unrolled<0, N>([&](auto i) ZONM_INLINED { d.set(i, element(x[i])); });
-    });
-}
-
 // Every vector has a matrix of its own.
 template <int N, class A, class B, class D>
 [[gnu::noinline]] void solveOwn(const A &src1, const B &src2, const D &dst, int32_t count)
@@ -204,7 +190,7 @@ template <bool Shared, class A, class B, class D>
     // A group reads its systems whole; where they overlap otherwise, that could be seen.
     if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) &&
         areIndependent(Regions(count, dst), Regions(count, src1), count) &&
-        (areIndependent(Regions(count, dst), Regions(count, src2), count) || areSame(src2, dst)))
+        areIndependentOrSame(dst, src2, count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
             [&](Group group) ZONM_INLINED { solveLargeGroup(src1, src2, dst, group, n); }, one);
@@ -216,7 +202,7 @@ template <bool Shared, class A, class B, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-[[gnu::noinline]] ZonStatus solveObject(A src1, B src2, D dst, int32_t size)
+[[gnu::noinline]] ZonStatus solveObject(const A &src1, const B &src2, const D &dst, int32_t size)
 {
     withSize(size, [&](auto n) {
         if constexpr (n != 0)

@@ -175,7 +175,7 @@ template <class A, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class D>
-[[gnu::noinline]] ZonStatus factorObject(A src, D dst, int32_t size, double limit)
+[[gnu::noinline]] ZonStatus factorObject(const A &src, const D &dst, int32_t size, double limit)
 {
     return withSize(size, [&](auto n) {
         if constexpr (n != 0)
@@ -198,10 +198,10 @@ template <class A, class D>
                 count, std::tie(dst), std::tie(src),
                 [&](Group group) ZONM_INLINED { return factorGroup<n>(src, dst, group, limit); },
                 one);
-        // A group reads its objects whole; where they overlap otherwise, that could be seen.
-        else if (size <= largestTogether &&
-                 (areIndependent(Regions(count, dst), Regions(count, src), count) ||
-                  areSame(src, dst)))
+        // A group reads its objects whole and works on copies; where they overlap otherwise, or
+        // the rows of one do, that could be seen.
+        else if (size <= largestTogether && elementsAreApart(dst) &&
+                 areIndependentOrSame(dst, src, count))
             return decomposeGroups(
                 count, std::tie(dst), std::tie(src),
                 [&](Group group)

@@ -5,11 +5,10 @@
 //
 //   size 1         a reciprocal
 //   sizes 3 to 6   det = sum over i of (-1)^i src(i, 0) minor(i, 0), by ascending i. A minor takes
-//   the
-//                  rows of the half without row i first, the upper half being the smaller one of an
-//                  odd size, then those of row i's own half, each time from the top; every row
-//                  expands it, by ascending columns. All of src is read before dst is written, so
-//                  dst may be src. All in double, rounded once.
+//                  the rows of the half without row i first, the upper half being the smaller one
+//                  of an odd size, then those of row i's own half, each time from the top; every
+//                  row expands it, by ascending columns. All of src is read before dst is written,
+//                  so dst may be src. All in double, rounded once.
 //   other sizes    det and each minor by an elimination of their own in `buffer`, with row pivoting
 //                  and multiples of 1/pivot as factors. dst must not be src.
 //

@@ -18,8 +18,6 @@ template <int N> inline constexpr std::integral_constant<int, N> constant{};
 // The index behind i: a constant if i is one.
 template <int I> constexpr auto next(std::integral_constant<int, I>) { return constant<I + 1>; }
 constexpr int32_t next(int32_t i) { return i + 1; }
-template <int I> constexpr auto previous(std::integral_constant<int, I>) { return constant<I - 1>; }
-constexpr int32_t previous(int32_t i) { return i - 1; }
 
 // body(from), ..., body(to - 1).
 template <int From, int To, class F>
@@ -31,19 +29,6 @@ ZONM_INLINED inline void ascending(std::integral_constant<int, From>,
 template <class F> ZONM_INLINED inline void ascending(int32_t from, int32_t to, F body)
 {
     for (int32_t i = from; i < to; ++i)
-        body(i);
-}
-
-// body(from - 1), ..., body(to).
-template <int From, int To, class F>
-ZONM_INLINED inline void descending(std::integral_constant<int, From>,
-                                    std::integral_constant<int, To>, F body)
-{
-    unrolledDown<From, To>(body);
-}
-template <class F> ZONM_INLINED inline void descending(int32_t from, int32_t to, F body)
-{
-    for (int32_t i = from - 1; i >= to; --i)
         body(i);
 }
 
@@ -114,7 +99,7 @@ struct GroupDouble {
 };
 
 // What an element of type T holds after `a` is stored to it.
-template <class T> ZONM_INLINED inline double rounded(double a) { return double(T(a)); }
+template <class T> ZONM_INLINED inline double rounded(double a) { return rounded<T, 1>(a); }
 template <class T> ZONM_INLINED inline GroupDouble rounded(const GroupDouble &a)
 {
     return GroupDouble::each([&](auto r) ZONM_INLINED { return rounded<T>(a.of[r]); });
@@ -150,9 +135,9 @@ ZONM_INLINED inline bool anyAtMost(const GroupDouble &a, double limit)
 
 // Matrices -------------------------------------------------------------------------------------
 
-// A small matrix in the function's own frame.
-template <class V, int Rows, int Columns = Rows> struct LocalMatrix {
-    V element[Rows][Columns];
+// A small square matrix in the function's own frame.
+template <class V, int N> struct LocalMatrix {
+    V element[N][N];
 
     ZONM_INLINED const V &operator()(int i, int j) const { return element[i][j]; }
     ZONM_INLINED void set(int i, int j, const V &value) { element[i][j] = value; }
@@ -200,7 +185,7 @@ ZONM_INLINED inline GroupDouble gathered(const GroupViews<View> &views, At at)
         return gather([&](int lane) ZONM_INLINED { return at(views[r][lane]); });
     });
 }
-// Better for elements that stand alone.
+// Better for elements whose neighbours are not gathered beside them.
 template <class View, class At>
 ZONM_INLINED inline GroupDouble gatheredFrom(const GroupViews<View> &views, At at)
 {
@@ -221,28 +206,6 @@ ZONM_INLINED inline void scatterGroup(const GroupViews<View> &views, Store store
             return element<typename View::Element>(x.of[r], lane);
         });
     });
-}
-
-// Whether two operands of equal shape are the very same objects. Then an element is read before it
-// is written, and only for its own object.
-template <class A, class B> inline bool areSame(const A &a, const B &b)
-{
-    const auto alike = [](const auto *p, const auto *q) {
-        return static_cast<const void *>(p) == static_cast<const void *>(q);
-    };
-    const auto sameSteps = [&] {
-        if constexpr (std::remove_cvref_t<decltype(a.first)>::rank == 1)
-            return a.first.at(1) == b.first.at(1);
-        else
-            return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
-    };
-    const bool sameOrigins = a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
-    if constexpr (requires { a.first.table; })
-        return sameOrigins && alike(a.first.table, b.first.table);
-    else if (a.origins.isTable() || b.origins.isTable())
-        return sameOrigins && sameSteps() && alike(a.origins.table, b.origins.table);
-    else
-        return sameOrigins && sameSteps() && a.origins(0) == b.origins(0);
 }
 
 } // namespace zonm

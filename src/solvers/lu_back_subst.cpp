@@ -28,8 +28,8 @@ using PivotRuns = decltype(runsOf<const int32_t>(nullptr, 0));
 
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
-// Turns b, in the order of the pivots, into x, for R systems: numbers, or lanes of systems. Each row
-// is done for all R before the next. `factor(r, i, j)` is that of system r.
+// Turns b, in the order of the pivots, into x, for R systems: numbers, or lanes of systems. Each
+// row is done for all R before the next. `factor(r, i, j)` is that of system r.
 template <int N, int R, class V, class Factor, class Divide>
 ZONM_INLINED inline void substitute(V (&x)[R][N], Factor factor, Divide byDiagonal)
 {

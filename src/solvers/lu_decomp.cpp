@@ -22,6 +22,7 @@
 #include "frame/generated/export_table.hpp"
 #include "solvers/decompositions.hpp"
 #include "solvers/pivoting.hpp"
+#include "solvers/rows.hpp"
 
 namespace zonm
 {
@@ -35,13 +36,6 @@ template <class T> struct Limits {
 
 using Pivots = DenseVector<int32_t>;
 using PivotRuns = decltype(runsOf<int32_t>(nullptr, 0));
-
-inline void exchange(Pivots pivots, int32_t k, int32_t m)
-{
-    const int32_t row = pivots(k);
-    pivots.set(k, pivots(m));
-    pivots.set(m, row);
-}
 
 // Sizes 3 to 6 ---------------------------------------------------------------------------------
 
@@ -128,15 +122,11 @@ template <class T, int N, class A, class D>
     for (int i = 0; i < N; ++i)
         pivots.set(i, i);
     for (int k = 0; k < N; ++k) {
-        int m = k;
-        double best = std::fabs(double(w[pivots(k)][k]));
-        for (int i = k + 1; i < N; ++i) {
-            const double magnitude = std::fabs(double(w[pivots(i)][k]));
-            m = magnitude > best ? i : m;
-            best = magnitude > best ? magnitude : best;
-        }
-        exchange(pivots, k, m);
-        if (best < Limits<T>::straight)
+        RowSearch pivot(k, w[pivots(k)][k]);
+        for (int i = k + 1; i < N; ++i)
+            pivot.visit(i, w[pivots(i)][k]);
+        exchange(pivots, k, pivot.row);
+        if (pivot.best < Limits<T>::straight)
             return zonStsSingular;
         const int32_t row = pivots(k);
         const T(&u)[N] = w[row];
@@ -186,25 +176,6 @@ template <class T, class D> ZonStatus eliminate(Pivots pivots, const D &dst, int
                         T(dst(pivots(i), j) - double(dst(pivots(i), k)) * dst(pivots(k), j)));
     }
     return zonStsOk;
-}
-
-// row[j] -= factor * pivot[j] for j = 0 .. n-1.
-template <class T>
-inline void subtractRow(std::byte *__restrict row, double factor, const std::byte *__restrict pivot,
-                        int32_t n)
-{
-    constexpr ptrdiff_t size = sizeof(T);
-    ptrdiff_t j = 0;
-    if constexpr (sizeof(T) == sizeof(double)) {
-        using Two = Pack<double, 2>;
-        const Two factors{factor, factor};
-        for (; j <= n - 2; j += 2)
-            storePack(row + j * size, loadPack<double, 2>(row + j * size) -
-                                          factors * loadPack<double, 2>(pivot + j * size));
-    }
-    for (; j < n; ++j)
-        store<T>(row + j * size,
-                 T(load<T>(row + j * size) - factor * double(load<T>(pivot + j * size))));
 }
 
 // The same for dense rows that are apart: row by row, with the search of the next step on the way.

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The pivot of a step: the element of largest magnitude in a column, the earliest of equals. A NaN
-// never replaces another element, and stays if the search begins with it.
+// never replaces another element, and stays if the search begins with it. Rows never move: their
+// numbers do.
 #pragma once
 
 #include "frame/lanes.hpp"
+#include "frame/views.hpp"
 
 #include <cmath>
 
@@ -23,6 +25,13 @@ struct RowSearch {
         best = magnitude > best ? magnitude : best;
     }
 };
+
+inline void exchange(const DenseVector<int32_t> &order, int32_t i, int32_t k)
+{
+    const int32_t row = order(i);
+    order.set(i, order(k));
+    order.set(k, row);
+}
 
 // Of a column in lanes, rows K to N - 1: `isRow[i]` is set where row i is to change places with
 // row K.

@@ -151,20 +151,6 @@ template <int N, class B, class D>
     solveOne<N>(factors, b, dst);
 }
 
-template <int N, class B, class D, class Solve>
-ZONM_INLINED inline void solveGroup(const B &src2, const D &dst, Group group, Solve solve)
-{
-    GroupDouble x[N];
-    const auto b = viewsOf(src2, group);
-    unrolled<0, N>([&](auto i) ZONM_INLINED {
-        x[i] = gathered(b, [&](auto &v) ZONM_INLINED { return v(i); });
-    });
-    solve(x);
-    scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
-        unrolled<0, N>([&](auto i) ZONM_INLINED { d.set(i, element(x[i])); });
-    });
-}
-
 // Every vector has a matrix of its own.
 template <int N, class A, class B, class D>
 [[gnu::noinline]] void solveOwn(const A &src1, const B &src2, const D &dst, int32_t count)
@@ -269,7 +255,8 @@ template <class A, class B, class D>
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class B, class D>
-[[gnu::noinline]] ZonStatus solveObject(A src1, void *buffer, B src2, D dst, Shape shape)
+[[gnu::noinline]] ZonStatus solveObject(const A &src1, void *buffer, const B &src2, const D &dst,
+                                        Shape shape)
 {
     withSquareSize(shape, [&](auto n) {
         if constexpr (n != 0)

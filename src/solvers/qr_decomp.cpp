@@ -173,7 +173,8 @@ template <class A, class D>
 
 // Bindings -------------------------------------------------------------------------------------
 
-template <class A, class D> [[gnu::noinline]] ZonStatus factorObject(A src, D dst, Shape shape)
+template <class A, class D>
+[[gnu::noinline]] ZonStatus factorObject(const A &src, const D &dst, Shape shape)
 {
     return withSquareSize(shape, [&](auto n) {
         if constexpr (n != 0)
@@ -189,9 +190,10 @@ template <class A, class D>
     const auto one = [&](int32_t k) ZONM_INLINED {
         return factorObject(stridedView(src(k)), stridedView(dst(k)), shape);
     };
-    // A group reads its objects whole; where they overlap otherwise, that could be seen.
-    if (std::int64_t(shape.width) * shape.height > largestTogether ||
-        !(areIndependent(Regions(count, dst), Regions(count, src), count) || areSame(src, dst)))
+    // A group reads its objects whole and works on copies; where they overlap otherwise, or the
+    // rows of one do, that could be seen.
+    if (std::int64_t(shape.width) * shape.height > largestTogether || !elementsAreApart(dst) ||
+        !areIndependentOrSame(dst, src, count))
         return decomposeEach(count, one);
     return withSquareSize(shape, [&](auto n) {
         return decomposeGroups(

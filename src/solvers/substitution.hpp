@@ -7,7 +7,7 @@
 //   one(k)            solves one system
 #pragma once
 
-#include "frame/groups.hpp"
+#include "solvers/kernels.hpp"
 
 namespace zonm
 {
@@ -27,6 +27,21 @@ ZONM_INLINED inline void substituteGroups(int32_t count, Written written, Read r
             one(k);
             return true;
         });
+}
+
+// The vectors of a group, read whole; solve(x) turns them into the solutions.
+template <int N, class B, class D, class Solve>
+ZONM_INLINED inline void solveGroup(const B &src2, const D &dst, Group group, Solve solve)
+{
+    GroupDouble x[N];
+    const auto b = viewsOf(src2, group);
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
+        x[i] = gathered(b, [&](auto &v) ZONM_INLINED { return v(i); });
+    });
+    solve(x);
+    scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
+        unrolled<0, N>([&](auto i) ZONM_INLINED { d.set(i, element(x[i])); });
+    });
 }
 
 // Large matrices that come from memory are better read one after the other: the hardware then reads
