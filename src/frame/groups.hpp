@@ -88,11 +88,35 @@ template <class Objects> ZONM_INLINED inline auto viewsOf(const Objects &objects
 
 // Gather and scatter -----------------------------------------------------------------------------
 
+#if defined(__SSE2__)
+// Row i of dense float matrices: a pair that is widened as it is loaded takes half the shuffles of
+// two elements.
+template <int Columns, class Views>
+ZONM_INLINED inline void gatherRowInPairs(Lanes (&row)[Columns], const Views &views, ptrdiff_t i)
+{
+    const auto pair = [&](int lane, int j) ZONM_INLINED {
+        return __m128d(loadDoubles<float, 2>(views[lane].at(i, j)));
+    };
+    unrolled<0, Columns / 2>([&](auto h) ZONM_INLINED {
+        const __m128d first = pair(0, 2 * h), second = pair(1, 2 * h);
+        row[2 * h] = {_mm_unpacklo_pd(first, second)};
+        row[2 * h + 1] = {_mm_unpackhi_pd(first, second)};
+    });
+    if constexpr (Columns % 2 != 0)
+        row[Columns - 1] = {_mm_unpackhi_pd(pair(0, Columns - 2), pair(1, Columns - 2))};
+}
+#endif
+
 // x[i][j] = element (i, j) of the objects of one register.
 template <int Rows, int Columns, class Views>
 ZONM_INLINED inline void gatherMatrices(Lanes (&x)[Rows][Columns], const Views &views)
 {
     unrolled<0, Rows>([&](auto i) ZONM_INLINED {
+#if defined(__SSE2__)
+        using View = typename Views::value_type;
+        if constexpr (hasDenseRows<View> && sizeof(typename View::Element) == 4 && Columns > 1)
+            return gatherRowInPairs(x[i], views, i);
+#endif
         unrolled<0, Columns>([&](auto j) ZONM_INLINED {
             x[i][j] = gather([&](int lane) ZONM_INLINED { return views[lane](i, j); });
         });

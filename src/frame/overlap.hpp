@@ -151,7 +151,8 @@ inline bool areSameInterleaved(const Objects<StridedMatrix<TA>, LocatedOrigins<T
                                const Objects<StridedMatrix<TB>, LocatedOrigins<TB>> &b,
                                int32_t count)
 {
-    const auto &m = a.first, &n = b.first;
+    const auto &m = a.first;
+    const auto &n = b.first;
     const bool same = !a.origins.isTable() && !b.origins.isTable() &&
                       a.origins(0) == b.origins(0) && a.origins.step == b.origins.step &&
                       m.rowStep == n.rowStep && m.columnStep == n.columnStep;
