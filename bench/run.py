@@ -15,6 +15,7 @@ import sys
 import tempfile
 from pathlib import Path
 
+import solvers
 import table
 
 FULL = {"repetitions": 9, "min_time": 0.01}
@@ -121,6 +122,7 @@ def main():
     docs.mkdir(exist_ok=True)
     write(docs / "benchmarks.json", data)
     (docs / "benchmarks.md").write_text(table.markdown(data))
+    solvers.renew(docs / "solvers.md", data)
     print(f"wrote {docs / 'benchmarks.md'} and benchmarks.json", file=sys.stderr)
 
 

@@ -8,13 +8,14 @@
 
 import argparse
 import json
+import re
 from pathlib import Path
 
 DOCS = Path(__file__).resolve().parent.parent / "docs"
 BEGIN, END = "<!-- costs: written by bench/solvers.py -->\n", "<!-- end of costs -->\n"
 SIZES = range(3, 7)
 
-# What a column tells: the work, and the operation that was measured.
+# The operations that a column adds up: each system with a matrix of its own, one matrix for all.
 OWN = {
     "LU": ("zonmLUDecomp_ma", "zonmLUBackSubst_mava"),
     "Cholesky": ("zonmCholeskyDecomp_ma", "zonmCholeskyBackSubst_mava"),
@@ -43,8 +44,7 @@ def table(data):
         return f"{sum(times):.3g}"
 
     heads = ["", "N"]
-    heads += [f"{name} and solve" for name in OWN]
-    heads += [f"solve by {name}, one matrix for all" for name in SHARED]
+    heads += list(OWN) + [f"{name}, `mva`" for name in SHARED]
     heads += list(WHOLE)
     text = line(heads) + line(["---", "---:"] + ["---:"] * (len(heads) - 2))
     for type_ in ("64f", "32f"):
@@ -54,21 +54,21 @@ def table(data):
             cells += [cell(type_, size, operation) for operation in SHARED.values()]
             cells += [cell(type_, size, operation) for operation in WHOLE.values()]
             text += line(cells)
-    return f"{text}\n{data['machine'].split(',')[0]}, {data['compiler']}, {data['date']}.\n"
+    processor = re.split(r", \d+ cores", data["machine"])[0]
+    return f"{text}\n{processor}, {data['compiler']}, {data['date']}.\n"
 
 
-def renew(document, data):
-    """The document with its costs as `data` has them."""
-    before, rest = document.split(BEGIN)
+def renew(page, data):
+    """Gives the page the costs that `data` has."""
+    before, rest = page.read_text().split(BEGIN)
     _, behind = rest.split(END)
-    return f"{before}{BEGIN}\n{table(data)}\n{END}{behind}"
+    page.write_text(f"{before}{BEGIN}\n{table(data)}\n{END}{behind}")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--json", type=Path, default=DOCS / "benchmarks.json")
-    page = DOCS / "solvers.md"
-    page.write_text(renew(page.read_text(), json.loads(parser.parse_args().json.read_text())))
+    renew(DOCS / "solvers.md", json.loads(parser.parse_args().json.read_text()))
 
 
 if __name__ == "__main__":

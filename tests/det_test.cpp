@@ -312,7 +312,7 @@ TEST(Det, InOneMemory)
                     continue;
                 OneMemory call(*e, seed++, count);
                 const Operand &src = call.source("src", {n, n}, Values::uniform);
-                call.scratch("buffer", std::size_t(n * n * sizeOf(src.element) + 4 * n));
+                call.scratch("buffer", std::size_t(n * n * sizeOf(elementOf(*e)) + 4 * n));
                 const Operand &dst = call.plainOutput("dst", call.count());
                 call.set("size", n);
                 const auto reference = [&] {
@@ -320,7 +320,7 @@ TEST(Det, InOneMemory)
                         if (!hasClosedFormula(n))
                             dst.set(0, k, 0, 1);
                         const Square m(n, [&](int i, int j) { return src(k, i, j); });
-                        dst.set(0, k, 0, det::of(dst.element, m, isArray(*e)));
+                        dst.set(0, k, 0, det::of(elementOf(*e), m, isArray(*e)));
                     }
                     return zonStsOk;
                 };

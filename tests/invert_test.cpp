@@ -367,7 +367,7 @@ TEST(Invert, InOneMemory)
                     continue;
                 OneMemory call(*e, seed++, count);
                 const Operand &src = call.source("src", {n, n}, Values::uniform);
-                call.scratch("buffer", std::size_t(n * n * sizeOf(src.element) + 4 * n));
+                call.scratch("buffer", std::size_t(n * n * sizeOf(elementOf(*e)) + 4 * n));
                 const Operand &dst = call.output("dst", {n, n});
                 call.set("size", n);
                 const auto reference = [&] {

@@ -132,6 +132,9 @@ ZONM_INLINED inline Lanes abs(Lanes a)
 // a > b ? a : b, so b wherever one of the two is a NaN.
 ZONM_INLINED inline Lanes larger(Lanes a, Lanes b) { return {largerOf(a.v, b.v)}; }
 
+// The lanes of a register of two, exchanged.
+ZONM_INLINED inline Lanes swapped(Lanes a) { return {LaneRegister{a.v[1], a.v[0]}}; }
+
 // The numbers element(0), element(1), ..., one for each lane. Compilers load rows that are gathered
 // element by element in wider pieces.
 template <class F> ZONM_INLINED inline Lanes gather(F element)

@@ -22,6 +22,7 @@
 #include "frame/generated/export_table.hpp"
 #include "solvers/decompositions.hpp"
 #include "solvers/pivoting.hpp"
+#include "solvers/rows.hpp"
 
 namespace zonm
 {
@@ -186,25 +187,6 @@ template <class T, class D> ZonStatus eliminate(Pivots pivots, const D &dst, int
                         T(dst(pivots(i), j) - double(dst(pivots(i), k)) * dst(pivots(k), j)));
     }
     return zonStsOk;
-}
-
-// row[j] -= factor * pivot[j] for j = 0 .. n-1.
-template <class T>
-inline void subtractRow(std::byte *__restrict row, double factor, const std::byte *__restrict pivot,
-                        int32_t n)
-{
-    constexpr ptrdiff_t size = sizeof(T);
-    ptrdiff_t j = 0;
-    if constexpr (sizeof(T) == sizeof(double)) {
-        using Two = Pack<double, 2>;
-        const Two factors{factor, factor};
-        for (; j <= n - 2; j += 2)
-            storePack(row + j * size, loadPack<double, 2>(row + j * size) -
-                                          factors * loadPack<double, 2>(pivot + j * size));
-    }
-    for (; j < n; ++j)
-        store<T>(row + j * size,
-                 T(load<T>(row + j * size) - factor * double(load<T>(pivot + j * size))));
 }
 
 // The same for dense rows that are apart: row by row, with the search of the next step on the way.
