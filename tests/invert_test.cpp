@@ -376,9 +376,13 @@ TEST(Invert, InOneMemory)
                         if (!inverse::of(dst.element,
                                          Square(n, [&](int i, int j) { return src(k, i, j); }), x))
                             return zonStsSingular;
+                        // By rows, but cofactor by cofactor where each is an elimination.
                         for (int i = 0; i < n; ++i)
                             for (int j = 0; j < n; ++j)
-                                dst.set(k, i, j, x(i, j));
+                                if (mayBeInPlace(n))
+                                    dst.set(k, i, j, x(i, j));
+                                else
+                                    dst.set(k, j, i, x(j, i));
                     }
                     return zonStsOk;
                 };
