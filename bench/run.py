@@ -14,6 +14,7 @@ import sys
 import tempfile
 from pathlib import Path
 
+import solvers
 import table
 
 FULL = {"repetitions": 9, "min_time": 0.01}
@@ -171,6 +172,8 @@ def main():
     folder = docs if options.publish else options.program.resolve().parent.parent
     write(folder / "benchmarks.json", data)
     (folder / "benchmarks.md").write_text(table.markdown(data))
+    if options.publish:
+        solvers.renew(docs / "solvers.md", data)
     print(f"wrote {folder / 'benchmarks.md'} and benchmarks.json", file=sys.stderr)
 
 

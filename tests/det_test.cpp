@@ -5,6 +5,7 @@
 
 #include "det_reference.hpp"
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -279,6 +280,53 @@ TEST(Det, OfTheExamples)
         integers.check();
         EXPECT_EQ(integers(0), -5);
     }
+}
+
+TEST(Det, ReadsNoRowTooFar)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("det"))
+        for (const int n : sizes)
+            for (const int count : {1, 5, 9})
+                Determinants(*e, seed++, n, count, Values::uniform, Spread::fenced).check();
+}
+
+TEST(Det, ReachesAllOfTheAddressSpace)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("det"))
+        for (const int n : {1, 2, 3, 4, 5, 6, 7})
+            for (const int count : {1, 4, 9})
+                for (int round = 0; round < 3; ++round)
+                    Determinants(*e, seed++, n, count, Values::uniform, Spread::vast).check();
+}
+
+// Objects go one after the other. Without a closed formula the result is 1 before anything is read.
+TEST(Det, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("det"))
+        for (int n = 1; n <= 8; ++n)
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const Operand &src = call.source("src", {n, n}, Values::uniform);
+                call.scratch("buffer", std::size_t(n * n * sizeOf(elementOf(*e)) + 4 * n));
+                const Operand &dst = call.plainOutput("dst", call.count());
+                call.set("size", n);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k) {
+                        if (!hasClosedFormula(n))
+                            dst.set(0, k, 0, 1);
+                        const Square m(n, [&](int i, int j) { return src(k, i, j); });
+                        dst.set(0, k, 0, det::of(elementOf(*e), m, isArray(*e)));
+                    }
+                    return zonStsOk;
+                };
+                call.check(Meeting::any, reference);
+                call.checkThreads(reference);
+            }
 }
 
 } // namespace

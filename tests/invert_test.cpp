@@ -5,6 +5,7 @@
 
 #include "invert_reference.hpp"
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -335,108 +336,59 @@ TEST(Invert, OfTheExamples)
     }
 }
 
-// Operands in one memory. Offsets and strides in elements.
-struct Arrangement {
-    const char *what;
-    int src, dst, srcStride0, dstStride0, stride1, stride2;
-};
-
-// Objects whose results meet the sources of others behave as one object after the other, each read
-// whole before it is written.
-TEST(Invert, OfOverlappingObjectsGoesOneByOne)
+TEST(Invert, ReadsAndWritesNoRowTooFar)
 {
-    int met = 0;
-    for (const Export *e : builtExports("invert")) {
-        if (!isArray(*e))
-            continue;
-        const Element element = elementOf(*e);
-        const int size = sizeOf(element);
-        for (const int n : {1, 3, 4, 5, 6})
-            for (const int count : {2, 3, 4, 5, 8, 9}) {
-                const int object = n * n;
-                const Arrangement arrangements[] = {
-                    {"in place", 0, 0, object, object, n, 1},
-                    {"dst one object ahead", 0, object, object, object, n, 1},
-                    {"dst three objects ahead", 0, 3 * object, object, object, n, 1},
-                    {"dst one object behind", object, 0, object, object, n, 1},
-                    {"dst half an object ahead", 0, object / 2, object + 1, object + 1, n, 1},
-                    {"dst in steps of its own", 0, 2, object, object + 2, n, 1},
-                    {"side by side, in place", 0, 0, 1, 1, n * count, count},
-                    {"side by side, one ahead", 0, 1, 1, 1, n * count, count},
-                    {"all dst in one place", 0, 12 * object, object, 1, n, 1},
-                };
-                for (const Arrangement &a : arrangements) {
-                    Random random(std::uint64_t(n * 100 + count));
-                    const int elements = 13 * object + count * (object + 4) + n * n * count;
-                    std::vector<std::byte> wanted(std::size_t(elements * size));
-                    for (int i = 0; i < elements; ++i)
-                        store(element, &wanted[std::size_t(i * size)],
-                              draw(Values::uniform, element, random));
-                    std::vector<std::byte> got = wanted;
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("invert"))
+        for (const int n : sizes)
+            for (const int count : {1, 5, 9})
+                Inverses(*e, seed++, n, n < 8 ? count : 1, Values::uniform, Spread::fenced).check();
+}
 
-                    ZonStatus status = zonStsOk;
-                    for (int k = 0; k < count && status == zonStsOk; ++k) {
-                        const auto at = [&](int base, int stride0, int i, int j) {
-                            return &wanted[std::size_t(
-                                (base + k * stride0 + i * a.stride1 + j * a.stride2) * size)];
-                        };
+TEST(Invert, ReachesAllOfTheAddressSpace)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("invert"))
+        for (const int n : {1, 2, 3, 4, 5, 6, 7})
+            for (const int count : {1, 4, 9})
+                for (int round = 0; round < 3; ++round)
+                    Inverses(*e, seed++, n, count, Values::uniform, Spread::vast).check();
+}
+
+// Where dst may be src, objects whose results meet the sources of others behave as one object after
+// the other, each read whole before it is written.
+TEST(Invert, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : builtExports("invert"))
+        for (int n = 1; n <= 7; ++n)
+            for (const int count : {1, 4, 9}) {
+                if (!isArray(*e) && count > 1)
+                    continue;
+                OneMemory call(*e, seed++, count);
+                const Operand &src = call.source("src", {n, n}, Values::uniform);
+                call.scratch("buffer", std::size_t(n * n * sizeOf(elementOf(*e)) + 4 * n));
+                const Operand &dst = call.output("dst", {n, n});
+                call.set("size", n);
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k) {
                         Square x(n);
-                        if (!inverse::of(element,
-                                         Square(n,
-                                                [&](int i, int j) {
-                                                    return load(element,
-                                                                at(a.src, a.srcStride0, i, j));
-                                                }),
-                                         x)) {
-                            status = zonStsSingular;
-                            continue;
-                        }
+                        if (!inverse::of(dst.element,
+                                         Square(n, [&](int i, int j) { return src(k, i, j); }), x))
+                            return zonStsSingular;
+                        // By rows, but cofactor by cofactor where each is an elimination.
                         for (int i = 0; i < n; ++i)
                             for (int j = 0; j < n; ++j)
-                                store(element, at(a.dst, a.dstStride0, i, j), x(i, j));
+                                if (mayBeInPlace(n))
+                                    dst.set(k, i, j, x(i, j));
+                                else
+                                    dst.set(k, j, i, x(j, i));
                     }
-
-                    std::vector<std::byte *> tables[2];
-                    std::vector<Argument> arguments;
-                    for (const ArgumentInfo &argument : e->arguments) {
-                        const bool isDst = argument.operand == "dst";
-                        const int base = isDst ? a.dst : a.src;
-                        const int stride0 = isDst ? a.dstStride0 : a.srcStride0;
-                        auto &table = tables[isDst];
-                        if (argument.name == "buffer") {
-                            arguments.push_back(reinterpret_cast<std::byte *>(std::uintptr_t(16)));
-                        } else if (argument.role == "pointer") {
-                            arguments.push_back(&got[std::size_t(base * size)]);
-                        } else if (argument.role == "table") {
-                            const auto add = [&](int offset) {
-                                table.push_back(&got[std::size_t((base + offset) * size)]);
-                            };
-                            if (e->description == "L")
-                                for (int k = 0; k < count; ++k)
-                                    add(k * stride0);
-                            else
-                                for (int i = 0; i < n; ++i)
-                                    for (int j = 0; j < n; ++j)
-                                        add(i * a.stride1 + j * a.stride2);
-                            arguments.push_back(table.data());
-                        } else {
-                            arguments.push_back(argument.role == "shift"     ? 0
-                                                : argument.role == "stride0" ? stride0 * size
-                                                : argument.role == "stride1" ? a.stride1 * size
-                                                : argument.role == "stride2" ? a.stride2 * size
-                                                : argument.name == "size"    ? n
-                                                                             : count);
-                        }
-                    }
-                    EXPECT_EQ(invoke(e->name, arguments), status)
-                        << e->name << ' ' << n << ' ' << count << ": " << a.what;
-                    EXPECT_TRUE(got == wanted)
-                        << e->name << ' ' << n << ' ' << count << ": " << a.what;
-                    ++met;
-                }
+                    return zonStsOk;
+                };
+                call.check(mayBeInPlace(n) ? Meeting::any : Meeting::ofDst, reference);
+                call.checkThreads(reference);
             }
-    }
-    EXPECT_GT(met, 0);
 }
 
 } // namespace

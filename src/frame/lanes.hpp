@@ -142,6 +142,9 @@ ZONM_INLINED inline Lanes larger(Lanes a, Lanes b) { return {largerOf(a.v, b.v)}
 
 ZONM_INLINED inline Lanes squareRoot(Lanes a) { return {rootsOf(a.v)}; }
 
+// The lanes of a register of two, exchanged.
+ZONM_INLINED inline Lanes swapped(Lanes a) { return {LaneRegister{a.v[1], a.v[0]}}; }
+
 // The numbers element(0), element(1), ..., one for each lane. Compilers load rows that are gathered
 // element by element in wider pieces.
 template <class F> ZONM_INLINED inline Lanes gather(F element)

@@ -22,12 +22,12 @@ template <class One> inline ZonStatus decomposeEach(int32_t count, One one)
 
 // In groups: together(group) returns false, with nothing stored, if an object of the group fails.
 // `written` and `read` are the tied objects that a call writes and reads.
-template <class Written, class Read, class Together, class One>
+template <int Registers = interleaved, class Written, class Read, class Together, class One>
 ZONM_INLINED inline ZonStatus decomposeGroups(int32_t count, Written written, Read read,
                                               Together together, One one)
 {
     ZonStatus status = zonStsOk;
-    forEachGroup(count, written, read, together, [&](int32_t k) ZONM_INLINED {
+    forEachGroup<Registers>(count, written, read, together, [&](int32_t k) ZONM_INLINED {
         status = one(k);
         return status == zonStsOk;
     });

@@ -143,29 +143,98 @@ template <int N, class V> ZONM_INLINED inline bool invertRegister(V (&a)[N][N], 
         return invertShared(a, limit);
 }
 
-// Returns false, with nothing stored, if an object of the group is singular.
+// A register at a time: two would not stay in registers. Returns false, with nothing stored, if an
+// object of the group is singular.
 template <int N, class A, class D>
-ZONM_INLINED inline bool invertGroup(const A &src, const D &dst, Group group)
+ZONM_INLINED inline bool invertGroup(const A &src, const D &dst, GroupOf<1> group)
 {
-    const double limit = singularityLimit<typename D::Element>(N);
-    const auto sources = viewsOf(src, group);
-    Lanes a[interleaved][N][N];
-    bool isRegular = true;
-    for (int r = 0; r < interleaved; ++r) {
-        gatherMatrices(a[r], sources[r]);
-        isRegular &= invertRegister(a[r], limit);
-    }
-    if (!isRegular)
+    Lanes a[N][N];
+    gatherMatrices(a, viewsOf(src, group)[0]);
+    if (!invertRegister(a, singularityLimit<typename D::Element>(N)))
         return false;
-    const auto results = viewsOf(dst, group);
-    for (int r = 0; r < interleaved; ++r)
-        scatterMatrices(a[r], results[r]);
+    scatterMatrices(a, viewsOf(dst, group)[0]);
     return true;
 }
 
-template <int N, class A, class D> [[gnu::noinline]] ZonStatus invertOne(const A &src, const D &dst)
+// A single matrix of size 3 or 4 in both lanes, with the operations of `invertInline`:
+//
+//   size 3   a lane works without row 0 and one without row 1; what is without row 2 stands alone
+//   size 4   a lane works without a row of the upper half, and one without the same row of the
+//   lower
+//            half. Above two rows a row has the signs that it has below them.
+template <class A, class D>
+ZONM_INLINED inline ZonStatus invertInLanesOf3(const A &src, const D &dst)
 {
     using T = typename D::Element;
+    Lanes rest[3], last[3];
+    double row0[3], row1[3];
+    unrolled<0, 3>([&](auto j) ZONM_INLINED {
+        row0[j] = src(0, j);
+        row1[j] = src(1, j);
+        rest[j] = {LaneRegister{row1[j], row0[j]}};
+        last[j] = Lanes::all(src(2, j));
+    });
+    const auto minors = expanded<1, Rules::Order>(minorsOfRow(rest), last);
+    const auto alone = expanded<1, Rules::Order>(minorsOfRow(row0), row1);
+    constexpr unsigned withoutColumn[] = {0b110, 0b101, 0b011};
+
+    const Lanes products = swapped(rest[0]) * minors.template over<withoutColumn[0]>();
+    const double det =
+        (products.v[0] - products.v[1]) + last[0].v[0] * alone.template over<withoutColumn[0]>();
+    if (Rules::isSingularFormula(det, singularityLimit<T>(3)))
+        return zonStsSingular;
+    const double r = 1 / det;
+    const Lanes even{LaneRegister{r, -r}}, odd{LaneRegister{-r, r}};
+    unrolled<0, 3>([&](auto j) ZONM_INLINED {
+        const Lanes x = minors.template over<withoutColumn[j]>() * (j % 2 == 0 ? even : odd);
+        dst.set(j, 0, element<T>(x, 0));
+        dst.set(j, 1, element<T>(x, 1));
+        dst.set(j, 2, T(alone.template over<withoutColumn[j]>() * (j % 2 == 0 ? r : -r)));
+    });
+    return zonStsOk;
+}
+
+template <class A, class D>
+ZONM_INLINED inline ZonStatus invertInLanesOf4(const A &src, const D &dst)
+{
+    using T = typename D::Element;
+    Lanes first[4], second[4]; // rows of the halves
+    unrolled<0, 4>([&](auto j) ZONM_INLINED {
+        first[j] = {LaneRegister{double(src(0, j)), double(src(2, j))}};
+        second[j] = {LaneRegister{double(src(1, j)), double(src(3, j))}};
+    });
+    auto minors = expanded<1, Rules::Order>(minorsOfRow(first), second);
+    for (Lanes &minor : minors.of)
+        minor = swapped(minor); // those of the other half
+    const auto withoutFirst = expanded<0, Rules::Order>(minors, second);
+    const auto withoutSecond = expanded<0, Rules::Order>(minors, first);
+
+    const Lanes added = first[0] * withoutFirst.template over<0b1110>();
+    const Lanes subtracted = second[0] * withoutSecond.template over<0b1110>();
+    const double det = ((added.v[0] - subtracted.v[0]) + added.v[1]) - subtracted.v[1];
+    if (Rules::isSingularFormula(det, singularityLimit<T>(4)))
+        return zonStsSingular;
+    const Lanes r = Lanes::all(1 / det), negative = -r;
+    unrolled<0, 4>([&](auto j) ZONM_INLINED {
+        constexpr unsigned columns = 0b1111 & ~(1u << j);
+        const Lanes even = withoutFirst.template over<columns>() * (j % 2 == 0 ? r : negative);
+        const Lanes odd = withoutSecond.template over<columns>() * (j % 2 == 0 ? negative : r);
+        dst.set(j, 0, element<T>(even, 0));
+        dst.set(j, 1, element<T>(odd, 0));
+        dst.set(j, 2, element<T>(even, 1));
+        dst.set(j, 3, element<T>(odd, 1));
+    });
+    return zonStsOk;
+}
+
+template <int N, class A, class D>
+ZONM_INLINED inline ZonStatus invertOneInline(const A &src, const D &dst)
+{
+    using T = typename D::Element;
+    if constexpr (N == 3 && objectLanes == 2)
+        return invertInLanesOf3(src, dst);
+    else if constexpr (N == 4 && objectLanes == 2)
+        return invertInLanesOf4(src, dst);
     using V = std::conditional_t<N <= longestInline, double, Lanes>;
     V a[N][N];
     for (int i = 0; i < N; ++i)
@@ -177,6 +246,11 @@ template <int N, class A, class D> [[gnu::noinline]] ZonStatus invertOne(const A
         for (int j = 0; j < N; ++j)
             dst.set(i, j, firstLane<T>(a[i][j]));
     return zonStsOk;
+}
+
+template <int N, class A, class D> [[gnu::noinline]] ZonStatus invertOne(const A &src, const D &dst)
+{
+    return invertOneInline<N>(src, dst);
 }
 
 // Other sizes ----------------------------------------------------------------------------------
@@ -264,9 +338,9 @@ template <class A, class D>
 {
     return withSize(size, [&](auto n) {
         if constexpr (n != 0)
-            return decomposeGroups(
+            return decomposeGroups<1>(
                 count, std::tie(dst), std::tie(src),
-                [&](Group group) ZONM_INLINED { return invertGroup<n>(src, dst, group); },
+                [&](auto group) ZONM_INLINED { return invertGroup<n>(src, dst, group); },
                 [&](int32_t k) ZONM_INLINED {
                     return invertOne<n>(stridedView(src(k)), stridedView(dst(k)));
                 });
@@ -287,8 +361,12 @@ ZonStatus invert(const A &src, void *buffer, const D &dst, int32_t size, int32_t
                                  objects<layout>(dst, size, size), size, count);
             },
             src, dst);
-    else
-        return invertOnly(onlyObject(src, size, size), buffer, onlyObject(dst, size, size), size);
+    else {
+        const auto a = onlyObject(src, size, size);
+        const auto x = onlyObject(dst, size, size);
+        // A further call would cost as much as the formula.
+        return size == 3 ? invertOneInline<3>(a, x) : invertOnly(a, buffer, x, size);
+    }
 }
 
 } // namespace
