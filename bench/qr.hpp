@@ -13,8 +13,7 @@ template <class T, int W, int H> struct Systems {
     using M = Eigen::Matrix<T, H, W>;
     using Rows = Eigen::Matrix<T, H, W, Eigen::RowMajor>;
     // Of high matrices Eigen knows only the greatest height: it would unroll their columns.
-    using Eigens =
-        Eigen::HouseholderQR<Eigen::Matrix<T, H <= 12 ? H : Eigen::Dynamic, W, 0, H, W>>;
+    using Eigens = Eigen::HouseholderQR<Eigen::Matrix<T, H <= 12 ? H : Eigen::Dynamic, W, 0, H, W>>;
     static constexpr int number = W == H ? systems : 3000;
 
     Matrices<T> a{random<T>(W * H * number), W, H, number};
