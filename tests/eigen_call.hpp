@@ -30,8 +30,8 @@ class Buffer
     Buffer(Element e, std::size_t bytes, Random &random)
         : memory(bytes + 7), base(memory.end() - bytes - (random.oneIn(2) ? 0 : random.below(8)))
     {
-        const Contents contents = random.pick(
-            {Contents::notANumber, Contents::bits, Contents::zeros, Contents::numbers});
+        const Contents contents =
+            random.pick({Contents::notANumber, Contents::bits, Contents::zeros, Contents::numbers});
         for (std::size_t i = 0; i < bytes; ++i)
             base[i] = contents == Contents::notANumber ? std::byte(0xff)
                       : contents == Contents::zeros    ? std::byte(0)

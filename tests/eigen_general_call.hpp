@@ -41,8 +41,8 @@ struct GeneralProblem {
         im = &call.plainOutput("dstValuesIm", n * call.count());
         // The kernel for values alone uses less than the query asks for.
         const int elements = kind == Kind::values ? n * (n + 2) : n * (3 * n + 5);
-        buffer = std::make_unique<Buffer>(elementOf(e), std::size_t(elements * sizeOf(elementOf(e))),
-                                          call.random());
+        buffer = std::make_unique<Buffer>(
+            elementOf(e), std::size_t(elements * sizeOf(elementOf(e))), call.random());
         call.set("buffer", buffer->address()).set("size", n);
     }
 
@@ -131,19 +131,26 @@ inline std::vector<std::pair<const char *, Shape2>> generalGallery()
 {
     const auto u = [](Random &random) { return 2 * random.unit() - 1; };
     return {
-        {"companion", [=](Random &r, int n, int i, int j) { return i == 0 ? u(r) : double(i == j + 1 && n); }},
-        {"rotation", [](Random &, int, int i, int j) {
+        {"companion",
+         [=](Random &r, int n, int i, int j) { return i == 0 ? u(r) : double(i == j + 1 && n); }},
+        {"rotation",
+         [](Random &, int, int i, int j) {
              return i == j ? 0.6 : i / 2 == j / 2 ? (i < j ? -0.8 : 0.8) : 0;
          }},
-        {"cyclic permutation", [](Random &, int n, int i, int j) { return double((i + 1) % n == j); }},
+        {"cyclic permutation",
+         [](Random &, int n, int i, int j) { return double((i + 1) % n == j); }},
         {"exchange", [](Random &, int n, int i, int j) { return double(i + j == n - 1); }},
-        {"Jordan block", [](Random &, int, int i, int j) { return i == j ? 0.5 : double(i == j + 1); }},
-        {"Jordan block, transposed", [](Random &, int, int i, int j) { return i == j ? 0.5 : double(j == i + 1); }},
-        {"nearly defective", [](Random &r, int, int i, int j) {
+        {"Jordan block",
+         [](Random &, int, int i, int j) { return i == j ? 0.5 : double(i == j + 1); }},
+        {"Jordan block, transposed",
+         [](Random &, int, int i, int j) { return i == j ? 0.5 : double(j == i + 1); }},
+        {"nearly defective",
+         [](Random &r, int, int i, int j) {
              return i == j ? 0.5 + 1e-9 * i : j == i + 1 ? 1 : 1e-12 * r.unit();
          }},
         {"graded", [=](Random &r, int, int i, int j) { return std::ldexp(u(r), -3 * (i + j)); }},
-        {"graded upwards", [=](Random &r, int, int i, int j) { return std::ldexp(u(r), 3 * (i - j)); }},
+        {"graded upwards",
+         [=](Random &r, int, int i, int j) { return std::ldexp(u(r), 3 * (i - j)); }},
         {"Hilbert", [](Random &, int, int i, int j) { return 1. / (1 + i + j); }},
         {"upper triangle", [=](Random &r, int, int i, int j) { return i <= j ? u(r) : 0; }},
         {"lower triangle", [=](Random &r, int, int i, int j) { return i >= j ? u(r) : 0; }},
@@ -151,36 +158,63 @@ inline std::vector<std::pair<const char *, Shape2>> generalGallery()
         {"identity", [](Random &, int, int i, int j) { return double(i == j); }},
         {"zero", [](Random &, int, int, int) { return 0.; }},
         {"equal elements", [](Random &, int, int, int) { return 0.25; }},
-        {"blocks of pairs", [=](Random &r, int, int i, int j) {
-             return i == j ? 1. + i / 2 : i / 2 == j / 2 ? (i < j ? -1 - r.unit() : 1) : i < j ? 0.5 * u(r) : 0;
+        {"blocks of pairs",
+         [=](Random &r, int, int i, int j) {
+             return i == j           ? 1. + i / 2
+                    : i / 2 == j / 2 ? (i < j ? -1 - r.unit() : 1)
+                    : i < j          ? 0.5 * u(r)
+                                     : 0;
          }},
-        {"blocks of pairs, transposed", [=](Random &r, int, int i, int j) {
-             return i == j ? 1. + i / 2 : i / 2 == j / 2 ? (i < j ? -1 - r.unit() : 1) : i > j ? 0.5 * u(r) : 0;
+        {"blocks of pairs, transposed",
+         [=](Random &r, int, int i, int j) {
+             return i == j           ? 1. + i / 2
+                    : i / 2 == j / 2 ? (i < j ? -1 - r.unit() : 1)
+                    : i > j          ? 0.5 * u(r)
+                                     : 0;
          }},
-        {"equal pairs below one another", [](Random &, int, int i, int j) {
+        {"equal pairs below one another",
+         [](Random &, int, int i, int j) {
              return i == j ? 1 : i / 2 == j / 2 ? (i < j ? -1 : 1) : i > j ? 0.25 : 0;
          }},
-        {"equal pairs, transposed", [](Random &, int, int i, int j) {
+        {"equal pairs, transposed",
+         [](Random &, int, int i, int j) {
              return i == j ? 1 : i / 2 == j / 2 ? (i < j ? -1 : 1) : i < j ? 0.25 : 0;
          }},
-        {"symmetric blocks", [](Random &, int, int i, int j) {
+        {"symmetric blocks",
+         [](Random &, int, int i, int j) {
              return i == j ? 1. + i / 2 : i / 2 == j / 2 ? 2 : i > j ? 0.125 : 0;
          }},
-        {"one symmetric block behind", [](Random &, int n, int i, int j) {
-             return i == j ? (i < n - 2 ? 3. + i : 1) : i >= n - 2 && j >= n - 2 ? 2 : i > j ? 0.25 : 0;
+        {"one symmetric block behind",
+         [](Random &, int n, int i, int j) {
+             return i == j                     ? (i < n - 2 ? 3. + i : 1)
+                    : i >= n - 2 && j >= n - 2 ? 2
+                    : i > j                    ? 0.25
+                                               : 0;
          }},
-        {"skew", [](Random &, int, int i, int j) { return i == j ? 0 : i < j ? -1. / (i + j) : 1. / (i + j); }},
-        {"nearly equal values", [](Random &, int, int i, int j) {
-             return i == j ? 1 + (i % 2) * 0x1p-30 : i == j + 1 ? 0x1p-26 : j == i + 1 ? 0x1p-27 : 0;
+        {"skew",
+         [](Random &, int, int i, int j) {
+             return i == j ? 0 : i < j ? -1. / (i + j) : 1. / (i + j);
          }},
-        {"nearly equal values, opposite", [](Random &, int, int i, int j) {
-             return i == j ? 1 + (i % 2) * 0x1p-9 : i == j + 1 ? 0x1p-12 : j == i + 1 ? -0x1p-13 : 0;
+        {"nearly equal values",
+         [](Random &, int, int i, int j) {
+             return i == j       ? 1 + (i % 2) * 0x1p-30
+                    : i == j + 1 ? 0x1p-26
+                    : j == i + 1 ? 0x1p-27
+                                 : 0;
+         }},
+        {"nearly equal values, opposite",
+         [](Random &, int, int i, int j) {
+             return i == j       ? 1 + (i % 2) * 0x1p-9
+                    : i == j + 1 ? 0x1p-12
+                    : j == i + 1 ? -0x1p-13
+                                 : 0;
          }},
         {"small integers", [](Random &r, int, int, int) { return double(r.between(-2, 2)); }},
         {"zeros and ones", [](Random &r, int, int, int) { return double(r.oneIn(3)); }},
-        {"growing", [](Random &, int n, int i, int j) {
-             return i == j ? 1 + 1e-7 * i : i > j ? 1e5 : 0 * n;
-         }},
+        {"growing",
+         [](Random &, int n, int i, int j) { return i == j  ? 1 + 1e-7 * i
+                                                    : i > j ? 1e5
+                                                            : 0 * n; }},
     };
 }
 
@@ -197,7 +231,8 @@ template <class F> void forGallery(const char *family, F visit)
                     const double scale = std::ldexp(1, power);
                     visit(GeneralProblem(*e, s, n, 2,
                                          [&, element = element](int k, int i, int j) {
-                                             Random random(s * 1000 + std::uint64_t(k * 100 + i * n + j));
+                                             Random random(s * 1000 +
+                                                           std::uint64_t(k * 100 + i * n + j));
                                              random.bits();
                                              return scale * element(random, n, i, j);
                                          }),
@@ -220,7 +255,9 @@ inline std::set<std::string> eventsOf(const char *family)
     const auto note = [&](GeneralProblem &p) {
         p.check();
         for (const auto &r : p.results) {
-            const auto add = [&](const std::string &event) { seen.insert(p.e.element + ' ' + event); };
+            const auto add = [&](const std::string &event) {
+                seen.insert(p.e.element + ' ' + event);
+            };
             for (const auto &[which, times] : r.cases)
                 add("case " + std::to_string(which));
             if (r.status == zonStsNoConvergence && !r.vanished)
@@ -258,10 +295,9 @@ inline void checkSpecialValues(const char *family)
     for (const Export *e : builtExports(family))
         for (int n = 1; n <= 5; ++n)
             for (int place = 0; place < n * n; ++place)
-                for (const double value :
-                     {std::numeric_limits<double>::quiet_NaN(),
-                      std::numeric_limits<double>::infinity(),
-                      -std::numeric_limits<double>::infinity()}) {
+                for (const double value : {std::numeric_limits<double>::quiet_NaN(),
+                                           std::numeric_limits<double>::infinity(),
+                                           -std::numeric_limits<double>::infinity()}) {
                     const std::uint64_t s = seed++;
                     const int object = int(s % 2);
                     Random random(s);

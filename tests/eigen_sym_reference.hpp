@@ -53,7 +53,7 @@ inline Form formOf(const Export &e, bool contiguous)
 
 struct Result {
     ZonStatus status = zonStsOk;
-    std::vector<std::optional<double>> values; // empty where nothing was written
+    std::vector<std::optional<double>> values;  // empty where nothing was written
     std::vector<std::optional<double>> vectors; // row by row
     double product = 0;
     bool isQL = false;

@@ -41,9 +41,7 @@ struct Problem {
 
     bool isContiguous() const
     {
-        const auto dense = [](const Operand &o) {
-            return o.layout.stride2 == sizeOf(o.element);
-        };
+        const auto dense = [](const Operand &o) { return o.layout.stride2 == sizeOf(o.element); };
         return dense(*src) && (!vectors || dense(*vectors));
     }
     eigen_sym::Form form() const { return eigen_sym::formOf(e, isContiguous()); }
@@ -107,7 +105,8 @@ constexpr int sizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 13};
 Call::Generator symmetric(std::uint64_t seed, std::function<double(Random &, int i, int j)> draw)
 {
     return [=](int k, int i, int j) {
-        Random random(seed * 7919 + std::uint64_t(k * 10007 + std::min(i, j) * 101 + std::max(i, j)));
+        Random random(seed * 7919 +
+                      std::uint64_t(k * 10007 + std::min(i, j) * 101 + std::max(i, j)));
         random.bits();
         return draw(random, std::min(i, j), std::max(i, j));
     };
@@ -125,8 +124,8 @@ TEST(EigenSym, IsTheReference)
                     const std::uint64_t s = seed++;
                     const Element type = elementOf(*e);
                     Problem(*e, s, n, count, symmetric(s, [&](Random &random, int, int) {
-                                return draw(values, type, random);
-                            })).check();
+                        return draw(values, type, random);
+                    })).check();
                     Problem(*e, s, n, count, values).check();
                 }
                 if (!isArray(*e))
@@ -142,9 +141,11 @@ TEST(EigenSym, IsTheReferenceForMany)
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 for (const int power : {0, -1, -3}) {
                     const double scale = std::ldexp(1, power);
-                    Problem(*e, seed, n, 40, symmetric(seed, [=](Random &random, int i, int j) {
-                                return scale * uniform(random, i, j) + 0.5 * (i == j);
-                            }),
+                    Problem(*e, seed, n, 40,
+                            symmetric(seed,
+                                      [=](Random &random, int i, int j) {
+                                          return scale * uniform(random, i, j) + 0.5 * (i == j);
+                                      }),
                             spread)
                         .check();
                     ++seed;
@@ -158,10 +159,10 @@ TEST(EigenSym, InPlaceIsTheSame)
         for (const int n : sizes)
             if (n > 1 && e->operation == "zonmEigenValuesVectorsSym")
                 for (const int count : {1, 2, 5}) {
-                        Problem(*e, seed, n, count, symmetric(seed, uniform), Spread::any, true)
-                            .check();
-                        ++seed;
-                    }
+                    Problem(*e, seed, n, count, symmetric(seed, uniform), Spread::any, true)
+                        .check();
+                    ++seed;
+                }
 }
 
 // Matrices of many kinds near the limits: small columns, columns that are reduced already, blocks,
@@ -175,7 +176,9 @@ Matrix nearLimits(int n, Random &random)
         for (int j = i; j < n; ++j) {
             double x = 0;
             switch (kind) {
-            case 0: x = i == j ? randomScale(random, -6, 0) : randomScale(random, power - 2, power); break;
+            case 0:
+                x = i == j ? randomScale(random, -6, 0) : randomScale(random, power - 2, power);
+                break;
             case 1: x = randomScale(random, low, 0); break;
             case 2: // tridiagonal, with a tail
                 x = j == i       ? randomScale(random, -2, 1)
@@ -183,7 +186,7 @@ Matrix nearLimits(int n, Random &random)
                                  : randomScale(random, power, power);
                 break;
             case 3: // blocks
-                x = i == j ? randomScale(random, -8, 0)
+                x = i == j                            ? randomScale(random, -8, 0)
                     : (j == i + 1 && random.oneIn(2)) ? randomScale(random, -3, 0)
                                                       : 0;
                 break;
@@ -230,9 +233,9 @@ TEST(EigenSym, EachDifferenceOfTheFormsShows)
                     random.bits();
                 const int n = 2 + int(seed % 5);
                 const Matrix a = nearLimits(n, random);
-                Problem p(*e, seed, n, 1,
-                          [&](int, int i, int j) { return a[std::size_t(i * n + j)]; },
-                          contiguous ? Spread::denseRows : Spread::strided);
+                Problem p(
+                    *e, seed, n, 1, [&](int, int i, int j) { return a[std::size_t(i * n + j)]; },
+                    contiguous ? Spread::denseRows : Spread::strided);
                 if (e->description != "P" && p.isContiguous() != contiguous)
                     continue;
                 const ZonStatus status = p.check();
@@ -304,8 +307,8 @@ TEST(EigenSym, ASingularObjectLeavesItsResults)
     for (const Export *e : builtExports("eigen_sym"))
         for (const Spread spread : {Spread::denseRows, Spread::strided}) {
             const Matrix a = diagonal({0.5, 0, 2, 0.75}); // QL
-            Problem p(*e, 5, 4, 1, [&](int, int i, int j) { return a[std::size_t(i * 4 + j)]; },
-                      spread);
+            Problem p(
+                *e, 5, 4, 1, [&](int, int i, int j) { return a[std::size_t(i * 4 + j)]; }, spread);
             EXPECT_EQ(p.check(), zonStsSingular);
             const bool sorted = p.form().decidesAfterSort;
             const double inOrder[] = {2, 0.75, 0.5, 0}, asTheyStand[] = {0.5, 0, 2, 0.75};
@@ -319,7 +322,8 @@ TEST(EigenSym, ASingularObjectLeavesItsResults)
 ZonStatus solveOne(const Export &e, const Matrix &a, int n, Spread spread = Spread::any,
                    std::function<void(const Problem &)> look = {})
 {
-    Problem p(e, 11, n, 3, [&](int, int i, int j) { return a[std::size_t(i * n + j)]; }, spread);
+    Problem p(
+        e, 11, n, 3, [&](int, int i, int j) { return a[std::size_t(i * n + j)]; }, spread);
     const ZonStatus status = p.check();
     if (look)
         look(p);
@@ -361,12 +365,16 @@ TEST(EigenSym, OfTheExamples)
                            }),
                   zonStsOk);
         EXPECT_EQ(solveOne(*e, diagonal({-1, -2}), 2, Spread::any,
-                           [&](auto &p) { valuesAre(p, {-2, -1}); }),
+                           [&](auto &p) {
+                               valuesAre(p, {-2, -1});
+                           }),
                   zonStsOk);
         // The lower element of size 2 is not used.
         EXPECT_EQ(solveOne(*e, {1, 0, nan, 2}, 2), zonStsOk);
         EXPECT_EQ(solveOne(*e, diagonal({0, 0, 0}), 3, Spread::any,
-                           [&](auto &p) { valuesAre(p, {0, 0, 0}); }),
+                           [&](auto &p) {
+                               valuesAre(p, {0, 0, 0});
+                           }),
                   zonStsSingular);
         EXPECT_EQ(solveOne(*e, diagonal({1, 1, 1}), 3, Spread::any,
                            [&](auto &p) {
@@ -412,15 +420,17 @@ std::vector<std::pair<const char *, std::function<double(int n, int i, int j)>>>
         {"Hilbert, shifted",
          [](int, int i, int j) { return 0.5 / (1 + i + j) + (i == j ? 0.75 : 0); }},
         {"second difference",
-         [](int, int i, int j) { return i == j ? 0.5 : std::abs(i - j) == 1 ? -0.2 : 0; }},
-        {"graded", [](int, int i, int j) { return std::ldexp(1, -(i + j) / 2) * (i == j ? 1 : 0.1); }},
+         [](int, int i, int j) { return i == j                 ? 0.5
+                                        : std::abs(i - j) == 1 ? -0.2
+                                                               : 0; }},
+        {"graded",
+         [](int, int i, int j) { return std::ldexp(1, -(i + j) / 2) * (i == j ? 1 : 0.1); }},
         {"graded upwards",
-         [](int n, int i, int j) {
-             return std::ldexp(1, (i + j) / 2 - n) * (i == j ? 1 : 0.1);
-         }},
+         [](int n, int i, int j) { return std::ldexp(1, (i + j) / 2 - n) * (i == j ? 1 : 0.1); }},
         {"exchange", [](int n, int i, int j) { return i + j == n - 1 ? 1 : 0; }},
         {"reflection", [](int n, int i, int j) { return (i == j ? 1 : 0) - 2. / n; }},
-        {"of one pair apart", [](int, int i, int j) { return (i == j ? 0.5 : 0) + 0.25 * (i + j == 1); }},
+        {"of one pair apart",
+         [](int, int i, int j) { return (i == j ? 0.5 : 0) + 0.25 * (i + j == 1); }},
         {"indefinite",
          [](int, int i, int j) { return i == j ? (i % 2 ? -0.75 : 0.75) : 0.1 / (1 + i * j); }},
     };
@@ -432,10 +442,9 @@ TEST(EigenSym, GivesTheMatrixBack)
     for (const Export *e : builtExports("eigen_sym"))
         for (int n = 1; n <= 12; ++n)
             for (const auto &[what, element] : gallery()) {
-                Problem p(*e, std::uint64_t(n), n, 3,
-                          [&, element = element](int k, int i, int j) {
-                              return element(n, i, j) * (1 + 0.125 * k);
-                          });
+                Problem p(*e, std::uint64_t(n), n, 3, [&, element = element](int k, int i, int j) {
+                    return element(n, i, j) * (1 + 0.125 * k);
+                });
                 if (p.check() != zonStsOk)
                     continue; // small products are singular
                 const double eps = e->element == "32f" ? 0x1p-23 : 0x1p-52;
@@ -504,16 +513,17 @@ TEST(EigenSym, OfOverlappingObjectsGoesOneByOne)
 {
     for (const int n : {3, 4, 5, 8, 9}) {
         const int count = 6, object = n * n;
-        std::vector<double> wanted(std::size_t((count + 1) * object)), values(std::size_t(n * count)),
-            buffer(static_cast<std::size_t>(object));
+        std::vector<double> wanted(std::size_t((count + 1) * object)),
+            values(std::size_t(n * count)), buffer(static_cast<std::size_t>(object));
         for (int i = 0; i < n; ++i)
             for (int j = 0; j < n; ++j)
                 wanted[std::size_t(i * n + j)] = i == j ? 1 + 0.25 * i : 0.125 / (1 + i + j);
         std::vector<double> got = wanted, gotValues = values;
         for (int k = 0; k < count; ++k)
-            ASSERT_EQ(zonmEigenValuesVectorsSym_ma_64f(
-                          wanted.data() + k * object, 8, n * 8, 8, buffer.data(),
-                          wanted.data() + (k + 1) * object, 8, n * 8, 8, values.data() + k * n, n, 1),
+            ASSERT_EQ(zonmEigenValuesVectorsSym_ma_64f(wanted.data() + k * object, 8, n * 8, 8,
+                                                       buffer.data(),
+                                                       wanted.data() + (k + 1) * object, 8, n * 8,
+                                                       8, values.data() + k * n, n, 1),
                       zonStsOk);
         EXPECT_EQ(zonmEigenValuesVectorsSym_ma_64f(got.data(), object * 8, n * 8, 8, buffer.data(),
                                                    got.data() + object, object * 8, n * 8, 8,

@@ -15,10 +15,7 @@ TEST(EigenValues, IsTheReference) { checkEveryClass("eigen_values"); }
 
 TEST(EigenValues, IsTheReferenceOnTheGallery) { checkGallery("eigen_values"); }
 
-TEST(EigenValues, TakesNotANumberAndInfinitiesAtEachPlace)
-{
-    checkSpecialValues("eigen_values");
-}
+TEST(EigenValues, TakesNotANumberAndInfinitiesAtEachPlace) { checkSpecialValues("eigen_values"); }
 
 TEST(EigenValues, EndsAtTheFirstObjectThatFails) { checkFailingObjects("eigen_values"); }
 

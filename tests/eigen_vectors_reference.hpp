@@ -131,8 +131,7 @@ class Solver : public SchurSolver
             if (std::abs(u22) < smini)
                 u22 = smini;
             b2 = R(b2 - l * b1);
-            const double bb =
-                R(std::max(std::abs(b1 * (u22 * u11r)), std::abs(b2)));
+            const double bb = R(std::max(std::abs(b1 * (u22 * u11r)), std::abs(b2)));
             if (bb > 1 && std::abs(u22) < 1 && bb >= high() * std::abs(u22))
                 s.scale = R(1 / bb);
             x2 = R((b2 * s.scale) / u22);
@@ -229,9 +228,9 @@ class Solver : public SchurSolver
         for (int ki = n; ki >= 1;) {
             const bool pair = ki > 1 && std::abs(H(ki, ki - 1)) > safmin();
             const double wr = H(ki, ki);
-            const double wi = pair ? R(std::sqrt(std::abs(H(ki, ki - 1))) *
-                                       std::sqrt(std::abs(H(ki - 1, ki))))
-                                   : 0;
+            const double wi =
+                pair ? R(std::sqrt(std::abs(H(ki, ki - 1))) * std::sqrt(std::abs(H(ki - 1, ki))))
+                     : 0;
             const double smin = sminOf(wr, wi);
             int j;
             if (!pair) {
@@ -337,9 +336,9 @@ class Solver : public SchurSolver
         for (int ki = 1; ki <= n;) {
             const bool pair = ki < n && std::abs(H(ki + 1, ki)) > safmin();
             const double wr = H(ki, ki);
-            const double wi = pair ? R(std::sqrt(std::abs(H(ki, ki + 1))) *
-                                       std::sqrt(std::abs(H(ki + 1, ki))))
-                                   : 0;
+            const double wi =
+                pair ? R(std::sqrt(std::abs(H(ki, ki + 1))) * std::sqrt(std::abs(H(ki + 1, ki))))
+                     : 0;
             const double smin = sminOf(wr, wi);
             const int firstRow = ki + (pair ? 2 : 1);
             if (!pair) {

@@ -14,10 +14,7 @@ TEST(EigenVectors, IsTheReference) { checkEveryClass("eigen_vectors"); }
 
 TEST(EigenVectors, IsTheReferenceOnTheGallery) { checkGallery("eigen_vectors"); }
 
-TEST(EigenVectors, TakesNotANumberAndInfinitiesAtEachPlace)
-{
-    checkSpecialValues("eigen_vectors");
-}
+TEST(EigenVectors, TakesNotANumberAndInfinitiesAtEachPlace) { checkSpecialValues("eigen_vectors"); }
 
 TEST(EigenVectors, EndsAtTheFirstObjectThatFails) { checkFailingObjects("eigen_vectors"); }
 
@@ -106,8 +103,8 @@ TEST(EigenVectors, OfAKnownMatrix)
         {-0.4167458088564987, 0, 0.1250237426569497, -0.1969123946846957},
         {0, 0, 0.9950371902099893, 0.0995037190209989},
         {0, 0, 0, 1}};
-    for (const char *name : {"zonmEigenValuesVectorsRight_m_64f", "zonmEigenValuesVectorsLeft_m_64f",
-                             "zonmEigenValuesVectors_m_64f"}) {
+    for (const char *name : {"zonmEigenValuesVectorsRight_m_64f",
+                             "zonmEigenValuesVectorsLeft_m_64f", "zonmEigenValuesVectors_m_64f"}) {
         const Solved s(name, a, 4);
         ASSERT_EQ(s.status, zonStsOk);
         const Pairs values = {{1, 1}, {1, -1}, 3, -2};
@@ -148,8 +145,8 @@ TEST(EigenVectors, SatisfyTheirEquations)
                                 continue;
                             const bool isPair = value.imag() != 0;
                             const auto component = [&](int i) {
-                                return std::complex<double>(
-                                    (*vectors)(k, i, c), isPair ? (*vectors)(k, i, c + 1) : 0);
+                                return std::complex<double>((*vectors)(k, i, c),
+                                                            isPair ? (*vectors)(k, i, c + 1) : 0);
                             };
                             double length = 0;
                             for (int i = 0; i < n; ++i) {
@@ -159,9 +156,8 @@ TEST(EigenVectors, SatisfyTheirEquations)
                                     residual += vectors == p.right
                                                     ? (*p.src)(k, j, i) * component(j)
                                                     : (*p.src)(k, i, j) * std::conj(component(j));
-                                residual -= value * (vectors == p.right
-                                                         ? component(i)
-                                                         : std::conj(component(i)));
+                                residual -= value * (vectors == p.right ? component(i)
+                                                                        : std::conj(component(i)));
                                 EXPECT_LE(std::abs(residual), bound)
                                     << p.call << " object " << k << " value " << value;
                             }

@@ -18,26 +18,25 @@ Ensemble readEnsemble(const std::filesystem::path &path)
     };
     std::vector<std::string> order;
     std::map<std::string, Rows> rows;
-    common::readCsv(
-        path, {"model", "residue", "name", "x", "y", "z"},
-        [&](const common::Record &record) -> std::string {
-            const auto residue = common::parseNumber(record[1]);
-            if (!residue || *residue != static_cast<int>(*residue))
-                return "'" + record[1] + "' is no residue number";
-            Point atom;
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                const auto coordinate = common::parseNumber(record[3 + axis]);
-                if (!coordinate)
-                    return "'" + record[3 + axis] + "' is no coordinate";
-                atom[axis] = *coordinate;
-            }
-            const auto [model, isNew] = rows.try_emplace(record[0]);
-            if (isNew)
-                order.push_back(record[0]);
-            model->second.residues.push_back({static_cast<int>(*residue), record[2]});
-            model->second.atoms.push_back(atom);
-            return "";
-        });
+    common::readCsv(path, {"model", "residue", "name", "x", "y", "z"},
+                    [&](const common::Record &record) -> std::string {
+                        const auto residue = common::parseNumber(record[1]);
+                        if (!residue || *residue != static_cast<int>(*residue))
+                            return "'" + record[1] + "' is no residue number";
+                        Point atom;
+                        for (std::size_t axis = 0; axis < 3; ++axis) {
+                            const auto coordinate = common::parseNumber(record[3 + axis]);
+                            if (!coordinate)
+                                return "'" + record[3 + axis] + "' is no coordinate";
+                            atom[axis] = *coordinate;
+                        }
+                        const auto [model, isNew] = rows.try_emplace(record[0]);
+                        if (isNew)
+                            order.push_back(record[0]);
+                        model->second.residues.push_back({static_cast<int>(*residue), record[2]});
+                        model->second.atoms.push_back(atom);
+                        return "";
+                    });
     if (order.empty())
         throw std::runtime_error(path.string() + ": no models");
 

@@ -48,9 +48,9 @@ common::Canvas draw(const superpose::Ensemble &ensemble, const superpose::Superp
             distances.x.push_back(static_cast<double>(k + 1));
             distances.y.push_back(result.fits[k]->rmsd);
         }
-    return common::drawPlot("Superposition on " + reference,
-                            {{{"residue"}, {"fluctuation (Å)"}, {moved}},
-                             {{"model"}, {"RMSD (Å)"}, {distances}}});
+    return common::drawPlot(
+        "Superposition on " + reference,
+        {{{"residue"}, {"fluctuation (Å)"}, {moved}}, {{"model"}, {"RMSD (Å)"}, {distances}}});
 }
 
 void run(const Options &options)

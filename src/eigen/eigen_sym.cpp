@@ -136,7 +136,8 @@ template <class T> struct CallersStorage {
     int n;
 
     CallersStorage(void *b, const Place<T> &dst, StoredRun<T> v, int32_t size)
-        : buffer{static_cast<std::byte *>(b)}, values(v), d(buffer), e(buffer.from(size)), vectors(dst), n(size)
+        : buffer{static_cast<std::byte *>(b)}, values(v), d(buffer), e(buffer.from(size)),
+          vectors(dst), n(size)
     {
     }
     int order() const { return n; }
@@ -221,7 +222,8 @@ inline constexpr int32_t largestPaired = 8;
 template <class T, Rotation rotation, class Storage> struct Staged {
     static constexpr bool withVectors = rotation != Rotation::ofValues;
 
-    [[gnu::noinline]] static void reduce(const SymmetricForm &form, Storage &s, const Place<const T> &src)
+    [[gnu::noinline]] static void reduce(const SymmetricForm &form, Storage &s,
+                                         const Place<const T> &src)
     {
         const int n = s.order();
         for (int i = 0; i < n; ++i)
@@ -234,7 +236,7 @@ template <class T, Rotation rotation, class Storage> struct Staged {
         Reduction<T, withVectors, Storage>{s, form}.run();
     }
     [[gnu::noinline]] static ZonStatus decide(const SymmetricForm &form, Storage &s,
-                            const Iteration<T, rotation, Storage> &iteration)
+                                              const Iteration<T, rotation, Storage> &iteration)
     {
         if (iteration.status != zonStsOk)
             return iteration.status;

@@ -8,8 +8,8 @@
 // part in column c+1. src is gathered into `buffer` and brought to the real Schur form there, with
 // the transform Z accumulated (schur.hpp); the vectors are found from that form and multiplied by
 // Z in place (schur_vectors.hpp). They are written when all of an object's are complete: a failure
-// leaves the vector outputs, and ends an array. So does a real system of order 2 without a solution,
-// which is reported as success.
+// leaves the vector outputs, and ends an array. So does a real system of order 2 without a
+// solution, which is reported as success.
 //
 // buffer: the working matrix, Z for each side, three vectors.
 #include "eigen/schur_vectors.hpp"
@@ -45,8 +45,8 @@ template <class T, int sides> struct Solver {
     StoredRun<T> buffer;
     Carried<T> carried;
 
-    SideResult solve(const Place<const T> &src, const std::array<Place<T>, sides> &dst, StoredRun<T> re,
-                     StoredRun<T> im)
+    SideResult solve(const Place<const T> &src, const std::array<Place<T>, sides> &dst,
+                     StoredRun<T> re, StoredRun<T> im)
     {
         if (n == 1) {
             for (const Place<T> &vectors : dst)
@@ -81,10 +81,7 @@ template <class T, int sides> struct Solver {
     }
 
   private:
-    ColumnMatrix<T> transform(int i) const
-    {
-        return {buffer.from((1 + i) * ptrdiff_t(n) * n), n};
-    }
+    ColumnMatrix<T> transform(int i) const { return {buffer.from((1 + i) * ptrdiff_t(n) * n), n}; }
 };
 
 template <class T, int sides, class A, class... D>
@@ -98,8 +95,7 @@ ZonStatus solveAll(Solver<T, sides> solver, const A &src, T *valuesRe, T *values
     for (ptrdiff_t k = 0; k < count; ++k) {
         const auto places = std::apply(
             [=](auto &...o) { return std::array<Place<T>, sides>{placeOf(o(k))...}; }, vectors);
-        const SideResult r =
-            solver.solve(placeOf(matrices(k)), places, runAt(re(k)), runAt(im(k)));
+        const SideResult r = solver.solve(placeOf(matrices(k)), places, runAt(re(k)), runAt(im(k)));
         if (!r.isComplete)
             return r.status;
     }
@@ -130,12 +126,10 @@ ZonStatus bothVectors(const A &src, const R &dstRight, const L &dstLeft, T *re, 
 {
     // A block that leaves the rotation as it was begins with none to apply.
     const Carried<T> carried{.rotation = {1.0, 0.0}};
-    return solveAll(Solver<T, 2>{vectorsOfBothSides,
-                                 {Side::right, Side::left},
-                                 size,
-                                 runIn<T>(buffer),
-                                 carried},
-                    src, re, im, count, dstRight, dstLeft);
+    return solveAll(
+        Solver<T, 2>{
+            vectorsOfBothSides, {Side::right, Side::left}, size, runIn<T>(buffer), carried},
+        src, re, im, count, dstRight, dstLeft);
 }
 
 // The lists of single objects end with the buffer.

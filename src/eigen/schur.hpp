@@ -6,7 +6,8 @@
 // It departs from the published routines, and has to:
 //   - no test is for zero: all compare with the safe minimum;
 //   - a reflector is not scaled against overflow, its norm has a floor instead;
-//   - for eigenvalues alone a subdiagonal element is negligible absolutely, whatever its neighbours;
+//   - for eigenvalues alone a subdiagonal element is negligible absolutely, whatever its
+//   neighbours;
 //   - a 2x2 block with equal diagonal elements is left as it stands, also if its eigenvalues are
 //     real, and two cases of a block with nearly equal eigenvalues are told apart otherwise.
 #pragma once
@@ -58,14 +59,14 @@ template <class T> double hypotenuse(double p, double q)
 {
     const double a = magnitude(p), b = magnitude(q);
     const double larger = a > b ? a : b, smaller = a > b ? b : a;
-    const double result =
-        smaller >= Limits<T>::safeMinimum
-            ? larger * squareRoot(smaller * smaller / (larger * larger) + 1)
-            : larger;
+    const double result = smaller >= Limits<T>::safeMinimum
+                              ? larger * squareRoot(smaller * smaller / (larger * larger) + 1)
+                              : larger;
     return result < Limits<T>::safeMinimum ? Limits<T>::normFloor : result;
 }
 
-// I - t*v*transpose(v) with v = (1, x) takes (alpha, x) to (beta, 0). Returns t; alpha becomes beta.
+// I - t*v*transpose(v) with v = (1, x) takes (alpha, x) to (beta, 0). Returns t; alpha becomes
+// beta.
 template <class T, class X> Number<T> makeReflector(Number<T> &alpha, X &&x, int length)
 {
     if (length == 0)
@@ -92,8 +93,7 @@ template <class T> void reduceToHessenberg(ColumnMatrix<T> h, StoredRun<T> tau, 
     const int n = h.n;
     for (int k = 1; k < n; ++k) {
         Number<T> beta = h(k + 1, k);
-        const Number<T> t =
-            makeReflector(beta, h.columnFrom(k + 1, k).from(1), n - k - 1);
+        const Number<T> t = makeReflector(beta, h.columnFrom(k + 1, k).from(1), n - k - 1);
         h(k + 1, k) = 1;
         const StoredRun<T> v = h.columnFrom(k + 1, k);
         if (magnitude(t) > Limits<T>::safeMinimum) {

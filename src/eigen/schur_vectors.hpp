@@ -303,8 +303,7 @@ template <class T> class SchurVectors
     {
         Number<T> largest = 0;
         for (int r = 1; r <= n; ++r) {
-            const Number<T> size =
-                magnitude(v(r, c)) + (columns == 2 ? magnitude(v(r, c + 1)) : 0);
+            const Number<T> size = magnitude(v(r, c)) + (columns == 2 ? magnitude(v(r, c + 1)) : 0);
             if (size > largest)
                 largest = size;
         }

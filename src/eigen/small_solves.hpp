@@ -45,7 +45,7 @@ template <class T> struct SmallSystem {
     SmallSolution<T> solve() const
     {
         const Number<T> limit = larger(smallest, low);
-        return order == 1   ? solveOne(limit)
+        return order == 1  ? solveOne(limit)
                : isComplex ? solvePairComplex(limit)
                            : solvePairReal(limit);
     }
@@ -79,7 +79,8 @@ template <class T> struct SmallSystem {
     };
     Pivoted pivoted() const
     {
-        static constexpr int places[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
+        static constexpr int places[4][4] = {
+            {0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
         const Number<T> imaginary = isComplex ? -wi : 0;
         const C c[4] = {{a11 - wr, imaginary}, {a21, 0.0}, {a12, 0.0}, {a22 - wr, imaginary}};
         Pivoted p;

@@ -19,11 +19,11 @@ enum class Rotation { ofValues, divided, reciprocal };
 
 // What the forms of the symmetric eigenproblem do differently.
 struct SymmetricForm {
-    bool skipsSmallColumns;  // reduction: a column whose sum of squares is within the tolerance
+    bool skipsSmallColumns;   // reduction: a column whose sum of squares is within the tolerance
     bool skipsReducedColumns; // reduction: a column that is its own reflection
-    ProductOf product;       // of what the QR form takes the product that decides about singularity
-    DecidedBy decidedBy;     // the decision stands before or after the sort
-    Rotation rotation;       // of values alone, of vectors by quotients or by a reciprocal
+    ProductOf product;   // of what the QR form takes the product that decides about singularity
+    DecidedBy decidedBy; // the decision stands before or after the sort
+    Rotation rotation;   // of values alone, of vectors by quotients or by a reciprocal
     double tolerance;
     double determinant; // size 2: at or below it the matrix is singular
     double reduction;   // the tolerance of the reduction
@@ -291,10 +291,10 @@ template <class T, Rotation rotation, class Storage> class Iteration
             sine = f * rho;
             cosine = g * rho;
             s.forRows(place(i), place(i + 1), [&](auto &&near, auto &&far) {
-                    const Number<T> x = near * rho, y = far * rho;
-                    near = g * x - f * y;
-                    far = g * y + f * x;
-                });
+                const Number<T> x = near * rho, y = far * rho;
+                near = g * x - f * y;
+                far = g * y + f * x;
+            });
         }
     }
 };

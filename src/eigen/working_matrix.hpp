@@ -18,9 +18,9 @@ namespace zonm::eigen
 
 // Places ---------------------------------------------------------------------------------------
 
-// Any view, told apart at each access: kernels gather and scatter, and need no instance of their own
-// for a layout. Element (i, j) at base + i*rowStep + j*columnStep, or where that table entry points,
-// plus an offset.
+// Any view, told apart at each access: kernels gather and scatter, and need no instance of their
+// own for a layout. Element (i, j) at base + i*rowStep + j*columnStep, or where that table entry
+// points, plus an offset.
 template <class T> struct Place {
     T *const *table;
     Bytes<T> base;
@@ -107,10 +107,7 @@ template <class T> class Stored
 template <class T> struct StoredRun {
     std::byte *base;
 
-    Stored<T> operator[](ptrdiff_t i) const
-    {
-        return Stored<T>(base + i * ptrdiff_t(sizeof(T)));
-    }
+    Stored<T> operator[](ptrdiff_t i) const { return Stored<T>(base + i * ptrdiff_t(sizeof(T))); }
     StoredRun from(ptrdiff_t i) const { return {base + i * ptrdiff_t(sizeof(T))}; }
 };
 
