@@ -2377,8 +2377,7 @@ ZONM_API ZonStatus zonmMul_tata_64f_P(
  * Checks: standard orders with the shapes (zonStsShapeMismatch) right behind the sizes.
  * Nothing can fail after them.
  * Bits: one chain in ascending p. A 32f sum is kept in double and rounded at the store; with _P
- * outside the square sizes 3 to 6, and for some rows of larger dense matrices, it is rounded after
- * every term.
+ * outside the square sizes 3 to 6 it is rounded after every term.
  * dst must not overlap a source.
  */
 ZONM_API ZonStatus zonmMul_mv_32f(
@@ -2642,7 +2641,7 @@ ZONM_API ZonStatus zonmMul_tava_64f_P(
  * Nothing can fail after them.
  * Bits: at the square sizes 3 to 6 a row is one expression, rounded once, whose terms are added
  * in an order fixed by group, size and row. At all other sizes the product is stored, which
- * rounds it, and src3(i) is added to what was stored.
+ * rounds it (a 32f sum with _P after every term), and src3(i) is added to what was stored.
  * dst must not overlap a source; dst equal to src3 adds the product to itself.
  */
 ZONM_API ZonStatus zonmGaxpy_mv_32f(
