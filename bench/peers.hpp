@@ -69,6 +69,23 @@ inline void gemm(int n, const double *a, const double *b, double *c)
 {
     cblas_dgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1, a, n, b, n, 0, c, n);
 }
+// y = A x + beta y, A by rows.
+inline void gemv(bool transposed, int n, const float *a, const float *x, float beta, float *y)
+{
+    cblas_sgemv(CblasRowMajor, transposed ? CblasTrans : CblasNoTrans, n, n, 1, a, n, x, 1, beta, y,
+                1);
+}
+inline void gemv(bool transposed, int n, const double *a, const double *x, double beta, double *y)
+{
+    cblas_dgemv(CblasRowMajor, transposed ? CblasTrans : CblasNoTrans, n, n, 1, a, n, x, 1, beta, y,
+                1);
+}
+inline float dot(int n, const float *x, const float *y) { return cblas_sdot(n, x, 1, y, 1); }
+inline double dot(int n, const double *x, const double *y) { return cblas_ddot(n, x, 1, y, 1); }
+inline float nrm2(int n, const float *x) { return cblas_snrm2(n, x, 1); }
+inline double nrm2(int n, const double *x) { return cblas_dnrm2(n, x, 1); }
+inline void axpy(int n, float a, const float *x, float *y) { cblas_saxpy(n, a, x, 1, y, 1); }
+inline void axpy(int n, double a, const double *x, double *y) { cblas_daxpy(n, a, x, 1, y, 1); }
 // In place, on a column-major matrix.
 inline int getrf(int n, float *a, int *pivots)
 {

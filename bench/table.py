@@ -30,6 +30,10 @@ OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, 
 The peers multiply `32f` in single precision."""),
     "product_narrow": ("Matrix product, all at the width of the baseline", """\
 As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte registers."""),
+    "vectors": ("Vectors, and matrices with vectors", """\
+Dense rows, operands within the second-level cache. `zonmMul_mv`, `zonmDotProduct_vv` and `zonmSaxpy_vv` are one
+call per object; beside them Eigen stands behind a function call with run-time strides. OpenBLAS takes one object
+per call everywhere. The peers compute `32f` in single precision."""),
     "lu": ("LU decomposition and back substitution", """\
 20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
 sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Eigen keeps its matrices by columns, which suits

@@ -2434,8 +2434,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_64f_P(
 /**
  * Matrix-vector product: zonmMul on a matrix and a vector
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k](i) = sum over p of A[k](i, p) * src2[k](p), p ascending from 0
  * A is src1 or its transpose (t)
  *
@@ -2445,8 +2443,7 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tata_64f_P(
  * Checks: standard orders with the shapes (zonStsShapeMismatch) right behind the sizes.
  * Nothing can fail after them.
  * Bits: one chain in ascending p. A 32f sum is kept in double and rounded at the store; with _P
- * outside the square sizes 3 to 6, and for some rows of larger dense matrices, it is rounded after
- * every term.
+ * outside the square sizes 3 to 6 it is rounded after every term.
  * dst must not overlap a source.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmMul_mv_32f(
@@ -2701,8 +2698,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_64f_P(
 /**
  * Matrix-vector product plus vector: zonmGaxpy
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k](i) = sum over p of src1(i, p) * src2[k](p) + src3[k](i)
  *
  * The matrix is single and plain. mv: one src2, one src3; mva: arrays of both; mvav: an array of
@@ -2712,7 +2707,7 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmMul_tava_64f_P(
  * Nothing can fail after them.
  * Bits: at the square sizes 3 to 6 a row is one expression, rounded once, whose terms are added
  * in an order fixed by group, size and row. At all other sizes the product is stored, which
- * rounds it, and src3(i) is added to what was stored.
+ * rounds it (a 32f sum with _P after every term), and src3(i) is added to what was stored.
  * dst must not overlap a source; dst equal to src3 adds the product to itself.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmGaxpy_mv_32f(
@@ -3047,8 +3042,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmMul_vaca_64f_P(
 /**
  * Scalar product: zonmDotProduct
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k] = sum over i of src1[k](i) * src2[k](i)
  *
  * dst is a plain pointer to count numbers, in every description.
@@ -3140,8 +3133,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmDotProduct_vava_64f_P(
 
 /**
  * Vector product: zonmCrossProduct
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst(0) = src1(1)*src2(2) - src1(2)*src2(1)
  * dst(1) = src1(2)*src2(0) - src1(0)*src2(2)
@@ -3262,8 +3253,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCrossProduct_vava_64f_P(
 
 /**
  * Linear combination: zonmLComb
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = src1[k](i) * val1 + src2[k](i) * val2
  *
@@ -3387,8 +3376,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLComb_vava_64f_P(
 
 /**
  * Scaled vector plus vector: zonmSaxpy
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k](i) = src1[k](i) * val + src2[k](i)
  *
@@ -3534,8 +3521,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmSaxpy_vava_64f_P(
 /**
  * Euclidean length: zonmL2Norm
  *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
- *
  * dst[k] = sqrt(sum over i of src[k](i)^2)
  *
  * dst is a plain pointer to count numbers, in every description. The squares are not scaled:
@@ -3585,8 +3570,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmL2Norm_va_64f_P(
 
 /**
  * Trace: zonmTrace
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sum over i below width of src[k](i, i)
  *
@@ -3645,8 +3628,6 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmTrace_ma_64f_P(
 
 /**
  * Frobenius norm: zonmFrobNorm
- *
- * NOT IN THE LIBRARY YET: a program that calls one of these does not link.
  *
  * dst[k] = sqrt(sum over i and j of src[k](i, j)^2)
  *

@@ -45,6 +45,15 @@ BUILT = {
     "transpose": Built("elementwise", {"zonmTranspose": "transpose"}),
     "constant_product": Built("products", {"zonmMul": "multiplyByConstant"}),
     "matrix_product": Built("products", {"zonmMul": "multiplyMatrices"}),
+    "trace": Built("products", {"zonmTrace": "traces"}),
+    "frob_norm": Built("products", {"zonmFrobNorm": "frobeniusNorms"}),
+    "dot_product": Built("products", {"zonmDotProduct": "dotProducts"}),
+    "l2_norm": Built("products", {"zonmL2Norm": "euclideanNorms"}),
+    "cross_product": Built("products", {"zonmCrossProduct": "crossProducts"}),
+    "lcomb": Built("products", {"zonmLComb": "combineLinearly"}),
+    "saxpy": Built("products", {"zonmSaxpy": "addScaled"}),
+    "matrix_vector_product": Built("products", {"zonmMul": "multiplyVectors"}),
+    "gaxpy": Built("products", {"zonmGaxpy": "addMatrixVectorProducts"}),
     "lu_decomp": Built("solvers", {"zonmLUDecomp": "luDecompose"}),
     "eigen_sym": Built("eigen", {"zonmEigenValuesSym": "eigenValuesSym",
                                  "zonmEigenValuesVectorsSym": "eigenValuesVectorsSym"}),
@@ -219,8 +228,7 @@ FAMILIES = {
     Checks: standard orders with the shapes (zonStsShapeMismatch) right behind the sizes.
     Nothing can fail after them.
     Bits: one chain in ascending p. A 32f sum is kept in double and rounded at the store; with _P
-    outside the square sizes 3 to 6, and for some rows of larger dense matrices, it is rounded after
-    every term.
+    outside the square sizes 3 to 6 it is rounded after every term.
     dst must not overlap a source.
     """),
 
@@ -234,7 +242,7 @@ FAMILIES = {
     Nothing can fail after them.
     Bits: at the square sizes 3 to 6 a row is one expression, rounded once, whose terms are added
     in an order fixed by group, size and row. At all other sizes the product is stored, which
-    rounds it, and src3(i) is added to what was stored.
+    rounds it (a 32f sum with _P after every term), and src3(i) is added to what was stored.
     dst must not overlap a source; dst equal to src3 adds the product to itself.
     """),
 

@@ -12,6 +12,14 @@
 namespace zonm
 {
 
+// What a chain begins with: its first product, or the sum of 0.0 and that. The sign of a zero
+// tells.
+enum class Start { product, zero };
+template <Start S> using StartConstant = std::integral_constant<Start, S>;
+
+// Where the sum of an element lives while it grows: in a register, or in dst, which rounds it.
+enum class Accumulation { wide, inDst };
+
 // A row of `N` columns cut into packs, the widest first: f(first column, columns in the pack).
 template <int N, int First = 0, int W = doublesPerRegister, class F>
 ZONM_INLINED inline void forEachPack(F f)

@@ -10,11 +10,6 @@
 namespace zonm
 {
 
-// What a chain begins with: its first product, or the sum of 0.0 and that. The sign of a zero
-// tells.
-enum class Start { product, zero };
-template <Start S> using StartConstant = std::integral_constant<Start, S>;
-
 // The operand that is one matrix for all k, if its elements stay in registers.
 enum class Held { none, first, second };
 

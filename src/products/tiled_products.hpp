@@ -12,9 +12,6 @@ struct ProductShape {
     ptrdiff_t rows, columns, inner;
 };
 
-// Where the sum of an element lives while it grows: in a register, or in dst, which rounds it.
-enum class Accumulation { wide, inDst };
-
 // Adds the products of the first Q columns of A to R rows and C*W columns of sums.
 template <int Q, int R, int C, int W, Accumulation Kept, class T, class A, class B>
 ZONM_INLINED inline void addProducts(Doubles<W> (&sum)[R][C], const A &a, const B &b)

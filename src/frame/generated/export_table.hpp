@@ -189,6 +189,28 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmCrossProduct_v2_32f) zonmCrossProduct_v2_32f;
 [[gnu::noinline]] decltype(::zonmCrossProduct_v3_32f) zonmCrossProduct_v3_32f;
 [[gnu::noinline]] decltype(::zonmCrossProduct_v4_32f) zonmCrossProduct_v4_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_32f) zonmCrossProduct_vav_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_32f_L) zonmCrossProduct_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_32f_P) zonmCrossProduct_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_64f) zonmCrossProduct_vav_64f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_64f_L) zonmCrossProduct_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vav_64f_P) zonmCrossProduct_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_32f) zonmCrossProduct_vava_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_32f_L) zonmCrossProduct_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_32f_P) zonmCrossProduct_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_64f) zonmCrossProduct_vava_64f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_64f_L) zonmCrossProduct_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vava_64f_P) zonmCrossProduct_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vv_32f) zonmCrossProduct_vv_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vv_32f_P) zonmCrossProduct_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vv_64f) zonmCrossProduct_vv_64f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vv_64f_P) zonmCrossProduct_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_32f) zonmCrossProduct_vva_32f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_32f_L) zonmCrossProduct_vva_32f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_32f_P) zonmCrossProduct_vva_32f_P;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_64f) zonmCrossProduct_vva_64f;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_64f_L) zonmCrossProduct_vva_64f_L;
+[[gnu::noinline]] decltype(::zonmCrossProduct_vva_64f_P) zonmCrossProduct_vva_64f_P;
 [[gnu::noinline]] decltype(::zonmDet_m4_32f) zonmDet_m4_32f;
 [[gnu::noinline]] decltype(::zonmDet_m_32f) zonmDet_m_32f;
 [[gnu::noinline]] decltype(::zonmDet_m_32f_P) zonmDet_m_32f_P;
@@ -203,6 +225,22 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmDotProduct_v2_32f) zonmDotProduct_v2_32f;
 [[gnu::noinline]] decltype(::zonmDotProduct_v3_32f) zonmDotProduct_v3_32f;
 [[gnu::noinline]] decltype(::zonmDotProduct_v4_32f) zonmDotProduct_v4_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_32f) zonmDotProduct_vav_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_32f_L) zonmDotProduct_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_32f_P) zonmDotProduct_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_64f) zonmDotProduct_vav_64f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_64f_L) zonmDotProduct_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmDotProduct_vav_64f_P) zonmDotProduct_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_32f) zonmDotProduct_vava_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_32f_L) zonmDotProduct_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_32f_P) zonmDotProduct_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_64f) zonmDotProduct_vava_64f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_64f_L) zonmDotProduct_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmDotProduct_vava_64f_P) zonmDotProduct_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_vv_32f) zonmDotProduct_vv_32f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vv_32f_P) zonmDotProduct_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmDotProduct_vv_64f) zonmDotProduct_vv_64f;
+[[gnu::noinline]] decltype(::zonmDotProduct_vv_64f_P) zonmDotProduct_vv_64f_P;
 [[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_32f) zonmEigenValuesGetBufSize_32f;
 [[gnu::noinline]] decltype(::zonmEigenValuesGetBufSize_64f) zonmEigenValuesGetBufSize_64f;
 [[gnu::noinline]] decltype(::zonmEigenValuesSym_m_32f) zonmEigenValuesSym_m_32f;
@@ -297,6 +335,32 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmExtract_va_64f) zonmExtract_va_64f;
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_L) zonmExtract_va_64f_L;
 [[gnu::noinline]] decltype(::zonmExtract_va_64f_P) zonmExtract_va_64f_P;
+[[gnu::noinline]] decltype(::zonmFrobNorm_m_32f) zonmFrobNorm_m_32f;
+[[gnu::noinline]] decltype(::zonmFrobNorm_m_32f_P) zonmFrobNorm_m_32f_P;
+[[gnu::noinline]] decltype(::zonmFrobNorm_m_64f) zonmFrobNorm_m_64f;
+[[gnu::noinline]] decltype(::zonmFrobNorm_m_64f_P) zonmFrobNorm_m_64f_P;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_32f) zonmFrobNorm_ma_32f;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_32f_L) zonmFrobNorm_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_32f_P) zonmFrobNorm_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_64f) zonmFrobNorm_ma_64f;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_64f_L) zonmFrobNorm_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmFrobNorm_ma_64f_P) zonmFrobNorm_ma_64f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mv_32f) zonmGaxpy_mv_32f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mv_32f_P) zonmGaxpy_mv_32f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mv_64f) zonmGaxpy_mv_64f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mv_64f_P) zonmGaxpy_mv_64f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_32f) zonmGaxpy_mva_32f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_32f_L) zonmGaxpy_mva_32f_L;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_32f_P) zonmGaxpy_mva_32f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_64f) zonmGaxpy_mva_64f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_64f_L) zonmGaxpy_mva_64f_L;
+[[gnu::noinline]] decltype(::zonmGaxpy_mva_64f_P) zonmGaxpy_mva_64f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_32f) zonmGaxpy_mvav_32f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_32f_L) zonmGaxpy_mvav_32f_L;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_32f_P) zonmGaxpy_mvav_32f_P;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_64f) zonmGaxpy_mvav_64f;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_64f_L) zonmGaxpy_mvav_64f_L;
+[[gnu::noinline]] decltype(::zonmGaxpy_mvav_64f_P) zonmGaxpy_mvav_64f_P;
 [[gnu::noinline]] decltype(::zonmGetLibVersion) zonmGetLibVersion;
 [[gnu::noinline]] decltype(::zonmHermite_v2_32f) zonmHermite_v2_32f;
 [[gnu::noinline]] decltype(::zonmHermite_v3_32f) zonmHermite_v3_32f;
@@ -320,6 +384,32 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmInvert_ma_64f_L) zonmInvert_ma_64f_L;
 [[gnu::noinline]] decltype(::zonmInvert_ma_64f_P) zonmInvert_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmIsIdentity_m4_32f) zonmIsIdentity_m4_32f;
+[[gnu::noinline]] decltype(::zonmL2Norm_v_32f) zonmL2Norm_v_32f;
+[[gnu::noinline]] decltype(::zonmL2Norm_v_32f_P) zonmL2Norm_v_32f_P;
+[[gnu::noinline]] decltype(::zonmL2Norm_v_64f) zonmL2Norm_v_64f;
+[[gnu::noinline]] decltype(::zonmL2Norm_v_64f_P) zonmL2Norm_v_64f_P;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_32f) zonmL2Norm_va_32f;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_32f_L) zonmL2Norm_va_32f_L;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_32f_P) zonmL2Norm_va_32f_P;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_64f) zonmL2Norm_va_64f;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_64f_L) zonmL2Norm_va_64f_L;
+[[gnu::noinline]] decltype(::zonmL2Norm_va_64f_P) zonmL2Norm_va_64f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vav_32f) zonmLComb_vav_32f;
+[[gnu::noinline]] decltype(::zonmLComb_vav_32f_L) zonmLComb_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmLComb_vav_32f_P) zonmLComb_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vav_64f) zonmLComb_vav_64f;
+[[gnu::noinline]] decltype(::zonmLComb_vav_64f_L) zonmLComb_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmLComb_vav_64f_P) zonmLComb_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vava_32f) zonmLComb_vava_32f;
+[[gnu::noinline]] decltype(::zonmLComb_vava_32f_L) zonmLComb_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmLComb_vava_32f_P) zonmLComb_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vava_64f) zonmLComb_vava_64f;
+[[gnu::noinline]] decltype(::zonmLComb_vava_64f_L) zonmLComb_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmLComb_vava_64f_P) zonmLComb_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vv_32f) zonmLComb_vv_32f;
+[[gnu::noinline]] decltype(::zonmLComb_vv_32f_P) zonmLComb_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmLComb_vv_64f) zonmLComb_vv_64f;
+[[gnu::noinline]] decltype(::zonmLComb_vv_64f_P) zonmLComb_vv_64f_P;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f) zonmLUBackSubst_mava_32f;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_L) zonmLUBackSubst_mava_32f_L;
 [[gnu::noinline]] decltype(::zonmLUBackSubst_mava_32f_P) zonmLUBackSubst_mava_32f_P;
@@ -400,6 +490,18 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mata_64f) zonmMul_mata_64f;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_L) zonmMul_mata_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_mata_64f_P) zonmMul_mata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mav_32f) zonmMul_mav_32f;
+[[gnu::noinline]] decltype(::zonmMul_mav_32f_L) zonmMul_mav_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mav_32f_P) zonmMul_mav_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mav_64f) zonmMul_mav_64f;
+[[gnu::noinline]] decltype(::zonmMul_mav_64f_L) zonmMul_mav_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mav_64f_P) zonmMul_mav_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mava_32f) zonmMul_mava_32f;
+[[gnu::noinline]] decltype(::zonmMul_mava_32f_L) zonmMul_mava_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mava_32f_P) zonmMul_mava_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mava_64f) zonmMul_mava_64f;
+[[gnu::noinline]] decltype(::zonmMul_mava_64f_L) zonmMul_mava_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mava_64f_P) zonmMul_mava_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_mc_32f) zonmMul_mc_32f;
 [[gnu::noinline]] decltype(::zonmMul_mc_32f_P) zonmMul_mc_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_mc_64f) zonmMul_mc_64f;
@@ -425,6 +527,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_mta_64f) zonmMul_mta_64f;
 [[gnu::noinline]] decltype(::zonmMul_mta_64f_L) zonmMul_mta_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_mta_64f_P) zonmMul_mta_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mv_32f) zonmMul_mv_32f;
+[[gnu::noinline]] decltype(::zonmMul_mv_32f_P) zonmMul_mv_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mv_64f) zonmMul_mv_64f;
+[[gnu::noinline]] decltype(::zonmMul_mv_64f_P) zonmMul_mv_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_mva_32f) zonmMul_mva_32f;
+[[gnu::noinline]] decltype(::zonmMul_mva_32f_L) zonmMul_mva_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_mva_32f_P) zonmMul_mva_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_mva_64f) zonmMul_mva_64f;
+[[gnu::noinline]] decltype(::zonmMul_mva_64f_L) zonmMul_mva_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_mva_64f_P) zonmMul_mva_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_tac_32f) zonmMul_tac_32f;
 [[gnu::noinline]] decltype(::zonmMul_tac_32f_L) zonmMul_tac_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_tac_32f_P) zonmMul_tac_32f_P;
@@ -455,6 +567,18 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_tata_64f) zonmMul_tata_64f;
 [[gnu::noinline]] decltype(::zonmMul_tata_64f_L) zonmMul_tata_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_tata_64f_P) zonmMul_tata_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tav_32f) zonmMul_tav_32f;
+[[gnu::noinline]] decltype(::zonmMul_tav_32f_L) zonmMul_tav_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tav_32f_P) zonmMul_tav_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tav_64f) zonmMul_tav_64f;
+[[gnu::noinline]] decltype(::zonmMul_tav_64f_L) zonmMul_tav_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tav_64f_P) zonmMul_tav_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tava_32f) zonmMul_tava_32f;
+[[gnu::noinline]] decltype(::zonmMul_tava_32f_L) zonmMul_tava_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tava_32f_P) zonmMul_tava_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tava_64f) zonmMul_tava_64f;
+[[gnu::noinline]] decltype(::zonmMul_tava_64f_L) zonmMul_tava_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tava_64f_P) zonmMul_tava_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_tc_32f) zonmMul_tc_32f;
 [[gnu::noinline]] decltype(::zonmMul_tc_32f_P) zonmMul_tc_32f_P;
 [[gnu::noinline]] decltype(::zonmMul_tc_64f) zonmMul_tc_64f;
@@ -479,6 +603,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmMul_tta_64f) zonmMul_tta_64f;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_L) zonmMul_tta_64f_L;
 [[gnu::noinline]] decltype(::zonmMul_tta_64f_P) zonmMul_tta_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tv_32f) zonmMul_tv_32f;
+[[gnu::noinline]] decltype(::zonmMul_tv_32f_P) zonmMul_tv_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tv_64f) zonmMul_tv_64f;
+[[gnu::noinline]] decltype(::zonmMul_tv_64f_P) zonmMul_tv_64f_P;
+[[gnu::noinline]] decltype(::zonmMul_tva_32f) zonmMul_tva_32f;
+[[gnu::noinline]] decltype(::zonmMul_tva_32f_L) zonmMul_tva_32f_L;
+[[gnu::noinline]] decltype(::zonmMul_tva_32f_P) zonmMul_tva_32f_P;
+[[gnu::noinline]] decltype(::zonmMul_tva_64f) zonmMul_tva_64f;
+[[gnu::noinline]] decltype(::zonmMul_tva_64f_L) zonmMul_tva_64f_L;
+[[gnu::noinline]] decltype(::zonmMul_tva_64f_P) zonmMul_tva_64f_P;
 [[gnu::noinline]] decltype(::zonmMul_vac_32f) zonmMul_vac_32f;
 [[gnu::noinline]] decltype(::zonmMul_vac_32f_L) zonmMul_vac_32f_L;
 [[gnu::noinline]] decltype(::zonmMul_vac_32f_P) zonmMul_vac_32f_P;
@@ -547,6 +681,28 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmRotationY_m4_32f) zonmRotationY_m4_32f;
 [[gnu::noinline]] decltype(::zonmRotationYawPitchRoll_m4_32f) zonmRotationYawPitchRoll_m4_32f;
 [[gnu::noinline]] decltype(::zonmRotationZ_m4_32f) zonmRotationZ_m4_32f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_32f) zonmSaxpy_vav_32f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_32f_L) zonmSaxpy_vav_32f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_32f_P) zonmSaxpy_vav_32f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_64f) zonmSaxpy_vav_64f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_64f_L) zonmSaxpy_vav_64f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vav_64f_P) zonmSaxpy_vav_64f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_32f) zonmSaxpy_vava_32f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_32f_L) zonmSaxpy_vava_32f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_32f_P) zonmSaxpy_vava_32f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_64f) zonmSaxpy_vava_64f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_64f_L) zonmSaxpy_vava_64f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vava_64f_P) zonmSaxpy_vava_64f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vv_32f) zonmSaxpy_vv_32f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vv_32f_P) zonmSaxpy_vv_32f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vv_64f) zonmSaxpy_vv_64f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vv_64f_P) zonmSaxpy_vv_64f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_32f) zonmSaxpy_vva_32f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_32f_L) zonmSaxpy_vva_32f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_32f_P) zonmSaxpy_vva_32f_P;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_64f) zonmSaxpy_vva_64f;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_64f_L) zonmSaxpy_vva_64f_L;
+[[gnu::noinline]] decltype(::zonmSaxpy_vva_64f_P) zonmSaxpy_vva_64f_P;
 [[gnu::noinline]] decltype(::zonmScaling_m4_32f) zonmScaling_m4_32f;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f) zonmSub_cav_32f;
 [[gnu::noinline]] decltype(::zonmSub_cav_32f_L) zonmSub_cav_32f_L;
@@ -705,6 +861,16 @@ namespace entry {
 [[gnu::noinline]] decltype(::zonmSub_vva_64f) zonmSub_vva_64f;
 [[gnu::noinline]] decltype(::zonmSub_vva_64f_L) zonmSub_vva_64f_L;
 [[gnu::noinline]] decltype(::zonmSub_vva_64f_P) zonmSub_vva_64f_P;
+[[gnu::noinline]] decltype(::zonmTrace_m_32f) zonmTrace_m_32f;
+[[gnu::noinline]] decltype(::zonmTrace_m_32f_P) zonmTrace_m_32f_P;
+[[gnu::noinline]] decltype(::zonmTrace_m_64f) zonmTrace_m_64f;
+[[gnu::noinline]] decltype(::zonmTrace_m_64f_P) zonmTrace_m_64f_P;
+[[gnu::noinline]] decltype(::zonmTrace_ma_32f) zonmTrace_ma_32f;
+[[gnu::noinline]] decltype(::zonmTrace_ma_32f_L) zonmTrace_ma_32f_L;
+[[gnu::noinline]] decltype(::zonmTrace_ma_32f_P) zonmTrace_ma_32f_P;
+[[gnu::noinline]] decltype(::zonmTrace_ma_64f) zonmTrace_ma_64f;
+[[gnu::noinline]] decltype(::zonmTrace_ma_64f_L) zonmTrace_ma_64f_L;
+[[gnu::noinline]] decltype(::zonmTrace_ma_64f_P) zonmTrace_ma_64f_P;
 [[gnu::noinline]] decltype(::zonmTranslation_m4_32f) zonmTranslation_m4_32f;
 [[gnu::noinline]] decltype(::zonmTranspose_m4_32f) zonmTranspose_m4_32f;
 [[gnu::noinline]] decltype(::zonmTranspose_m_32f) zonmTranspose_m_32f;
@@ -1777,28 +1943,28 @@ inline constexpr ExportTable exportTable = {
     .zonmCrossProduct_v2_32f = entry::zonmCrossProduct_v2_32f,
     .zonmCrossProduct_v3_32f = entry::zonmCrossProduct_v3_32f,
     .zonmCrossProduct_v4_32f = entry::zonmCrossProduct_v4_32f,
-    .zonmCrossProduct_vav_32f = nullptr,
-    .zonmCrossProduct_vav_32f_L = nullptr,
-    .zonmCrossProduct_vav_32f_P = nullptr,
-    .zonmCrossProduct_vav_64f = nullptr,
-    .zonmCrossProduct_vav_64f_L = nullptr,
-    .zonmCrossProduct_vav_64f_P = nullptr,
-    .zonmCrossProduct_vava_32f = nullptr,
-    .zonmCrossProduct_vava_32f_L = nullptr,
-    .zonmCrossProduct_vava_32f_P = nullptr,
-    .zonmCrossProduct_vava_64f = nullptr,
-    .zonmCrossProduct_vava_64f_L = nullptr,
-    .zonmCrossProduct_vava_64f_P = nullptr,
-    .zonmCrossProduct_vv_32f = nullptr,
-    .zonmCrossProduct_vv_32f_P = nullptr,
-    .zonmCrossProduct_vv_64f = nullptr,
-    .zonmCrossProduct_vv_64f_P = nullptr,
-    .zonmCrossProduct_vva_32f = nullptr,
-    .zonmCrossProduct_vva_32f_L = nullptr,
-    .zonmCrossProduct_vva_32f_P = nullptr,
-    .zonmCrossProduct_vva_64f = nullptr,
-    .zonmCrossProduct_vva_64f_L = nullptr,
-    .zonmCrossProduct_vva_64f_P = nullptr,
+    .zonmCrossProduct_vav_32f = entry::zonmCrossProduct_vav_32f,
+    .zonmCrossProduct_vav_32f_L = entry::zonmCrossProduct_vav_32f_L,
+    .zonmCrossProduct_vav_32f_P = entry::zonmCrossProduct_vav_32f_P,
+    .zonmCrossProduct_vav_64f = entry::zonmCrossProduct_vav_64f,
+    .zonmCrossProduct_vav_64f_L = entry::zonmCrossProduct_vav_64f_L,
+    .zonmCrossProduct_vav_64f_P = entry::zonmCrossProduct_vav_64f_P,
+    .zonmCrossProduct_vava_32f = entry::zonmCrossProduct_vava_32f,
+    .zonmCrossProduct_vava_32f_L = entry::zonmCrossProduct_vava_32f_L,
+    .zonmCrossProduct_vava_32f_P = entry::zonmCrossProduct_vava_32f_P,
+    .zonmCrossProduct_vava_64f = entry::zonmCrossProduct_vava_64f,
+    .zonmCrossProduct_vava_64f_L = entry::zonmCrossProduct_vava_64f_L,
+    .zonmCrossProduct_vava_64f_P = entry::zonmCrossProduct_vava_64f_P,
+    .zonmCrossProduct_vv_32f = entry::zonmCrossProduct_vv_32f,
+    .zonmCrossProduct_vv_32f_P = entry::zonmCrossProduct_vv_32f_P,
+    .zonmCrossProduct_vv_64f = entry::zonmCrossProduct_vv_64f,
+    .zonmCrossProduct_vv_64f_P = entry::zonmCrossProduct_vv_64f_P,
+    .zonmCrossProduct_vva_32f = entry::zonmCrossProduct_vva_32f,
+    .zonmCrossProduct_vva_32f_L = entry::zonmCrossProduct_vva_32f_L,
+    .zonmCrossProduct_vva_32f_P = entry::zonmCrossProduct_vva_32f_P,
+    .zonmCrossProduct_vva_64f = entry::zonmCrossProduct_vva_64f,
+    .zonmCrossProduct_vva_64f_L = entry::zonmCrossProduct_vva_64f_L,
+    .zonmCrossProduct_vva_64f_P = entry::zonmCrossProduct_vva_64f_P,
     .zonmDet_m4_32f = entry::zonmDet_m4_32f,
     .zonmDet_m_32f = entry::zonmDet_m_32f,
     .zonmDet_m_32f_P = entry::zonmDet_m_32f_P,
@@ -1813,22 +1979,22 @@ inline constexpr ExportTable exportTable = {
     .zonmDotProduct_v2_32f = entry::zonmDotProduct_v2_32f,
     .zonmDotProduct_v3_32f = entry::zonmDotProduct_v3_32f,
     .zonmDotProduct_v4_32f = entry::zonmDotProduct_v4_32f,
-    .zonmDotProduct_vav_32f = nullptr,
-    .zonmDotProduct_vav_32f_L = nullptr,
-    .zonmDotProduct_vav_32f_P = nullptr,
-    .zonmDotProduct_vav_64f = nullptr,
-    .zonmDotProduct_vav_64f_L = nullptr,
-    .zonmDotProduct_vav_64f_P = nullptr,
-    .zonmDotProduct_vava_32f = nullptr,
-    .zonmDotProduct_vava_32f_L = nullptr,
-    .zonmDotProduct_vava_32f_P = nullptr,
-    .zonmDotProduct_vava_64f = nullptr,
-    .zonmDotProduct_vava_64f_L = nullptr,
-    .zonmDotProduct_vava_64f_P = nullptr,
-    .zonmDotProduct_vv_32f = nullptr,
-    .zonmDotProduct_vv_32f_P = nullptr,
-    .zonmDotProduct_vv_64f = nullptr,
-    .zonmDotProduct_vv_64f_P = nullptr,
+    .zonmDotProduct_vav_32f = entry::zonmDotProduct_vav_32f,
+    .zonmDotProduct_vav_32f_L = entry::zonmDotProduct_vav_32f_L,
+    .zonmDotProduct_vav_32f_P = entry::zonmDotProduct_vav_32f_P,
+    .zonmDotProduct_vav_64f = entry::zonmDotProduct_vav_64f,
+    .zonmDotProduct_vav_64f_L = entry::zonmDotProduct_vav_64f_L,
+    .zonmDotProduct_vav_64f_P = entry::zonmDotProduct_vav_64f_P,
+    .zonmDotProduct_vava_32f = entry::zonmDotProduct_vava_32f,
+    .zonmDotProduct_vava_32f_L = entry::zonmDotProduct_vava_32f_L,
+    .zonmDotProduct_vava_32f_P = entry::zonmDotProduct_vava_32f_P,
+    .zonmDotProduct_vava_64f = entry::zonmDotProduct_vava_64f,
+    .zonmDotProduct_vava_64f_L = entry::zonmDotProduct_vava_64f_L,
+    .zonmDotProduct_vava_64f_P = entry::zonmDotProduct_vava_64f_P,
+    .zonmDotProduct_vv_32f = entry::zonmDotProduct_vv_32f,
+    .zonmDotProduct_vv_32f_P = entry::zonmDotProduct_vv_32f_P,
+    .zonmDotProduct_vv_64f = entry::zonmDotProduct_vv_64f,
+    .zonmDotProduct_vv_64f_P = entry::zonmDotProduct_vv_64f_P,
     .zonmEigenValuesGetBufSize_32f = entry::zonmEigenValuesGetBufSize_32f,
     .zonmEigenValuesGetBufSize_64f = entry::zonmEigenValuesGetBufSize_64f,
     .zonmEigenValuesSym_m_32f = entry::zonmEigenValuesSym_m_32f,
@@ -1923,32 +2089,32 @@ inline constexpr ExportTable exportTable = {
     .zonmExtract_va_64f = entry::zonmExtract_va_64f,
     .zonmExtract_va_64f_L = entry::zonmExtract_va_64f_L,
     .zonmExtract_va_64f_P = entry::zonmExtract_va_64f_P,
-    .zonmFrobNorm_m_32f = nullptr,
-    .zonmFrobNorm_m_32f_P = nullptr,
-    .zonmFrobNorm_m_64f = nullptr,
-    .zonmFrobNorm_m_64f_P = nullptr,
-    .zonmFrobNorm_ma_32f = nullptr,
-    .zonmFrobNorm_ma_32f_L = nullptr,
-    .zonmFrobNorm_ma_32f_P = nullptr,
-    .zonmFrobNorm_ma_64f = nullptr,
-    .zonmFrobNorm_ma_64f_L = nullptr,
-    .zonmFrobNorm_ma_64f_P = nullptr,
-    .zonmGaxpy_mv_32f = nullptr,
-    .zonmGaxpy_mv_32f_P = nullptr,
-    .zonmGaxpy_mv_64f = nullptr,
-    .zonmGaxpy_mv_64f_P = nullptr,
-    .zonmGaxpy_mva_32f = nullptr,
-    .zonmGaxpy_mva_32f_L = nullptr,
-    .zonmGaxpy_mva_32f_P = nullptr,
-    .zonmGaxpy_mva_64f = nullptr,
-    .zonmGaxpy_mva_64f_L = nullptr,
-    .zonmGaxpy_mva_64f_P = nullptr,
-    .zonmGaxpy_mvav_32f = nullptr,
-    .zonmGaxpy_mvav_32f_L = nullptr,
-    .zonmGaxpy_mvav_32f_P = nullptr,
-    .zonmGaxpy_mvav_64f = nullptr,
-    .zonmGaxpy_mvav_64f_L = nullptr,
-    .zonmGaxpy_mvav_64f_P = nullptr,
+    .zonmFrobNorm_m_32f = entry::zonmFrobNorm_m_32f,
+    .zonmFrobNorm_m_32f_P = entry::zonmFrobNorm_m_32f_P,
+    .zonmFrobNorm_m_64f = entry::zonmFrobNorm_m_64f,
+    .zonmFrobNorm_m_64f_P = entry::zonmFrobNorm_m_64f_P,
+    .zonmFrobNorm_ma_32f = entry::zonmFrobNorm_ma_32f,
+    .zonmFrobNorm_ma_32f_L = entry::zonmFrobNorm_ma_32f_L,
+    .zonmFrobNorm_ma_32f_P = entry::zonmFrobNorm_ma_32f_P,
+    .zonmFrobNorm_ma_64f = entry::zonmFrobNorm_ma_64f,
+    .zonmFrobNorm_ma_64f_L = entry::zonmFrobNorm_ma_64f_L,
+    .zonmFrobNorm_ma_64f_P = entry::zonmFrobNorm_ma_64f_P,
+    .zonmGaxpy_mv_32f = entry::zonmGaxpy_mv_32f,
+    .zonmGaxpy_mv_32f_P = entry::zonmGaxpy_mv_32f_P,
+    .zonmGaxpy_mv_64f = entry::zonmGaxpy_mv_64f,
+    .zonmGaxpy_mv_64f_P = entry::zonmGaxpy_mv_64f_P,
+    .zonmGaxpy_mva_32f = entry::zonmGaxpy_mva_32f,
+    .zonmGaxpy_mva_32f_L = entry::zonmGaxpy_mva_32f_L,
+    .zonmGaxpy_mva_32f_P = entry::zonmGaxpy_mva_32f_P,
+    .zonmGaxpy_mva_64f = entry::zonmGaxpy_mva_64f,
+    .zonmGaxpy_mva_64f_L = entry::zonmGaxpy_mva_64f_L,
+    .zonmGaxpy_mva_64f_P = entry::zonmGaxpy_mva_64f_P,
+    .zonmGaxpy_mvav_32f = entry::zonmGaxpy_mvav_32f,
+    .zonmGaxpy_mvav_32f_L = entry::zonmGaxpy_mvav_32f_L,
+    .zonmGaxpy_mvav_32f_P = entry::zonmGaxpy_mvav_32f_P,
+    .zonmGaxpy_mvav_64f = entry::zonmGaxpy_mvav_64f,
+    .zonmGaxpy_mvav_64f_L = entry::zonmGaxpy_mvav_64f_L,
+    .zonmGaxpy_mvav_64f_P = entry::zonmGaxpy_mvav_64f_P,
     .zonmGetLibVersion = entry::zonmGetLibVersion,
     .zonmHermite_v2_32f = entry::zonmHermite_v2_32f,
     .zonmHermite_v3_32f = entry::zonmHermite_v3_32f,
@@ -1972,32 +2138,32 @@ inline constexpr ExportTable exportTable = {
     .zonmInvert_ma_64f_L = entry::zonmInvert_ma_64f_L,
     .zonmInvert_ma_64f_P = entry::zonmInvert_ma_64f_P,
     .zonmIsIdentity_m4_32f = entry::zonmIsIdentity_m4_32f,
-    .zonmL2Norm_v_32f = nullptr,
-    .zonmL2Norm_v_32f_P = nullptr,
-    .zonmL2Norm_v_64f = nullptr,
-    .zonmL2Norm_v_64f_P = nullptr,
-    .zonmL2Norm_va_32f = nullptr,
-    .zonmL2Norm_va_32f_L = nullptr,
-    .zonmL2Norm_va_32f_P = nullptr,
-    .zonmL2Norm_va_64f = nullptr,
-    .zonmL2Norm_va_64f_L = nullptr,
-    .zonmL2Norm_va_64f_P = nullptr,
-    .zonmLComb_vav_32f = nullptr,
-    .zonmLComb_vav_32f_L = nullptr,
-    .zonmLComb_vav_32f_P = nullptr,
-    .zonmLComb_vav_64f = nullptr,
-    .zonmLComb_vav_64f_L = nullptr,
-    .zonmLComb_vav_64f_P = nullptr,
-    .zonmLComb_vava_32f = nullptr,
-    .zonmLComb_vava_32f_L = nullptr,
-    .zonmLComb_vava_32f_P = nullptr,
-    .zonmLComb_vava_64f = nullptr,
-    .zonmLComb_vava_64f_L = nullptr,
-    .zonmLComb_vava_64f_P = nullptr,
-    .zonmLComb_vv_32f = nullptr,
-    .zonmLComb_vv_32f_P = nullptr,
-    .zonmLComb_vv_64f = nullptr,
-    .zonmLComb_vv_64f_P = nullptr,
+    .zonmL2Norm_v_32f = entry::zonmL2Norm_v_32f,
+    .zonmL2Norm_v_32f_P = entry::zonmL2Norm_v_32f_P,
+    .zonmL2Norm_v_64f = entry::zonmL2Norm_v_64f,
+    .zonmL2Norm_v_64f_P = entry::zonmL2Norm_v_64f_P,
+    .zonmL2Norm_va_32f = entry::zonmL2Norm_va_32f,
+    .zonmL2Norm_va_32f_L = entry::zonmL2Norm_va_32f_L,
+    .zonmL2Norm_va_32f_P = entry::zonmL2Norm_va_32f_P,
+    .zonmL2Norm_va_64f = entry::zonmL2Norm_va_64f,
+    .zonmL2Norm_va_64f_L = entry::zonmL2Norm_va_64f_L,
+    .zonmL2Norm_va_64f_P = entry::zonmL2Norm_va_64f_P,
+    .zonmLComb_vav_32f = entry::zonmLComb_vav_32f,
+    .zonmLComb_vav_32f_L = entry::zonmLComb_vav_32f_L,
+    .zonmLComb_vav_32f_P = entry::zonmLComb_vav_32f_P,
+    .zonmLComb_vav_64f = entry::zonmLComb_vav_64f,
+    .zonmLComb_vav_64f_L = entry::zonmLComb_vav_64f_L,
+    .zonmLComb_vav_64f_P = entry::zonmLComb_vav_64f_P,
+    .zonmLComb_vava_32f = entry::zonmLComb_vava_32f,
+    .zonmLComb_vava_32f_L = entry::zonmLComb_vava_32f_L,
+    .zonmLComb_vava_32f_P = entry::zonmLComb_vava_32f_P,
+    .zonmLComb_vava_64f = entry::zonmLComb_vava_64f,
+    .zonmLComb_vava_64f_L = entry::zonmLComb_vava_64f_L,
+    .zonmLComb_vava_64f_P = entry::zonmLComb_vava_64f_P,
+    .zonmLComb_vv_32f = entry::zonmLComb_vv_32f,
+    .zonmLComb_vv_32f_P = entry::zonmLComb_vv_32f_P,
+    .zonmLComb_vv_64f = entry::zonmLComb_vv_64f,
+    .zonmLComb_vv_64f_P = entry::zonmLComb_vv_64f_P,
     .zonmLUBackSubst_mava_32f = entry::zonmLUBackSubst_mava_32f,
     .zonmLUBackSubst_mava_32f_L = entry::zonmLUBackSubst_mava_32f_L,
     .zonmLUBackSubst_mava_32f_P = entry::zonmLUBackSubst_mava_32f_P,
@@ -2078,18 +2244,18 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mata_64f = entry::zonmMul_mata_64f,
     .zonmMul_mata_64f_L = entry::zonmMul_mata_64f_L,
     .zonmMul_mata_64f_P = entry::zonmMul_mata_64f_P,
-    .zonmMul_mav_32f = nullptr,
-    .zonmMul_mav_32f_L = nullptr,
-    .zonmMul_mav_32f_P = nullptr,
-    .zonmMul_mav_64f = nullptr,
-    .zonmMul_mav_64f_L = nullptr,
-    .zonmMul_mav_64f_P = nullptr,
-    .zonmMul_mava_32f = nullptr,
-    .zonmMul_mava_32f_L = nullptr,
-    .zonmMul_mava_32f_P = nullptr,
-    .zonmMul_mava_64f = nullptr,
-    .zonmMul_mava_64f_L = nullptr,
-    .zonmMul_mava_64f_P = nullptr,
+    .zonmMul_mav_32f = entry::zonmMul_mav_32f,
+    .zonmMul_mav_32f_L = entry::zonmMul_mav_32f_L,
+    .zonmMul_mav_32f_P = entry::zonmMul_mav_32f_P,
+    .zonmMul_mav_64f = entry::zonmMul_mav_64f,
+    .zonmMul_mav_64f_L = entry::zonmMul_mav_64f_L,
+    .zonmMul_mav_64f_P = entry::zonmMul_mav_64f_P,
+    .zonmMul_mava_32f = entry::zonmMul_mava_32f,
+    .zonmMul_mava_32f_L = entry::zonmMul_mava_32f_L,
+    .zonmMul_mava_32f_P = entry::zonmMul_mava_32f_P,
+    .zonmMul_mava_64f = entry::zonmMul_mava_64f,
+    .zonmMul_mava_64f_L = entry::zonmMul_mava_64f_L,
+    .zonmMul_mava_64f_P = entry::zonmMul_mava_64f_P,
     .zonmMul_mc_32f = entry::zonmMul_mc_32f,
     .zonmMul_mc_32f_P = entry::zonmMul_mc_32f_P,
     .zonmMul_mc_64f = entry::zonmMul_mc_64f,
@@ -2115,16 +2281,16 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_mta_64f = entry::zonmMul_mta_64f,
     .zonmMul_mta_64f_L = entry::zonmMul_mta_64f_L,
     .zonmMul_mta_64f_P = entry::zonmMul_mta_64f_P,
-    .zonmMul_mv_32f = nullptr,
-    .zonmMul_mv_32f_P = nullptr,
-    .zonmMul_mv_64f = nullptr,
-    .zonmMul_mv_64f_P = nullptr,
-    .zonmMul_mva_32f = nullptr,
-    .zonmMul_mva_32f_L = nullptr,
-    .zonmMul_mva_32f_P = nullptr,
-    .zonmMul_mva_64f = nullptr,
-    .zonmMul_mva_64f_L = nullptr,
-    .zonmMul_mva_64f_P = nullptr,
+    .zonmMul_mv_32f = entry::zonmMul_mv_32f,
+    .zonmMul_mv_32f_P = entry::zonmMul_mv_32f_P,
+    .zonmMul_mv_64f = entry::zonmMul_mv_64f,
+    .zonmMul_mv_64f_P = entry::zonmMul_mv_64f_P,
+    .zonmMul_mva_32f = entry::zonmMul_mva_32f,
+    .zonmMul_mva_32f_L = entry::zonmMul_mva_32f_L,
+    .zonmMul_mva_32f_P = entry::zonmMul_mva_32f_P,
+    .zonmMul_mva_64f = entry::zonmMul_mva_64f,
+    .zonmMul_mva_64f_L = entry::zonmMul_mva_64f_L,
+    .zonmMul_mva_64f_P = entry::zonmMul_mva_64f_P,
     .zonmMul_tac_32f = entry::zonmMul_tac_32f,
     .zonmMul_tac_32f_L = entry::zonmMul_tac_32f_L,
     .zonmMul_tac_32f_P = entry::zonmMul_tac_32f_P,
@@ -2155,18 +2321,18 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_tata_64f = entry::zonmMul_tata_64f,
     .zonmMul_tata_64f_L = entry::zonmMul_tata_64f_L,
     .zonmMul_tata_64f_P = entry::zonmMul_tata_64f_P,
-    .zonmMul_tav_32f = nullptr,
-    .zonmMul_tav_32f_L = nullptr,
-    .zonmMul_tav_32f_P = nullptr,
-    .zonmMul_tav_64f = nullptr,
-    .zonmMul_tav_64f_L = nullptr,
-    .zonmMul_tav_64f_P = nullptr,
-    .zonmMul_tava_32f = nullptr,
-    .zonmMul_tava_32f_L = nullptr,
-    .zonmMul_tava_32f_P = nullptr,
-    .zonmMul_tava_64f = nullptr,
-    .zonmMul_tava_64f_L = nullptr,
-    .zonmMul_tava_64f_P = nullptr,
+    .zonmMul_tav_32f = entry::zonmMul_tav_32f,
+    .zonmMul_tav_32f_L = entry::zonmMul_tav_32f_L,
+    .zonmMul_tav_32f_P = entry::zonmMul_tav_32f_P,
+    .zonmMul_tav_64f = entry::zonmMul_tav_64f,
+    .zonmMul_tav_64f_L = entry::zonmMul_tav_64f_L,
+    .zonmMul_tav_64f_P = entry::zonmMul_tav_64f_P,
+    .zonmMul_tava_32f = entry::zonmMul_tava_32f,
+    .zonmMul_tava_32f_L = entry::zonmMul_tava_32f_L,
+    .zonmMul_tava_32f_P = entry::zonmMul_tava_32f_P,
+    .zonmMul_tava_64f = entry::zonmMul_tava_64f,
+    .zonmMul_tava_64f_L = entry::zonmMul_tava_64f_L,
+    .zonmMul_tava_64f_P = entry::zonmMul_tava_64f_P,
     .zonmMul_tc_32f = entry::zonmMul_tc_32f,
     .zonmMul_tc_32f_P = entry::zonmMul_tc_32f_P,
     .zonmMul_tc_64f = entry::zonmMul_tc_64f,
@@ -2191,16 +2357,16 @@ inline constexpr ExportTable exportTable = {
     .zonmMul_tta_64f = entry::zonmMul_tta_64f,
     .zonmMul_tta_64f_L = entry::zonmMul_tta_64f_L,
     .zonmMul_tta_64f_P = entry::zonmMul_tta_64f_P,
-    .zonmMul_tv_32f = nullptr,
-    .zonmMul_tv_32f_P = nullptr,
-    .zonmMul_tv_64f = nullptr,
-    .zonmMul_tv_64f_P = nullptr,
-    .zonmMul_tva_32f = nullptr,
-    .zonmMul_tva_32f_L = nullptr,
-    .zonmMul_tva_32f_P = nullptr,
-    .zonmMul_tva_64f = nullptr,
-    .zonmMul_tva_64f_L = nullptr,
-    .zonmMul_tva_64f_P = nullptr,
+    .zonmMul_tv_32f = entry::zonmMul_tv_32f,
+    .zonmMul_tv_32f_P = entry::zonmMul_tv_32f_P,
+    .zonmMul_tv_64f = entry::zonmMul_tv_64f,
+    .zonmMul_tv_64f_P = entry::zonmMul_tv_64f_P,
+    .zonmMul_tva_32f = entry::zonmMul_tva_32f,
+    .zonmMul_tva_32f_L = entry::zonmMul_tva_32f_L,
+    .zonmMul_tva_32f_P = entry::zonmMul_tva_32f_P,
+    .zonmMul_tva_64f = entry::zonmMul_tva_64f,
+    .zonmMul_tva_64f_L = entry::zonmMul_tva_64f_L,
+    .zonmMul_tva_64f_P = entry::zonmMul_tva_64f_P,
     .zonmMul_vac_32f = entry::zonmMul_vac_32f,
     .zonmMul_vac_32f_L = entry::zonmMul_vac_32f_L,
     .zonmMul_vac_32f_P = entry::zonmMul_vac_32f_P,
@@ -2269,28 +2435,28 @@ inline constexpr ExportTable exportTable = {
     .zonmRotationY_m4_32f = entry::zonmRotationY_m4_32f,
     .zonmRotationYawPitchRoll_m4_32f = entry::zonmRotationYawPitchRoll_m4_32f,
     .zonmRotationZ_m4_32f = entry::zonmRotationZ_m4_32f,
-    .zonmSaxpy_vav_32f = nullptr,
-    .zonmSaxpy_vav_32f_L = nullptr,
-    .zonmSaxpy_vav_32f_P = nullptr,
-    .zonmSaxpy_vav_64f = nullptr,
-    .zonmSaxpy_vav_64f_L = nullptr,
-    .zonmSaxpy_vav_64f_P = nullptr,
-    .zonmSaxpy_vava_32f = nullptr,
-    .zonmSaxpy_vava_32f_L = nullptr,
-    .zonmSaxpy_vava_32f_P = nullptr,
-    .zonmSaxpy_vava_64f = nullptr,
-    .zonmSaxpy_vava_64f_L = nullptr,
-    .zonmSaxpy_vava_64f_P = nullptr,
-    .zonmSaxpy_vv_32f = nullptr,
-    .zonmSaxpy_vv_32f_P = nullptr,
-    .zonmSaxpy_vv_64f = nullptr,
-    .zonmSaxpy_vv_64f_P = nullptr,
-    .zonmSaxpy_vva_32f = nullptr,
-    .zonmSaxpy_vva_32f_L = nullptr,
-    .zonmSaxpy_vva_32f_P = nullptr,
-    .zonmSaxpy_vva_64f = nullptr,
-    .zonmSaxpy_vva_64f_L = nullptr,
-    .zonmSaxpy_vva_64f_P = nullptr,
+    .zonmSaxpy_vav_32f = entry::zonmSaxpy_vav_32f,
+    .zonmSaxpy_vav_32f_L = entry::zonmSaxpy_vav_32f_L,
+    .zonmSaxpy_vav_32f_P = entry::zonmSaxpy_vav_32f_P,
+    .zonmSaxpy_vav_64f = entry::zonmSaxpy_vav_64f,
+    .zonmSaxpy_vav_64f_L = entry::zonmSaxpy_vav_64f_L,
+    .zonmSaxpy_vav_64f_P = entry::zonmSaxpy_vav_64f_P,
+    .zonmSaxpy_vava_32f = entry::zonmSaxpy_vava_32f,
+    .zonmSaxpy_vava_32f_L = entry::zonmSaxpy_vava_32f_L,
+    .zonmSaxpy_vava_32f_P = entry::zonmSaxpy_vava_32f_P,
+    .zonmSaxpy_vava_64f = entry::zonmSaxpy_vava_64f,
+    .zonmSaxpy_vava_64f_L = entry::zonmSaxpy_vava_64f_L,
+    .zonmSaxpy_vava_64f_P = entry::zonmSaxpy_vava_64f_P,
+    .zonmSaxpy_vv_32f = entry::zonmSaxpy_vv_32f,
+    .zonmSaxpy_vv_32f_P = entry::zonmSaxpy_vv_32f_P,
+    .zonmSaxpy_vv_64f = entry::zonmSaxpy_vv_64f,
+    .zonmSaxpy_vv_64f_P = entry::zonmSaxpy_vv_64f_P,
+    .zonmSaxpy_vva_32f = entry::zonmSaxpy_vva_32f,
+    .zonmSaxpy_vva_32f_L = entry::zonmSaxpy_vva_32f_L,
+    .zonmSaxpy_vva_32f_P = entry::zonmSaxpy_vva_32f_P,
+    .zonmSaxpy_vva_64f = entry::zonmSaxpy_vva_64f,
+    .zonmSaxpy_vva_64f_L = entry::zonmSaxpy_vva_64f_L,
+    .zonmSaxpy_vva_64f_P = entry::zonmSaxpy_vva_64f_P,
     .zonmScaling_m4_32f = entry::zonmScaling_m4_32f,
     .zonmSub_cav_32f = entry::zonmSub_cav_32f,
     .zonmSub_cav_32f_L = entry::zonmSub_cav_32f_L,
@@ -2449,16 +2615,16 @@ inline constexpr ExportTable exportTable = {
     .zonmSub_vva_64f = entry::zonmSub_vva_64f,
     .zonmSub_vva_64f_L = entry::zonmSub_vva_64f_L,
     .zonmSub_vva_64f_P = entry::zonmSub_vva_64f_P,
-    .zonmTrace_m_32f = nullptr,
-    .zonmTrace_m_32f_P = nullptr,
-    .zonmTrace_m_64f = nullptr,
-    .zonmTrace_m_64f_P = nullptr,
-    .zonmTrace_ma_32f = nullptr,
-    .zonmTrace_ma_32f_L = nullptr,
-    .zonmTrace_ma_32f_P = nullptr,
-    .zonmTrace_ma_64f = nullptr,
-    .zonmTrace_ma_64f_L = nullptr,
-    .zonmTrace_ma_64f_P = nullptr,
+    .zonmTrace_m_32f = entry::zonmTrace_m_32f,
+    .zonmTrace_m_32f_P = entry::zonmTrace_m_32f_P,
+    .zonmTrace_m_64f = entry::zonmTrace_m_64f,
+    .zonmTrace_m_64f_P = entry::zonmTrace_m_64f_P,
+    .zonmTrace_ma_32f = entry::zonmTrace_ma_32f,
+    .zonmTrace_ma_32f_L = entry::zonmTrace_ma_32f_L,
+    .zonmTrace_ma_32f_P = entry::zonmTrace_ma_32f_P,
+    .zonmTrace_ma_64f = entry::zonmTrace_ma_64f,
+    .zonmTrace_ma_64f_L = entry::zonmTrace_ma_64f_L,
+    .zonmTrace_ma_64f_P = entry::zonmTrace_ma_64f_P,
     .zonmTranslation_m4_32f = entry::zonmTranslation_m4_32f,
     .zonmTranspose_m4_32f = entry::zonmTranspose_m4_32f,
     .zonmTranspose_m_32f = entry::zonmTranspose_m_32f,
