@@ -405,35 +405,39 @@ TEST(CholeskyDecomp, DoesNotTouchTheUpperTriangle)
         }
 }
 
-// An array is a loop of single calls.
+// An array is a loop of single calls, also where rows of dst overlap.
 TEST(CholeskyDecomp, OfAnArrayIsThatOfEach)
 {
     for (const Element element : {Element::f32, Element::f64})
         for (const int n : sizes)
-            for (const int count : {1, 3, 4, 6, 9, 40}) {
-                Random random(std::uint64_t(n * 50 + count));
-                const int size = sizeOf(element), matrix = n * n;
-                std::vector<std::byte> a(std::size_t(count * matrix * size)), l(a.size()),
-                    one(a.size());
-                for (int i = 0; i < count * matrix; ++i)
-                    store(element, &a[std::size_t(i * size)],
-                          random.unit() + (i % matrix % (n + 1) == 0 ? n : 0));
-                for (int k = 0; k < count; ++k) {
-                    const auto offset = std::size_t(k * matrix * size);
-                    ASSERT_EQ(invoke(element == Element::f32 ? "zonmCholeskyDecomp_m_32f"
-                                                             : "zonmCholeskyDecomp_m_64f",
-                                     std::vector<Argument>{&a[offset], n * size, size, &one[offset],
-                                                           n * size, size, n}),
-                              zonStsOk);
+            for (const int pitch : {n, 1})
+                for (const int count : {1, 3, 4, 6, 9, 40}) {
+                    Random random(std::uint64_t(n * 50 + count));
+                    const int size = sizeOf(element), matrix = n * n;
+                    std::vector<std::byte> a(std::size_t(count * matrix * size)), l(a.size()),
+                        one(a.size());
+                    for (int i = 0; i < count * matrix; ++i)
+                        store(element, &a[std::size_t(i * size)],
+                              random.unit() + (i % matrix % (n + 1) == 0 ? n : 0));
+                    ZonStatus each = zonStsOk;
+                    for (int k = 0; k < count && each == zonStsOk; ++k) {
+                        const auto offset = std::size_t(k * matrix * size);
+                        each = invoke(element == Element::f32 ? "zonmCholeskyDecomp_m_32f"
+                                                              : "zonmCholeskyDecomp_m_64f",
+                                      std::vector<Argument>{&a[offset], n * size, size,
+                                                            &one[offset], pitch * size, size, n});
+                    }
+                    if (pitch == n)
+                        ASSERT_EQ(each, zonStsOk);
+                    ASSERT_EQ(invoke(element == Element::f32 ? "zonmCholeskyDecomp_ma_32f"
+                                                             : "zonmCholeskyDecomp_ma_64f",
+                                     std::vector<Argument>{a.data(), matrix * size, n * size, size,
+                                                           l.data(), matrix * size, pitch * size,
+                                                           size, n, count}),
+                              each)
+                        << n << ' ' << count << ", pitch " << pitch;
+                    EXPECT_TRUE(l == one) << n << ' ' << count << ", pitch " << pitch;
                 }
-                ASSERT_EQ(
-                    invoke(element == Element::f32 ? "zonmCholeskyDecomp_ma_32f"
-                                                   : "zonmCholeskyDecomp_ma_64f",
-                           std::vector<Argument>{a.data(), matrix * size, n * size, size, l.data(),
-                                                 matrix * size, n * size, size, n, count}),
-                    zonStsOk);
-                EXPECT_TRUE(l == one) << n << ' ' << count;
-            }
 }
 
 // Objects whose results meet the sources of others behave as one object after the other.

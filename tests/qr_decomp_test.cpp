@@ -352,27 +352,33 @@ TEST(QRDecomp, InOneMemory)
             }
 }
 
-// An array is a loop of single calls, also of large objects.
+// An array is a loop of single calls, also of large objects, and where rows of dst overlap.
 TEST(QRDecomp, OfAnArrayIsThatOfEach)
 {
-    for (const Size size : {Size{3, 3}, {4, 4}, {6, 6}, {8, 8}, {3, 111}, {6, 300}, {40, 41}}) {
-        const int w = size.width, h = size.height;
-        const int count = 11, element = sizeof(double), row = w * element, object = h * row;
-        Random random(std::uint64_t(w * 1000 + h));
-        std::vector<double> a(std::size_t(count * w * h)), array(a), one(a),
-            buffer(static_cast<std::size_t>(h));
-        for (double &v : a)
-            v = random.unit() - 0.5;
-        ASSERT_EQ(zonmQRDecomp_ma_64f(a.data(), object, row, element, buffer.data(), array.data(),
-                                      object, row, element, w, h, count),
-                  zonStsOk);
-        for (int k = 0; k < count; ++k)
-            ASSERT_EQ(zonmQRDecomp_m_64f(&a[std::size_t(k * w * h)], row, element, buffer.data(),
-                                         &one[std::size_t(k * w * h)], row, element, w, h),
-                      zonStsOk);
-        for (std::size_t i = 0; i < a.size(); ++i)
-            ASSERT_TRUE(sameBits(array[i], one[i])) << w << ' ' << h << ": element " << i;
-    }
+    for (const Size size : {Size{3, 3}, {4, 4}, {6, 6}, {8, 8}, {3, 111}, {6, 300}, {40, 41}})
+        for (const int pitch : {size.width, size.width - 1, 1}) {
+            const int w = size.width, h = size.height;
+            const int count = 11, element = sizeof(double), row = w * element, object = h * row;
+            Random random(std::uint64_t(w * 1000 + h));
+            std::vector<double> a(std::size_t(count * w * h)), array(a), one(a),
+                buffer(static_cast<std::size_t>(h));
+            for (double &v : a)
+                v = random.unit() - 0.5;
+            const ZonStatus status =
+                zonmQRDecomp_ma_64f(a.data(), object, row, element, buffer.data(), array.data(),
+                                    object, pitch * element, element, w, h, count);
+            if (pitch == w)
+                ASSERT_EQ(status, zonStsOk);
+            ZonStatus each = zonStsOk;
+            for (int k = 0; k < count && each == zonStsOk; ++k)
+                each = zonmQRDecomp_m_64f(&a[std::size_t(k * w * h)], row, element, buffer.data(),
+                                          &one[std::size_t(k * w * h)], pitch * element, element, w,
+                                          h);
+            ASSERT_EQ(status, each) << w << ' ' << h << ", pitch " << pitch;
+            for (std::size_t i = 0; i < a.size(); ++i)
+                ASSERT_TRUE(sameBits(array[i], one[i]))
+                    << w << ' ' << h << ", pitch " << pitch << ": element " << i;
+        }
 }
 
 } // namespace
