@@ -315,8 +315,8 @@ ZonStatus solveAll(const SymmetricForm &form, const A &src, void *buffer, T *dst
         else
             return Place<T>{};
     };
-    const Regions writes(values, dst...);
-    const Regions reads(src);
+    const Regions writes(count, values, dst...);
+    const Regions reads(count, src);
     const bool inPairs = rotation != Rotation::divided && n >= 3 && n <= largestPaired;
     for (ptrdiff_t k = 0; k < count;) {
         const StoredRun<T> valuesOfObject{values(k).base};
