@@ -305,7 +305,7 @@ TEST(QRBackSubst, InOneMemory)
                 const Operand &factor = call.source("src1", {h, w}, Values::uniform);
                 const Operand &b = call.source("src2", {h}, Values::uniform);
                 const Operand &dst = call.output("dst", {w});
-                call.scratch("buffer", std::size_t(h * sizeOf(dst.element)));
+                call.scratch("buffer", std::size_t(h * sizeOf(elementOf(*e))));
                 call.set("width", w).set("height", h);
                 const auto reference = [&] {
                     for (int k = 0; k < call.count(); ++k)

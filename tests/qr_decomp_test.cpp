@@ -314,7 +314,7 @@ TEST(QRDecomp, InOneMemory)
                 const int w = size.width, h = size.height, m = w * h;
                 const Operand &src = call.source("src", {h, w}, Values::uniform);
                 const Operand &dst = call.output("dst", {h, w});
-                call.scratch("buffer", std::size_t(h * sizeOf(dst.element)));
+                call.scratch("buffer", std::size_t(h * sizeOf(elementOf(*e))));
                 call.set("width", w).set("height", h);
                 const auto reference = [&] {
                     for (int k = 0; k < call.count(); ++k)
