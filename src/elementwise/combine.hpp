@@ -218,16 +218,40 @@ template <class T> ptrdiff_t gapsInside(const Placed<T> &o, ptrdiff_t width, ptr
 
 // Packed operands, the common case: all objects are one run of elements, in their order.
 template <class Op, class T>
-inline void combineRun(std::byte *dst, const std::byte *a, const std::byte *b, ptrdiff_t length)
+[[gnu::noinline]] ZonStatus combineRun(std::byte *dst, const std::byte *a, const std::byte *b,
+                                       ptrdiff_t length)
 {
     const auto values = combined<Op>(RunAt<T>{a}, RunAt<T>{b});
     switch (length) {
-    case 9: return writeRun<T, 9>(dst, values);
-    case 16: return writeRun<T, 16>(dst, values);
-    case 25: return writeRun<T, 25>(dst, values);
-    case 36: return writeRun<T, 36>(dst, values);
-    default: return writeRun<T>(dst, length, values);
+    case 9: writeRun<T, 9>(dst, values); break;
+    case 16: writeRun<T, 16>(dst, values); break;
+    case 25: writeRun<T, 25>(dst, values); break;
+    case 36: writeRun<T, 36>(dst, values); break;
+    default: writeRun<T>(dst, length, values);
     }
+    return zonStsOk;
+}
+template <class Op, class T>
+[[gnu::noinline]] ZonStatus combineRun(std::byte *dst, const std::byte *a, T number,
+                                       ptrdiff_t length)
+{
+    writeRun<T>(dst, length, combined<Op>(RunAt<T>{a}, Repeated<T>{number}));
+    return zonStsOk;
+}
+
+// Whether an operand is one run. In 32 bits the size of an object whose rows overlap may overflow,
+// so rows are looked at first.
+template <class Block> inline bool isPacked(const Block &o, Shape shape, int32_t count)
+{
+    constexpr ptrdiff_t element = sizeof(typename Block::Value);
+    if (o.stride2 != element)
+        return false;
+    if constexpr (Block::rank == 2)
+        if (o.stride1 != shape.width * element)
+            return false;
+    if constexpr (Block::many)
+        return count == 1 || o.stride0 == shape.width * element * shape.height;
+    return true;
 }
 
 // One object with all of a packed array.
@@ -263,11 +287,6 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineObjects(const Co
         const auto isPacked = [&](const auto &o) { return o.step == object; };
         const auto dst = c.dst(0);
         const auto a = c.a(0), b = c.b(0);
-        if ((c.count == 1 || (isPacked(c.a) && isPacked(c.b) && isPacked(c.dst))) &&
-            keepsOrder(dst, a) && keepsOrder(dst, b)) {
-            combineRun<Op, T>(dst, a, b, elements * c.count);
-            return zonStsOk;
-        }
         if (isPacked(c.dst) && isPacked(c.a) && c.b.step == 0 &&
             mayTile<T>(dst, a, b, elements, c.count)) {
             combineTiled<Op, T>(dst, a, b, elements, c.count);
@@ -286,20 +305,7 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineObjects(const Co
 // Objects with numbers.
 template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const Combination<T> &c)
 {
-    using Constants = ConstantOperand<T>;
-    const bool oneForAll = c.count == 1 || (c.b.step == 0 && !c.b.isTable);
-    if (oneForAll &&
-        (gapsInside(c.a, c.width, c.height) | gapsInside(c.dst, c.width, c.height)) == 0) {
-        const ptrdiff_t elements = c.width * c.height, object = elements * ptrdiff_t(sizeof(T));
-        const auto dst = c.dst(0);
-        const auto a = c.a(0);
-        if ((c.count == 1 || (c.a.step == object && c.dst.step == object)) && keepsOrder(dst, a)) {
-            writeRun<T>(dst, elements * c.count,
-                        combined<Op>(RunAt<T>{a}, Constants::values(c.b(0))));
-            return zonStsOk;
-        }
-    }
-    combineSteps<Op, Constants>(c);
+    combineSteps<Op, ConstantOperand<T>>(c);
     return zonStsOk;
 }
 
@@ -319,8 +325,8 @@ template <class T> struct ScatteredCombination {
 };
 
 template <class T>
-[[gnu::noinline]] void readObject(T *values, const ScatteredMatrix<const T> &object,
-                                  ptrdiff_t width, ptrdiff_t height)
+inline void readObject(T *values, const ScatteredMatrix<const T> &object, ptrdiff_t width,
+                       ptrdiff_t height)
 {
     for (ptrdiff_t i = 0; i < height; ++i)
         for (ptrdiff_t j = 0; j < width; ++j)
@@ -378,36 +384,53 @@ template <class Op, class T>
     return zonStsOk;
 }
 
-// dst = a op c for each description, with the constant on the right.
+// Each description
+// ---------------------------------------------------------------------------------
+
+// dst = a op c, with the constant on the right.
 template <class Op, class A, class C, class D>
 ZonStatus combineWithConstant(const A &a, const C &constants, const D &dst, Shape shape,
                               int32_t count)
 {
     using T = typename D::Value;
     const auto [width, height] = shape;
-    if constexpr (isElementTable<D>)
+    if constexpr (isElementTable<D>) {
         return combineScatteredConstants<Op>(
             ScatteredConstantCombination<T>{scattered(a, shape), Placed<const T>(constants),
                                             scattered(dst, shape), width, height, count});
-    else
+    } else {
+        if constexpr (D::description == Description::strided && !A::transposed && !C::many)
+            if (isPacked(a, shape, count) && isPacked(dst, shape, count) &&
+                keepsOrder(bytes(dst.base), bytes(a.base)))
+                return combineRun<Op, T>(bytes(dst.base), bytes(a.base), constants.value,
+                                         ptrdiff_t(width) * height * count);
         return combineConstants<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(constants),
                                                    Placed<T>(dst), width, height, count});
+    }
 }
 
-// dst = a op b for each description.
+// dst = a op b.
 template <class Op, class A, class B, class D>
 ZonStatus combineWithObject(const A &a, const B &b, const D &dst, Shape shape, int32_t count,
                             bool readsWholeObjects = false)
 {
     using T = typename D::Value;
     const auto [width, height] = shape;
-    if constexpr (isElementTable<D>)
+    if constexpr (isElementTable<D>) {
         return combineScattered<Op>(
             ScatteredCombination<T>{scattered(a, shape), scattered(b, shape), scattered(dst, shape),
                                     width, height, count, readsWholeObjects});
-    else
+    } else {
+        if constexpr (D::description == Description::strided && !A::transposed && !B::transposed)
+            if ((A::many == B::many || count == 1) && isPacked(a, shape, count) &&
+                isPacked(b, shape, count) && isPacked(dst, shape, count) &&
+                keepsOrder(bytes(dst.base), bytes(a.base)) &&
+                keepsOrder(bytes(dst.base), bytes(b.base)))
+                return combineRun<Op, T>(bytes(dst.base), bytes(a.base), bytes(b.base),
+                                         ptrdiff_t(width) * height * count);
         return combineObjects<Op>(Combination<T>{Placed<const T>(a), Placed<const T>(b),
                                                  Placed<T>(dst), width, height, count});
+    }
 }
 
 } // namespace zonm

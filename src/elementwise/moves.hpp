@@ -196,6 +196,28 @@ template <int N, class Bits> [[gnu::noinline]] void transposeObjects(const Movem
     }
 }
 
+// The same for one object; false where it is none of these.
+template <class Bits>
+[[gnu::noinline]] bool transposeOne(std::byte *dst, ptrdiff_t dstStep, const std::byte *src,
+                                    ptrdiff_t srcStep, ptrdiff_t size)
+{
+    constexpr ptrdiff_t element = sizeof(Bits);
+    const auto covered = [&](ptrdiff_t step) {
+        return std::uintptr_t((size - 1) * step + size * element);
+    };
+    if (dstStep < size * element || !areApart(dst, covered(dstStep), src, covered(srcStep)))
+        return false;
+    return withSize(int(size), [&](auto n) {
+        if constexpr (n == 0)
+            return false;
+        else if (srcStep == n * element && dstStep == srcStep)
+            transposePacked<Bits, n>(dst, src);
+        else
+            transposeObject<Bits, n>(dst, dstStep, src, srcStep);
+        return true;
+    });
+}
+
 // Any order --------------------------------------------------------------------------------------
 
 // A plane whose elements lie side by side along x in dst and along y in src, by blocks that take

@@ -43,6 +43,11 @@ template <class S, class D> ZonStatus transpose(S src, Shape shape, D dst, int32
             return moveWholeObjects<T>(from, to, width, count), zonStsOk;
         return move<BitsOf<T>>(from, to, width, height, count);
     } else {
+        if constexpr (!D::many)
+            if (width == height && width <= largestUnrolled && isDense(src) && isDense(dst) &&
+                transposeOne<BitsOf<T>>(bytes(dst.base), dst.stride1, bytes(src.base), src.stride1,
+                                        width))
+                return zonStsOk;
         // In the order of dst.
         const Shape result{height, width};
         return move<BitsOf<T>>(placed(Transposed(src), result), placed(dst, result), height, width,

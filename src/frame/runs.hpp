@@ -63,7 +63,7 @@ template <class Op, class A, class B> inline Combined<Op, A, B> combined(A a, B 
 }
 
 template <int W, class Values>
-inline void writePack(std::byte *dst, const Values &values, ptrdiff_t offset)
+ZONM_INLINED inline void writePack(std::byte *dst, const Values &values, ptrdiff_t offset)
 {
     const auto pack = values.template pack<W>(offset);
     std::memcpy(dst + offset, &pack, sizeof pack);
@@ -71,10 +71,10 @@ inline void writePack(std::byte *dst, const Values &values, ptrdiff_t offset)
 
 // A run whose length is known at compile time: the widest packs that fit, then narrower ones.
 template <class T, ptrdiff_t Length, int W = registerBytes / int(sizeof(T)), class Values>
-inline void writeRun(std::byte *dst, const Values &values, ptrdiff_t offset = 0)
+ZONM_INLINED inline void writeRun(std::byte *dst, const Values &values, ptrdiff_t offset = 0)
 {
     constexpr ptrdiff_t packs = Length / W, packBytes = W * ptrdiff_t(sizeof(T));
-    [&]<ptrdiff_t... P>(std::integer_sequence<ptrdiff_t, P...>)
+    [&]<ptrdiff_t... P>(std::integer_sequence<ptrdiff_t, P...>) ZONM_INLINED
     {
         (writePack<W>(dst, values, offset + P * packBytes), ...);
     }
