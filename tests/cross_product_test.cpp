@@ -76,27 +76,23 @@ TEST(CrossProduct, InPlaceIsOneElementAfterTheOther)
 TEST(CrossProduct, OfOverlappingRunsIsOneObjectAfterTheOther)
 {
     Random random(1);
-    for (const Export *e : builtExports("cross_product")) {
-        if (e->element != "64f" || e->description != "strided" || e->group != "vava")
-            continue;
-        for (int shift = 0; shift <= 40; ++shift)
-            for (const int count : {3, 4, 9}) {
-                double memory[80], model[80];
-                for (int n = 0; n < 80; ++n)
-                    memory[n] = model[n] = random.unit();
-                const int x = 0, y = 33, d = shift;
-                for (int k = 0; k < count; ++k)
-                    for (int i = 0; i < 3; ++i)
-                        model[d + 3 * k + i] =
-                            crossElement([&](int p) { return model[x + 3 * k + p]; },
-                                         [&](int p) { return model[y + 3 * k + p]; }, i);
-                ASSERT_EQ(zonmCrossProduct_vava_64f(memory + x, 24, 8, memory + y, 24, 8,
-                                                    memory + d, 24, 8, count),
-                          zonStsOk);
-                ASSERT_EQ(std::memcmp(memory, model, sizeof memory), 0)
-                    << "shift " << shift << ", count " << count;
-            }
-    }
+    for (int shift = 0; shift <= 40; ++shift)
+        for (const int count : {3, 4, 9}) {
+            double memory[80], model[80];
+            for (int n = 0; n < 80; ++n)
+                memory[n] = model[n] = random.unit();
+            const int x = 0, y = 33, d = shift;
+            for (int k = 0; k < count; ++k)
+                for (int i = 0; i < 3; ++i)
+                    model[d + 3 * k + i] =
+                        crossElement([&](int p) { return model[x + 3 * k + p]; },
+                                     [&](int p) { return model[y + 3 * k + p]; }, i);
+            ASSERT_EQ(zonmCrossProduct_vava_64f(memory + x, 24, 8, memory + y, 24, 8, memory + d,
+                                                24, 8, count),
+                      zonStsOk);
+            ASSERT_EQ(std::memcmp(memory, model, sizeof memory), 0)
+                << "shift " << shift << ", count " << count;
+        }
 }
 
 } // namespace
