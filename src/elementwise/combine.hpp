@@ -100,6 +100,7 @@ template <class Op, class B, class T>
 template <class Op, class B, class T, class Rows>
 inline void forEachDenseObject(const Combination<T> &c, Rows rows)
 {
+    const ptrdiff_t count = c.count, step = c.dst.step, stepOfA = c.a.step, stepOfB = c.b.step;
     auto dst = c.dst(0);
     auto a = c.a(0), b = c.b(0);
     const auto ordered = [&](const std::byte *src, ptrdiff_t rowStep) {
@@ -111,12 +112,12 @@ inline void forEachDenseObject(const Combination<T> &c, Rows rows)
             combineUnorderedObject<Op, B>(c, dst, a, b);
         else
             rows(dst, a, b);
-        if (++k == c.count)
+        if (++k == count)
             return;
         if (hasTable)
             dst = c.dst(k), a = c.a(k), b = c.b(k);
         else
-            dst += c.dst.step, a += c.a.step, b += c.b.step;
+            dst += step, a += stepOfA, b += stepOfB;
     }
 }
 
@@ -334,8 +335,9 @@ inline void readObject(T *values, const ScatteredMatrix<const T> &object, ptrdif
 }
 
 template <class Op, class T>
-[[gnu::noinline]] void combineWholeObjects(const ScatteredCombination<T> &c)
+[[gnu::noinline]] void combineWholeObjects(const ScatteredCombination<T> &call)
 {
+    const ScatteredCombination<T> c = call; // out of reach of what is stored
     constexpr ptrdiff_t largest = largestUnrolled * largestUnrolled;
     T a[largest], b[largest];
     for (ptrdiff_t k = 0; k < c.count; ++k) {
