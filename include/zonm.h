@@ -3,8 +3,7 @@
 /*
  * zonm: arithmetic on small matrices and vectors, one or many of them, in the caller's memory.
  *
- * This header declares the whole interface. Families that are still being built are missing from
- * the library; they say so where they stand.
+ * This header declares the whole interface, and the library has all of it.
  *
  * Names. zonm<Operation>_<operands>_<element>, and _L or _P behind it: zonmMul_mav_32f_L.
  *

@@ -37,14 +37,14 @@ Point through(const Matrix &m, Point p)
 
 TEST(Cameras, AreAllThere)
 {
-    EXPECT_EQ(builtExports("cameras").size(), 12u);
+    EXPECT_EQ(exportsOf("cameras").size(), 12u);
     EXPECT_EQ(references.size(), 12u);
 }
 
 TEST(Cameras, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cameras"))
+    for (const Export *e : exportsOf("cameras"))
         for (const Values values : allValues())
             for (int repeat = 0; repeat < 200; ++repeat)
                 EXPECT_EQ(KitCall(e->name, seed++).apart().fill(values).compareWith(references),
@@ -55,7 +55,7 @@ TEST(Cameras, AgreeWithTheReference)
 TEST(Cameras, EmptyViewVolumes)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cameras"))
+    for (const Export *e : exportsOf("cameras"))
         for (const double value : {0.0, -0.0, 1.0, -2.0})
             for (int repeat = 0; repeat < 50; ++repeat) {
                 KitCall call(e->name, seed++);

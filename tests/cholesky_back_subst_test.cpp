@@ -58,7 +58,7 @@ struct Substitution {
 TEST(CholeskyBackSubst, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9}) {
                 for (const Values values : allValues()) {
@@ -73,7 +73,7 @@ TEST(CholeskyBackSubst, IsTheReference)
 TEST(CholeskyBackSubst, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : sizes)
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 Substitution(*e, seed++, n, 150, Values::uniform, Values::uniform, spread).check();
@@ -82,7 +82,7 @@ TEST(CholeskyBackSubst, IsTheReferenceForManyObjects)
 TEST(CholeskyBackSubst, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : sizes)
             for (const int count : {1, 3, 4, 7, 9, 13})
                 Substitution(*e, seed++, n, count, Values::uniform, Values::uniform, Spread::any,
@@ -94,7 +94,7 @@ TEST(CholeskyBackSubst, InPlaceIsTheSame)
 TEST(CholeskyBackSubst, OfSize3SubtractsTheNearestColumnFirst)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (int round = 0; round < 50; ++round) {
             Substitution s(*e, seed++, 3, 9, Values::uniform, Values::uniform);
             ASSERT_EQ(s.call.run(), zonStsOk);
@@ -115,7 +115,7 @@ TEST(CholeskyBackSubst, OfSize3SubtractsTheNearestColumnFirst)
 TEST(CholeskyBackSubst, TakesAZeroOnTheDiagonalWithoutComplaint)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : sizes)
             for (int zero = 0; zero < n; ++zero) {
                 Call call(*e, seed++, isArray(*e) ? 9 : 1);
@@ -234,7 +234,7 @@ TEST(CholeskyBackSubst, OfManyLargeSystemsIsThatOfEach)
 TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
 {
     const auto page = std::ptrdiff_t(sysconf(_SC_PAGESIZE));
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : sizes) {
             const Element element = elementOf(*e);
             const int size = sizeOf(element), count = 5;
@@ -296,7 +296,7 @@ TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
 TEST(CholeskyBackSubst, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_back_subst"))
+    for (const Export *e : exportsOf("cholesky_back_subst"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

@@ -90,7 +90,7 @@ Call::Generator dominant(int n, std::uint64_t seed, double above = nan)
 TEST(CholeskyDecomp, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9}) {
                 ++seed;
@@ -105,7 +105,7 @@ TEST(CholeskyDecomp, IsTheReference)
 TEST(CholeskyDecomp, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (const int n : {1, 3, 4, 5, 6, 7, 8, 16, 17})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided}) {
                 EXPECT_EQ(Decomposition(*e, seed, n, 150, dominant(n, seed), spread).check(),
@@ -117,7 +117,7 @@ TEST(CholeskyDecomp, IsTheReferenceForManyObjects)
 TEST(CholeskyDecomp, InPlaceKeepsTheUpperTriangle)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 4, 7, 9}) {
                 const auto matrix = dominant(n, seed);
@@ -132,7 +132,7 @@ TEST(CholeskyDecomp, InPlaceKeepsTheUpperTriangle)
 TEST(CholeskyDecomp, TestsPivotsAgainstTheLimits)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (int n = 1; n <= 8; ++n)
             for (int step = 0; step < n; ++step)
                 for (const int object : {0, 1, 4, 6})
@@ -189,7 +189,7 @@ TEST(CholeskyDecomp, OfArraysOf64fHasALimitThatHangsOnStride2)
 TEST(CholeskyDecomp, EndsAtTheFirstFailingObject)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp")) {
+    for (const Export *e : exportsOf("cholesky_decomp")) {
         if (!isArray(*e))
             continue;
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8, 17})
@@ -212,7 +212,7 @@ TEST(CholeskyDecomp, EndsAtTheFirstFailingObject)
 
 TEST(CholeskyDecomp, OfElementPointersAtSize3WritesLate)
 {
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (int row = 0; row < 3; ++row) {
             Decomposition d(*e, 7, 3, 1, [&](int, int i, int j) {
                 return i != j ? 1. : i == row ? -1. : 9.;
@@ -233,7 +233,7 @@ TEST(CholeskyDecomp, TakesNotANumberAndInfinitiesAtEachPlace)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (int n = 1; n <= 8; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : {nan, infinity, -infinity}) {
@@ -255,7 +255,7 @@ TEST(CholeskyDecomp, OfTheExamples)
 {
     std::uint64_t seed = 1;
     const auto all = [](double value) { return [=](int, int, int) { return value; }; };
-    for (const Export *e : builtExports("cholesky_decomp")) {
+    for (const Export *e : exportsOf("cholesky_decomp")) {
         Decomposition two(*e, seed++, 2, 3, [](int, int i, int j) {
             return j > i ? nan : i == 0 ? 4 : j == 0 ? 2 : 5;
         });
@@ -283,7 +283,7 @@ TEST(CholeskyDecomp, OfTheExamples)
 TEST(CholeskyDecomp, GivesTheMatrixBack)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (int n = 1; n <= 12; ++n)
             for (int kind = 0; kind < 3; ++kind)
                 for (int round = 0; round < 4; ++round) {
@@ -359,7 +359,7 @@ class Staircase
 
 TEST(CholeskyDecomp, DoesNotTouchTheUpperTriangle)
 {
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (const int n : sizes) {
             // Of element pointers, the upper ones point nowhere.
             constexpr int count = 5;
@@ -444,7 +444,7 @@ TEST(CholeskyDecomp, OfAnArrayIsThatOfEach)
 TEST(CholeskyDecomp, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cholesky_decomp"))
+    for (const Export *e : exportsOf("cholesky_decomp"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8, 17})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

@@ -57,7 +57,7 @@ void checkOnce(const Export &e, std::uint64_t seed, Shape any, int count, Values
 TEST(ConstantProduct, IsTheNaiveProduct)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("constant_product"))
+    for (const Export *e : exportsOf("constant_product"))
         for (int width = 1; width <= 9; ++width)
             for (const int height : {width, 10 - width, width % 3 + 1})
                 for (const int count : {1, 2, 5})
@@ -68,7 +68,7 @@ TEST(ConstantProduct, IsTheNaiveProduct)
 TEST(ConstantProduct, IsTheNaiveProductForLongRunsAndManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("constant_product"))
+    for (const Export *e : exportsOf("constant_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape :
                  {Shape{1, 67}, {2, 33}, {67, 1}, {12, 11}, {3, 3}, {6, 6}, {8, 8}, {5, 6}})
@@ -80,7 +80,7 @@ TEST(ConstantProduct, IsTheNaiveProductForLongRunsAndManyObjects)
 TEST(ConstantProduct, TouchesElementsOnly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("constant_product"))
+    for (const Export *e : exportsOf("constant_product"))
         for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
             for (const int count : {1, 3})
                 checkOnce(*e, seed++, shape, count, Values::uniform, Spread::fenced);
@@ -89,7 +89,7 @@ TEST(ConstantProduct, TouchesElementsOnly)
 TEST(ConstantProduct, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("constant_product"))
+    for (const Export *e : exportsOf("constant_product"))
         for (const Shape any : {Shape{3, 3}, {2, 5}, {7, 7}, {1, 4}, {4, 18}, {6, 1}})
             for (const int objects : {1, 3, 9}) {
                 const Shape shape = shapeOf(*e, any);
@@ -116,7 +116,7 @@ TEST(ConstantProduct, InPlaceIsThePlainResult)
 {
     std::uint64_t seed = 1;
     int compared = 0;
-    for (const Export *e : builtExports("constant_product"))
+    for (const Export *e : exportsOf("constant_product"))
         for (const Shape any : {Shape{1, 1}, {3, 3}, {6, 6}, {7, 3}, {2, 40}}) {
             const OperandInfo &o = *e->operand("src");
             if (o.transposed || o.array != e->operand("dst")->array)

@@ -46,7 +46,7 @@ void checkOnce(const Export &e, std::uint64_t seed, Shape any, int count,
 TEST(Copy, MovesBits)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("copy"))
+    for (const Export *e : exportsOf("copy"))
         for (int width = 1; width <= 9; ++width)
             for (const int height : {1, width, 10 - width})
                 for (const int count : {1, 2, 5, 17})
@@ -57,7 +57,7 @@ TEST(Copy, MovesBits)
 TEST(Copy, MovesLongRunsAndManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("copy"))
+    for (const Export *e : exportsOf("copy"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape : {Shape{1, 67}, {2, 130}, {67, 1}, {12, 11}, {3, 3}, {6, 6}})
                 for (const int count : {1, 7, 8, 40})
@@ -68,7 +68,7 @@ TEST(Copy, MovesLongRunsAndManyObjects)
 TEST(Copy, TouchesElementsOnly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("copy"))
+    for (const Export *e : exportsOf("copy"))
         for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
             for (const int count : {1, 3})
                 checkOnce(*e, seed++, shape, count, Spread::fenced);
@@ -77,7 +77,7 @@ TEST(Copy, TouchesElementsOnly)
 TEST(Copy, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("copy"))
+    for (const Export *e : exportsOf("copy"))
         for (const Shape any : {Shape{3, 3}, {2, 5}, {7, 7}, {1, 4}, {4, 40}, {6, 1}})
             for (const int objects : {1, 3, 9}) {
                 const Shape shape = shapeOf(*e, any);

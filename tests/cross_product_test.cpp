@@ -34,7 +34,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int count, Values values,
 TEST(CrossProduct, OfEveryCount)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cross_product"))
+    for (const Export *e : exportsOf("cross_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const int count : {1, 2, 3, 4, 5, 7, 8, 9, 17})
                 for (const Values values : allValues())
@@ -44,7 +44,7 @@ TEST(CrossProduct, OfEveryCount)
 TEST(CrossProduct, InPlaceIsOneElementAfterTheOther)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("cross_product"))
+    for (const Export *e : exportsOf("cross_product"))
         for (const char *place : {"src1", "src2"})
             for (const Spread spread : {Spread::dense, Spread::strided})
                 for (const int count : {1, 4, 9}) {

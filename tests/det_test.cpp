@@ -62,7 +62,7 @@ struct Determinants {
 TEST(Det, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9})
                 for (const Values values : allValues()) {
@@ -75,7 +75,7 @@ TEST(Det, IsTheReference)
 TEST(Det, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : {2, 3, 4, 5, 6, 7})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 Determinants(*e, seed++, n, 150, Values::uniform, spread).check();
@@ -113,7 +113,7 @@ struct PermutedDiagonal {
 TEST(Det, OfAPermutedDiagonalIsItsSignedProduct)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (int n = 1; n <= 12; ++n)
             for (int round = 0; round < 20; ++round) {
                 Random random(seed);
@@ -132,7 +132,7 @@ TEST(Det, OfAPermutedDiagonalIsItsSignedProduct)
 TEST(Det, OfAUnimodularMatrixIsOne)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (int n = 3; n <= 6; ++n)
             for (int round = 0; round < 20; ++round) {
                 Random random(seed);
@@ -158,7 +158,7 @@ TEST(Det, OfAUnimodularMatrixIsOne)
 TEST(Det, TestsPivotsAgainstTheLimit)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : {1, 2, 7, 8})
             for (int step = 0; step < n; ++step)
                 for (const int side : {-1, 0, 1})
@@ -184,7 +184,7 @@ TEST(Det, TestsPivotsAgainstTheLimit)
 TEST(Det, HasNoLimitAtSizes3To6)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (int n = 3; n <= 6; ++n) {
             const double tiny = elementOf(*e) == Element::f32 ? 0x1p-140 : 0x1p-1060;
             Determinants d(*e, seed++, n, 6, [&](int, int i, int j) {
@@ -199,7 +199,7 @@ TEST(Det, HasNoLimitAtSizes3To6)
 TEST(Det, OfASingularMatrixDiffersBetweenFormsInZeroAndNaN)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : {2, 7, 8})
             for (int step = 0; step < n - 1; ++step)
                 for (const double last : {3., -3., infinity, -infinity, nan, 0.}) {
@@ -221,7 +221,7 @@ TEST(Det, OfASingularMatrixDiffersBetweenFormsInZeroAndNaN)
 TEST(Det, TakesNotANumberAndInfinitiesAtEachPlace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (int n = 1; n <= 8; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : {nan, infinity, -infinity}) {
@@ -245,7 +245,7 @@ TEST(Det, TakesNotANumberAndInfinitiesAtEachPlace)
 TEST(Det, HasANegativeLimitFromSize1024On)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : {1023, 1024}) {
             const double small = elementOf(*e) == Element::f32 ? 0x1p-100 : 0x1p-995;
             Determinants d(*e, seed++, n, 1, [&](int, int i, int j) {
@@ -262,7 +262,7 @@ TEST(Det, HasANegativeLimitFromSize1024On)
 TEST(Det, OfTheExamples)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det")) {
+    for (const Export *e : exportsOf("det")) {
         const double smallest = elementOf(*e) == Element::f32 ? 0x1p-126 : 0x1p-1022;
         const auto only = [&](double x) { return [=](int, int, int) { return x; }; };
         Determinants at(*e, seed++, 1, 3, only(2 * smallest));
@@ -285,7 +285,7 @@ TEST(Det, OfTheExamples)
 TEST(Det, ReadsNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : sizes)
             for (const int count : {1, 5, 9})
                 Determinants(*e, seed++, n, count, Values::uniform, Spread::fenced).check();
@@ -294,7 +294,7 @@ TEST(Det, ReadsNoRowTooFar)
 TEST(Det, ReachesAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7})
             for (const int count : {1, 4, 9})
                 for (int round = 0; round < 3; ++round)
@@ -305,7 +305,7 @@ TEST(Det, ReachesAllOfTheAddressSpace)
 TEST(Det, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("det"))
+    for (const Export *e : exportsOf("det"))
         for (int n = 1; n <= 8; ++n)
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

@@ -65,7 +65,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int len, int count, X x, Y y
 TEST(DotProduct, OfEveryLength)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("dot_product"))
+    for (const Export *e : exportsOf("dot_product"))
         for (const int len : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 33})
             for (const int count : {1, 2, 3, 5, 8, 9, 19})
                 for (const Values values : allValues())
@@ -75,7 +75,7 @@ TEST(DotProduct, OfEveryLength)
 TEST(DotProduct, OfEveryLayout)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("dot_product"))
+    for (const Export *e : exportsOf("dot_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int len = 1; len <= 9; ++len)
                 for (const int count : {1, 2, 9, 10, 11})
@@ -125,7 +125,7 @@ TEST(DotProduct, TellsItsOrderFromEveryOther)
                                     : rounded(type, 1 + r.unit() * (type == Element::f64)));
                 return x;
             });
-            for (const Export *e : builtExports("dot_product"))
+            for (const Export *e : exportsOf("dot_product"))
                 if ((e->element == "32f") == (type == Element::f32))
                     for (const Spread spread : {Spread::dense, Spread::strided})
                         for (const int count : {1, 2, 5, 9})
@@ -139,7 +139,7 @@ TEST(DotProduct, TellsItsOrderFromEveryOther)
 // From 0.0 a sum of -0.0 only is +0.0; from its first product it stays -0.0.
 TEST(DotProduct, OfNegativeZerosTellsWhereTheSumStarts)
 {
-    for (const Export *e : builtExports("dot_product"))
+    for (const Export *e : exportsOf("dot_product"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (int len = 1; len <= 8; ++len) {
                 Call call(*e, 1, e->argument("count") ? 11 : 1, spread);
@@ -158,7 +158,7 @@ TEST(DotProduct, OfNegativeZerosTellsWhereTheSumStarts)
 // The sum of 32f is a double: an overflow on the way does not stay.
 TEST(DotProduct, SumsIn64Bits)
 {
-    for (const Export *e : builtExports("dot_product"))
+    for (const Export *e : exportsOf("dot_product"))
         for (const int len : {2, 4, 9}) {
             const bool narrow = e->element == "32f";
             const double large = narrow ? 1e30f : 1e200;

@@ -108,7 +108,7 @@ inline constexpr int generalSizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 12};
 inline void checkEveryClass(const char *family)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const int n : generalSizes)
             for (const int count : {1, 2, 3}) {
                 for (const Values values : allValues())
@@ -118,7 +118,7 @@ inline void checkEveryClass(const char *family)
                 if (!isArray(*e))
                     break;
             }
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const int n : {15, 20})
             for (int round = 0; round < 3; ++round)
                 GeneralProblem(*e, seed++, n, 2, Values::uniform).check();
@@ -221,7 +221,7 @@ inline std::vector<std::pair<const char *, Shape2>> generalGallery()
 template <class F> void forGallery(const char *family, F visit)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const int n : {2, 3, 4, 5, 6, 7, 9})
             for (const auto &[what, element] : generalGallery())
                 for (const int power : {0, -130, -30, 10, 100, -500, 400}) {
@@ -276,7 +276,7 @@ inline std::set<std::string> eventsOf(const char *family)
     };
     forGallery(family, [&](GeneralProblem p, const char *, int) { note(p); });
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (int round = 0; round < 400; ++round) {
             Random random(++seed);
             random.bits();
@@ -292,7 +292,7 @@ inline std::set<std::string> eventsOf(const char *family)
 inline void checkSpecialValues(const char *family)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (int n = 1; n <= 5; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : {std::numeric_limits<double>::quiet_NaN(),
@@ -311,7 +311,7 @@ inline void checkSpecialValues(const char *family)
 inline void checkFailingObjects(const char *family)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family)) {
+    for (const Export *e : exportsOf(family)) {
         if (!isArray(*e))
             continue;
         for (int n = 3; n <= 7; ++n)
@@ -333,7 +333,7 @@ inline void checkFailingObjects(const char *family)
 inline void checkBufferContents(const char *family)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const int n : generalSizes) {
             GeneralProblem p(*e, seed++, n, 3, Values::uniform);
             const ZonStatus status = p.check();

@@ -116,7 +116,7 @@ double uniform(Random &random, int, int) { return 2 * random.unit() - 1; }
 TEST(EigenSym, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 7}) {
                 for (const Values values : allValues()) {
@@ -136,7 +136,7 @@ TEST(EigenSym, IsTheReference)
 TEST(EigenSym, IsTheReferenceForMany)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const int n : {2, 3, 4, 5, 6, 7, 8, 9, 16, 20})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 for (const int power : {0, -1, -3}) {
@@ -155,7 +155,7 @@ TEST(EigenSym, IsTheReferenceForMany)
 TEST(EigenSym, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const int n : sizes)
             if (n > 1 && e->operation == "zonmEigenValuesVectorsSym")
                 for (const int count : {1, 2, 5}) {
@@ -220,7 +220,7 @@ TEST(EigenSym, EachDifferenceOfTheFormsShows)
         {"sign of the shift", [](Form &f) { f.shiftSignQL = f.shiftSignQL > 0 ? 0 : f.eps; }},
         {"threshold", [](Form &f) { f.threshold = f.threshold > 1e-10 ? 0x1p-52 : 0x1p-23; }},
     };
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const bool contiguous : {true, false}) {
             if (!contiguous && e->description == "P")
                 continue;
@@ -276,7 +276,7 @@ Call::Generator except(int n, int object, Matrix odd, Call::Generator others)
 TEST(EigenSym, EndsAtTheFirstObjectThatFails)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("eigen_sym")) {
+    for (const Export *e : exportsOf("eigen_sym")) {
         if (!isArray(*e))
             continue;
         for (int n = 2; n <= 9; ++n)
@@ -304,7 +304,7 @@ TEST(EigenSym, EndsAtTheFirstObjectThatFails)
 // A failing object leaves all values and vectors from size 3 on, in the order that its form tells.
 TEST(EigenSym, ASingularObjectLeavesItsResults)
 {
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const Spread spread : {Spread::denseRows, Spread::strided}) {
             const Matrix a = diagonal({0.5, 0, 2, 0.75}); // QL
             Problem p(
@@ -332,7 +332,7 @@ ZonStatus solveOne(const Export &e, const Matrix &a, int n, Spread spread = Spre
 
 TEST(EigenSym, OfTheExamples)
 {
-    for (const Export *e : builtExports("eigen_sym")) {
+    for (const Export *e : exportsOf("eigen_sym")) {
         const auto vectorsAre = [&](const Problem &p, std::vector<double> wanted) {
             for (int i = 0; p.vectors && i < p.n; ++i)
                 for (int j = 0; j < p.n; ++j)
@@ -398,7 +398,7 @@ TEST(EigenSym, OfTheExamples)
 TEST(EigenSym, TakesNotANumberAndInfinitiesAtEachPlace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (int n = 1; n <= 7; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : {nan, infinity, -infinity}) {
@@ -439,7 +439,7 @@ std::vector<std::pair<const char *, std::function<double(int n, int i, int j)>>>
 TEST(EigenSym, GivesTheMatrixBack)
 {
     int solved = 0, broken = 0;
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (int n = 1; n <= 12; ++n)
             for (const auto &[what, element] : gallery()) {
                 Problem p(*e, std::uint64_t(n), n, 3, [&, element = element](int k, int i, int j) {
@@ -496,7 +496,7 @@ TEST(EigenSym, GivesTheMatrixBack)
 // The tolerances are absolute: scaled down far enough, everything off the diagonal counts as zero.
 TEST(EigenSym, ToleratesAbsolutely)
 {
-    for (const Export *e : builtExports("eigen_sym"))
+    for (const Export *e : exportsOf("eigen_sym"))
         for (const int n : {3, 4, 6})
             for (int power = -70; power <= 40; ++power) {
                 const double scale = std::ldexp(1, power);

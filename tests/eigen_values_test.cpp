@@ -42,7 +42,7 @@ TEST(EigenValues, OfTheExamples)
             EXPECT_EQ((*p.im)(0, i), wanted[std::size_t(i)].imag()) << p.call;
         }
     };
-    for (const Export *e : builtExports("eigen_values")) {
+    for (const Export *e : exportsOf("eigen_values")) {
         check(*e, {5}, 1, {5});
         check(*e, {0, -1, 1, 0}, 2, {{0, 1}, {0, -1}});
         check(*e, {1, 4, 4, 1}, 2, {{1, 4}, {1, -4}}); // not 5 and -3
@@ -57,7 +57,7 @@ TEST(EigenValues, OfTheExamples)
 
 TEST(EigenBufSize, IsTheProductAndWraps)
 {
-    for (const Export *e : builtExports("eigen_buf_size"))
+    for (const Export *e : exportsOf("eigen_buf_size"))
         for (const std::int64_t n : {1, 2, 3, 7, 100, 1000, 20000, 40000, 2147483647}) {
             const bool vectors = e->operation == "zonmEigenValuesVectorsGetBufSize";
             const auto wanted = std::uint64_t(n) * (e->element == "32f" ? 4 : 8) *
@@ -78,7 +78,7 @@ TEST(EigenBufSize, IsTheProductAndWraps)
 // Sums of the values, and the characteristic equation by way of the trace of powers.
 TEST(EigenValues, KeepTheTraceOfPowers)
 {
-    for (const Export *e : builtExports("eigen_values"))
+    for (const Export *e : exportsOf("eigen_values"))
         for (int n = 1; n <= 12; ++n)
             for (int round = 0; round < 10; ++round) {
                 const std::uint64_t seed = std::uint64_t(n * 100 + round);

@@ -52,7 +52,7 @@ struct Solved {
 TEST(EigenVectors, OfTheExamples)
 {
     const double half = std::sqrt(0.5);
-    for (const Export *e : builtExports("eigen_vectors")) {
+    for (const Export *e : exportsOf("eigen_vectors")) {
         GeneralProblem one(*e, 1, 1, 3, [](int k, int, int) { return 5. - k; });
         EXPECT_EQ(one.check(), zonStsOk);
         EXPECT_EQ((*one.re)(0, 0), 5);
@@ -123,7 +123,7 @@ TEST(EigenVectors, OfAKnownMatrix)
 TEST(EigenVectors, SatisfyTheirEquations)
 {
     int checked = 0;
-    for (const Export *e : builtExports("eigen_vectors"))
+    for (const Export *e : exportsOf("eigen_vectors"))
         for (int n = 1; n <= 12; ++n)
             for (int round = 0; round < 12; ++round) {
                 GeneralProblem p(*e, std::uint64_t(n * 50 + round), n, 3, Values::uniform);
@@ -212,7 +212,7 @@ TEST(EigenVectors, OfBothSidesAreThoseOfEach)
 TEST(EigenVectors, CarryTheRotationFromObjectToObject)
 {
     const Matrix pair = {0.5, -2, 0.25, 1}, blank = {1, 2, 2, 1};
-    for (const Export *e : builtExports("eigen_vectors")) {
+    for (const Export *e : exportsOf("eigen_vectors")) {
         if (!isArray(*e))
             continue;
         for (const bool pairFirst : {true, false}) {
@@ -232,7 +232,7 @@ TEST(EigenVectors, CarryTheRotationFromObjectToObject)
 // exit: what deflation leaves of a block is above the limit.)
 TEST(EigenVectors, ALostBlockEndsTheCall)
 {
-    for (const Export *e : builtExports("eigen_vectors"))
+    for (const Export *e : exportsOf("eigen_vectors"))
         for (int object = 0; object < 3; ++object) {
             if (elementOf(*e) == Element::f32 || (object > 0 && !isArray(*e)))
                 continue;

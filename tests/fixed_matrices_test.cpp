@@ -51,14 +51,14 @@ Matrix result(const KitCall &call)
 
 TEST(FixedMatrices, AreAllThere)
 {
-    EXPECT_EQ(builtExports("fixed_matrices").size(), 14u);
+    EXPECT_EQ(exportsOf("fixed_matrices").size(), 14u);
     EXPECT_EQ(references.size(), 14u);
 }
 
 TEST(FixedMatrices, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("fixed_matrices"))
+    for (const Export *e : exportsOf("fixed_matrices"))
         for (const Values values : allValues())
             for (int repeat = 0; repeat < 100; ++repeat)
                 KitCall(e->name, seed++).apart().fill(values).compareWith(references);
@@ -68,7 +68,7 @@ TEST(FixedMatrices, AgreeWithTheReference)
 TEST(FixedMatrices, RotateByThePlatformsFunctions)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("fixed_matrices")) {
+    for (const Export *e : exportsOf("fixed_matrices")) {
         if (!e->operation.starts_with("zonmRotation"))
             continue;
         for (int repeat = 0; repeat < 3000; ++repeat) {

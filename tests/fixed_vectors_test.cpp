@@ -38,14 +38,14 @@ const References references = {
 
 TEST(FixedVectors, AreAllThere)
 {
-    EXPECT_EQ(builtExports("fixed_vectors").size(), 42u);
+    EXPECT_EQ(exportsOf("fixed_vectors").size(), 42u);
     EXPECT_EQ(references.size(), 42u);
 }
 
 TEST(FixedVectors, AgreeWithTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("fixed_vectors"))
+    for (const Export *e : exportsOf("fixed_vectors"))
         for (const Values values : allValues())
             for (int repeat = 0; repeat < 60; ++repeat)
                 EXPECT_EQ(KitCall(e->name, seed++).apart().fill(values).compareWith(references),
@@ -67,7 +67,7 @@ TEST(FixedVectors, RoundOnlyWhatTheyStore)
 TEST(FixedVectors, WeightsNearTheEndOfACurve)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("fixed_vectors"))
+    for (const Export *e : exportsOf("fixed_vectors"))
         for (int repeat = 0; e->argument("s") && repeat < 300; ++repeat) {
             KitCall call(e->name, seed++);
             call.apart().fill([&](std::string_view name, int, int) {
@@ -82,7 +82,7 @@ TEST(FixedVectors, WeightsNearTheEndOfACurve)
 TEST(FixedVectors, MayBeWrittenOverAnySource)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("fixed_vectors")) {
+    for (const Export *e : exportsOf("fixed_vectors")) {
         if (e->operation == "zonmCrossProduct")
             continue;
         for (const ArgumentInfo &a : e->arguments)

@@ -59,7 +59,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int rows, int columns, int c
 TEST(FrobNorm, OfSquareMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("frob_norm"))
+    for (const Export *e : exportsOf("frob_norm"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 17})
             for (const int count : {1, 2, 3, 5, 8, 9, 19})
                 for (const Values values : allValues())
@@ -69,7 +69,7 @@ TEST(FrobNorm, OfSquareMatrices)
 TEST(FrobNorm, OfAnyShape)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("frob_norm"))
+    for (const Export *e : exportsOf("frob_norm"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int rows = 1; rows <= 9; ++rows)
                 for (int columns = 1; columns <= 9; ++columns)
@@ -79,7 +79,7 @@ TEST(FrobNorm, OfAnyShape)
 TEST(FrobNorm, OfLargeMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("frob_norm"))
+    for (const Export *e : exportsOf("frob_norm"))
         for (const Spread spread : {Spread::dense, Spread::strided}) {
             checkOnce(*e, seed++, 33, 15, 9, Values::uniform, spread);
             checkOnce(*e, seed++, 1, 130, 9, Values::uniform, spread);
@@ -89,7 +89,7 @@ TEST(FrobNorm, OfLargeMatrices)
 
 TEST(FrobNorm, TellsItsOrderFromTheOthers)
 {
-    for (const Export *e : builtExports("frob_norm"))
+    for (const Export *e : exportsOf("frob_norm"))
         for (const Spread spread : {Spread::dense, Spread::strided}) {
             const Element type = e->element == "32f" ? Element::f32 : Element::f64;
             const auto squaresOf = [](const Numbers &x) {
@@ -121,7 +121,7 @@ TEST(FrobNorm, TellsItsOrderFromTheOthers)
 
 TEST(FrobNorm, IsNotScaled)
 {
-    for (const Export *e : builtExports("frob_norm")) {
+    for (const Export *e : exportsOf("frob_norm")) {
         Call call(*e, 1, e->argument("count") ? 3 : 1);
         const bool narrow = e->element == "32f";
         call.source("src", {2, 2}, [&](int, int, int) { return narrow ? 1e30f : 1e200; });

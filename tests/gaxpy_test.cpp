@@ -80,7 +80,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int rows, int inner, int cou
 TEST(Gaxpy, OfSquareMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("gaxpy"))
+    for (const Export *e : exportsOf("gaxpy"))
         for (int n = 1; n <= 9; ++n)
             for (const int count : {1, 2, 3, 5, 8, 9})
                 for (const Values values : allValues())
@@ -90,7 +90,7 @@ TEST(Gaxpy, OfSquareMatrices)
 TEST(Gaxpy, OfAnyShape)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("gaxpy"))
+    for (const Export *e : exportsOf("gaxpy"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int rows = 1; rows <= 17; ++rows)
                 for (int inner = 1; inner <= 9; ++inner, ++seed)
@@ -101,7 +101,7 @@ TEST(Gaxpy, OfAnyShape)
 TEST(Gaxpy, OfLargerMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("gaxpy"))
+    for (const Export *e : exportsOf("gaxpy"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (const int n : {15, 16, 17, 33})
                 checkOnce(*e, seed++, n, 40 - n, 3, Values::uniform, Values::uniform,
@@ -131,7 +131,7 @@ TEST(Gaxpy, TellsItsOrderFromEveryOther)
                 sums.push_back(in(orderOf(rowsOf, n, 0)));
             const Numbers t = searchTelling(
                 type, sums, [&](Random &r) { return drawCancelling(type, m + 1, r); });
-            for (const Export *e : builtExports("gaxpy"))
+            for (const Export *e : exportsOf("gaxpy"))
                 if ((e->element == "32f") == (type == Element::f32))
                     for (const Spread spread : {Spread::dense, Spread::strided})
                         for (const int count : {1, 2, 5})
@@ -146,7 +146,7 @@ TEST(Gaxpy, TellsItsOrderFromEveryOther)
 // The sum of products is stored, and so narrowed, before y(i) is added.
 TEST(Gaxpy, RoundsTwiceAtOtherSizes)
 {
-    for (const Export *e : builtExports("gaxpy")) {
+    for (const Export *e : exportsOf("gaxpy")) {
         if (e->element != "32f")
             continue;
         Call call(*e, 1, e->argument("count") ? 3 : 1);
@@ -166,7 +166,7 @@ TEST(Gaxpy, RoundsTwiceAtOtherSizes)
 TEST(Gaxpy, InPlaceOfTheAddedVector)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("gaxpy"))
+    for (const Export *e : exportsOf("gaxpy"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int rows = 1; rows <= 11; ++rows)
                 for (const int inner : {2, 3, 4, 5, 6, 8}) {

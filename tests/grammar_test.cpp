@@ -234,23 +234,14 @@ TEST(Grammar, TheHeaderDeclaresWhatTheManifestStates)
     }
 }
 
-TEST(Grammar, TheLoaderSeesTheBuiltExportsAndNoOthers)
+TEST(Grammar, TheLoaderSeesAllExports)
 {
     void *library = dlopen(ZONM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
-    std::map<std::string, int> missing;
-    int built = 0;
-    for (const Export &e : allExports()) {
-        EXPECT_EQ(dlsym(library, e.name.c_str()) != nullptr, e.built) << e.name;
-        e.built ? ++built : ++missing[e.family];
-    }
+    ASSERT_EQ(allExports().size(), 874u);
+    for (const Export &e : allExports())
+        EXPECT_NE(dlsym(library, e.name.c_str()), nullptr) << e.name;
     dlclose(library);
-    EXPECT_GT(built, 0);
-    std::cout << built << " of 874 exports are built";
-    for (const auto &[family, n] : missing)
-        std::cout << "\n  not yet: " << family << ' ' << n;
-    std::cout << '\n';
-    RecordProperty("built", built);
 }
 
 } // namespace

@@ -82,7 +82,7 @@ auto diagonal(double first, double second)
 TEST(Invert, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9})
                 for (const Values values : allValues()) {
@@ -97,7 +97,7 @@ TEST(Invert, IsTheReference)
 TEST(Invert, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 EXPECT_EQ(
@@ -108,7 +108,7 @@ TEST(Invert, IsTheReferenceForManyObjects)
 TEST(Invert, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : {1, 3, 4, 5, 6})
             for (const int count : {1, 4, 7, 9})
                 for (const Values values :
@@ -120,7 +120,7 @@ TEST(Invert, InPlaceIsTheSame)
 TEST(Invert, TestsAgainstTheLimit)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 1; n <= 8; ++n)
             for (const int object : {0, 1, 4, 6})
                 for (const int side : {-1, 0, 1})
@@ -156,7 +156,7 @@ TEST(Invert, TestsAgainstTheLimit)
 TEST(Invert, EndsAtTheFirstSingularObject)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert")) {
+    for (const Export *e : exportsOf("invert")) {
         if (!isArray(*e))
             continue;
         for (int n = 1; n <= 8; ++n)
@@ -182,7 +182,7 @@ TEST(Invert, EndsAtTheFirstSingularObject)
 TEST(Invert, TakesNotANumberAndInfinitiesAtEachPlace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 1; n <= 8; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : {nan, infinity, -infinity}) {
@@ -206,7 +206,7 @@ TEST(Invert, TakesNotANumberAndInfinitiesAtEachPlace)
 TEST(Invert, OfADiagonalHasNoZerosBySizes2And7)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : {2, 3, 4, 5, 6, 7, 8})
             for (const double d : {1., 4.}) {
                 Inverses x(*e, seed++, n, 6, diagonal(2, d));
@@ -233,7 +233,7 @@ TEST(Invert, OfADiagonalHasNoZerosBySizes2And7)
 TEST(Invert, OfAUnimodularMatrixIsExact)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 3; n <= 6; ++n)
             for (int round = 0; round < 20; ++round) {
                 Random random(seed);
@@ -265,7 +265,7 @@ TEST(Invert, OfAUnimodularMatrixIsExact)
 TEST(Invert, OfAGradedMatrixIsScaledExactly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 3; n <= 6; ++n) {
             Random random(seed);
             const Square m(n,
@@ -287,7 +287,7 @@ TEST(Invert, OfAGradedMatrixIsScaledExactly)
 TEST(Invert, IsTheInverse)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 1; n <= 9; ++n)
             for (const double apart : {1., 1e-1, 1e-3}) {
                 Random random(seed);
@@ -320,7 +320,7 @@ TEST(Invert, IsTheInverse)
 TEST(Invert, OfTheExamples)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert")) {
+    for (const Export *e : exportsOf("invert")) {
         const double smallest = elementOf(*e) == Element::f32 ? 0x1p-126 : 0x1p-1022;
         EXPECT_EQ(Inverses(*e, seed++, 1, 3, diagonal(2 * smallest, 0)).check(), zonStsSingular);
         EXPECT_EQ(Inverses(*e, seed++, 1, 3, diagonal(nan, 0)).check(), zonStsSingular);
@@ -339,7 +339,7 @@ TEST(Invert, OfTheExamples)
 TEST(Invert, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : sizes)
             for (const int count : {1, 5, 9})
                 Inverses(*e, seed++, n, n < 8 ? count : 1, Values::uniform, Spread::fenced).check();
@@ -348,7 +348,7 @@ TEST(Invert, ReadsAndWritesNoRowTooFar)
 TEST(Invert, ReachesAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7})
             for (const int count : {1, 4, 9})
                 for (int round = 0; round < 3; ++round)
@@ -360,7 +360,7 @@ TEST(Invert, ReachesAllOfTheAddressSpace)
 TEST(Invert, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("invert"))
+    for (const Export *e : exportsOf("invert"))
         for (int n = 1; n <= 7; ++n)
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

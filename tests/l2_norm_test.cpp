@@ -51,7 +51,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int len, int count, Fill val
 TEST(L2Norm, OfEveryLength)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("l2_norm"))
+    for (const Export *e : exportsOf("l2_norm"))
         for (const int len : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 33})
             for (const int count : {1, 2, 3, 5, 8, 9, 19})
                 for (const Values values : allValues())
@@ -61,7 +61,7 @@ TEST(L2Norm, OfEveryLength)
 TEST(L2Norm, OfEveryLayout)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("l2_norm"))
+    for (const Export *e : exportsOf("l2_norm"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int len = 1; len <= 9; ++len)
                 for (const int count : {1, 2, 9, 10, 11})
@@ -83,7 +83,7 @@ TEST(L2Norm, TellsItsOrderFromTheOther)
             const Numbers x =
                 searchTelling(type, {in(ascendingOrders[n - 3]), in(lastSecond[n - 3])},
                               [&](Random &r) { return drawNearHalfway(type, n, r); });
-            for (const Export *e : builtExports("l2_norm"))
+            for (const Export *e : exportsOf("l2_norm"))
                 if ((e->element == "32f") == (type == Element::f32))
                     for (const Spread spread : {Spread::dense, Spread::strided})
                         for (const int count : {1, 2, 5, 9})
@@ -95,7 +95,7 @@ TEST(L2Norm, TellsItsOrderFromTheOther)
 
 TEST(L2Norm, IsNotScaled)
 {
-    for (const Export *e : builtExports("l2_norm"))
+    for (const Export *e : exportsOf("l2_norm"))
         for (const int len : {2, 3, 9}) {
             Call call(*e, 1, e->argument("count") ? 11 : 1);
             const bool narrow = e->element == "32f";

@@ -23,7 +23,7 @@ void checkOnce(const Export &e, std::uint64_t seed, Shape shape, int count,
 TEST(LoadIdentity, IsTheIdentity)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("load_identity"))
+    for (const Export *e : exportsOf("load_identity"))
         for (int width = 1; width <= 9; ++width)
             for (int height = 1; height <= 9; ++height)
                 for (const int count : {1, 2, 7, 8, 9, 25})
@@ -34,7 +34,7 @@ TEST(LoadIdentity, IsTheIdentity)
 TEST(LoadIdentity, IsTheIdentityOfLargeMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("load_identity"))
+    for (const Export *e : exportsOf("load_identity"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (const Shape shape : {Shape{1, 67}, {67, 1}, {13, 5}, {40, 41}})
                 for (const int count : {1, 8, 20})
@@ -45,7 +45,7 @@ TEST(LoadIdentity, IsTheIdentityOfLargeMatrices)
 TEST(LoadIdentity, TouchesElementsOnly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("load_identity"))
+    for (const Export *e : exportsOf("load_identity"))
         for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
             for (const int count : {1, 3})
                 checkOnce(*e, seed++, shape, count, Spread::fenced);
@@ -54,7 +54,7 @@ TEST(LoadIdentity, TouchesElementsOnly)
 TEST(LoadIdentity, WritesTheZerosOfARowBeforeItsOne)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("load_identity"))
+    for (const Export *e : exportsOf("load_identity"))
         for (const Shape shape : {Shape{3, 3}, {2, 5}, {7, 7}, {1, 4}, {9, 4}, {6, 1}})
             for (const int objects : {1, 3, 9}) {
                 OneMemory call(*e, seed++, objects);

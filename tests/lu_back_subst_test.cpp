@@ -67,7 +67,7 @@ constexpr int sizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 12};
 TEST(LUBackSubst, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9})
                 for (const Values values : allValues()) {
@@ -81,7 +81,7 @@ TEST(LUBackSubst, IsTheReference)
 TEST(LUBackSubst, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 Substitution(*e, seed++, n, 150, Values::uniform, Values::uniform, spread).check();
@@ -90,7 +90,7 @@ TEST(LUBackSubst, IsTheReferenceForManyObjects)
 TEST(LUBackSubst, InPlaceIsTheSameForSizes3To6)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : {3, 4, 5, 6})
             for (const int count : {1, 3, 4, 7, 9, 13})
                 Substitution(*e, seed++, n, count, Values::uniform, Values::uniform, Spread::any,
@@ -102,7 +102,7 @@ TEST(LUBackSubst, InPlaceIsTheSameForSizes3To6)
 TEST(LUBackSubst, OfSize3SubtractsTheNearestColumnFirst)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (int round = 0; round < 50; ++round) {
             Substitution s(*e, seed++, 3, 9, Values::uniform, Values::uniform);
             ASSERT_EQ(s.call.run(), zonStsOk);
@@ -127,7 +127,7 @@ TEST(LUBackSubst, OfSize3SubtractsTheNearestColumnFirst)
 TEST(LUBackSubst, IsBackwardStable)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (int round = 0; round < 10; ++round) {
                 Substitution s(
@@ -177,7 +177,7 @@ std::string inGroup(const Export &e, const std::string &group)
 // matrix for each divides always. Also with one vector.
 TEST(LUBackSubst, OfASharedMatrixMultipliesWithReciprocals)
 {
-    for (const Export *e : builtExports("lu_back_subst")) {
+    for (const Export *e : exportsOf("lu_back_subst")) {
         if (e->group != "mva")
             continue;
         for (int n = 1; n <= 8; ++n)
@@ -218,7 +218,7 @@ TEST(LUBackSubst, OfASharedMatrixMultipliesWithReciprocals)
 TEST(LUBackSubst, DividesByZeroWithoutComplaint)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (int zero = 0; zero < n; ++zero) {
                 const auto matrix = [&](int, int i, int j) { return i == j && i != zero ? 2 : 0; };
@@ -304,7 +304,7 @@ TEST(LUBackSubst, OfManyLargeSystemsIsThatOfEach)
 TEST(LUBackSubst, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (const int count : {1, 5, 9})
                 Substitution(*e, seed++, n, count, Values::uniform, Values::uniform, Spread::fenced)
@@ -314,7 +314,7 @@ TEST(LUBackSubst, ReadsAndWritesNoRowTooFar)
 TEST(LUBackSubst, ReachesAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
             for (const int count : {1, 4, 9})
                 for (int round = 0; round < 3; ++round)
@@ -342,7 +342,7 @@ void substituteAll(const OneMemory &call, const Operand &a, const Operand &pivot
 TEST(LUBackSubst, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_back_subst"))
+    for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)
@@ -368,7 +368,7 @@ TEST(LUBackSubst, InOneMemory)
 // number are row numbers.
 TEST(LUBackSubst, OfPivotsThatAnEarlierObjectWrites)
 {
-    for (const Export *e : builtExports("lu_back_subst")) {
+    for (const Export *e : exportsOf("lu_back_subst")) {
         if (e->group != "mava")
             continue;
         for (const auto &[order, later] : {std::pair{2, 1}, {2, 3}, {3, 1}, {3, 3}}) {

@@ -104,7 +104,7 @@ constexpr int sizes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 12};
 TEST(LUDecomp, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9})
                 for (const Values values : allValues()) {
@@ -118,7 +118,7 @@ TEST(LUDecomp, IsTheReference)
 TEST(LUDecomp, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : {3, 4, 5, 6, 7})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 EXPECT_EQ(Decomposition(*e, seed++, n, 150, Values::uniform, spread).check(),
@@ -128,7 +128,7 @@ TEST(LUDecomp, IsTheReferenceForManyObjects)
 TEST(LUDecomp, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 4, 7, 9})
                 for (const Values values :
@@ -140,7 +140,7 @@ TEST(LUDecomp, InPlaceIsTheSame)
 TEST(LUDecomp, ExchangesRowsAndKeepsTheEarlierOfEquals)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
             for (int round = 0; round < 20; ++round) {
                 Random random(seed);
@@ -196,7 +196,7 @@ struct AtLimit {
 TEST(LUDecomp, TestsPivotsAgainstTheLimits)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (int n = 1; n <= 8; ++n)
             for (int step = 0; step < n; ++step)
                 for (const int object : {0, 1, 4, 6})
@@ -226,7 +226,7 @@ TEST(LUDecomp, TestsPivotsAgainstTheLimits)
 TEST(LUDecomp, EndsAtTheFirstSingularObject)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp")) {
+    for (const Export *e : exportsOf("lu_decomp")) {
         if (!isArray(*e))
             continue;
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
@@ -253,7 +253,7 @@ TEST(LUDecomp, TakesNotANumberAndInfinitiesAtEachPlace)
                               std::numeric_limits<double>::infinity(),
                               -std::numeric_limits<double>::infinity()};
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (int n = 1; n <= 8; ++n)
             for (int place = 0; place < n * n; ++place)
                 for (const double value : special) {
@@ -278,7 +278,7 @@ TEST(LUDecomp, TakesNotANumberAndInfinitiesAtEachPlace)
 
 TEST(LUDecomp, OfANaNIsOk)
 {
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes) {
             Decomposition d(*e, 1, n, 5,
                             [](int, int, int) { return std::numeric_limits<double>::quiet_NaN(); });
@@ -294,7 +294,7 @@ TEST(LUDecomp, OfTheExamples)
         return [=](int, int i, int j) { return i == j ? value : 0; };
     };
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp")) {
+    for (const Export *e : exportsOf("lu_decomp")) {
         Decomposition small(*e, seed++, 2, 3, [](int, int i, int j) { return 1 + 2 * i + j; });
         EXPECT_EQ(small.check(), zonStsOk);
         EXPECT_EQ((*small.pivots)(0, 0), 1);
@@ -327,7 +327,7 @@ TEST(LUDecomp, OfTheExamples)
 TEST(LUDecomp, GivesTheMatrixBack)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (int n = 1; n <= 12; ++n)
             for (int round = 0; round < 10; ++round) {
                 Decomposition d(*e, seed++, n, 9, Values::uniform);
@@ -356,7 +356,7 @@ TEST(LUDecomp, GivesTheMatrixBack)
 TEST(LUDecomp, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 5, 9})
                 Decomposition(*e, seed++, n, count, Values::uniform, Spread::fenced).check();
@@ -365,7 +365,7 @@ TEST(LUDecomp, ReadsAndWritesNoRowTooFar)
 TEST(LUDecomp, ReachesAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
             for (const int count : {1, 4, 9})
                 for (int round = 0; round < 3; ++round)
@@ -377,7 +377,7 @@ TEST(LUDecomp, ReachesAllOfTheAddressSpace)
 TEST(LUDecomp, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("lu_decomp"))
+    for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7, 8})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

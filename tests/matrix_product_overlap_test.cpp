@@ -72,7 +72,7 @@ void checkInOneMemory(const Export &e, std::uint64_t seed, ProductShape shape)
 TEST(MatrixProduct, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape : shapes)
             if (!readsPastItsTables(*e, shape))
                 checkInOneMemory(*e, seed++, shape);

@@ -65,7 +65,7 @@ void checkOnce(const Export &e, std::uint64_t seed, ProductShape shape, int coun
 TEST(MatrixProduct, OfSquareMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (int n = 1; n <= 9; ++n)
             for (const int count : {1, 2, 3, 5})
                 for (const Values values : allValues())
@@ -75,7 +75,7 @@ TEST(MatrixProduct, OfSquareMatrices)
 TEST(MatrixProduct, OfSquareMatricesByLayout)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int n = 1; n <= 9; ++n)
                 for (const Values values : {Values::manyExponents, Values::signedZeros})
@@ -86,7 +86,7 @@ TEST(MatrixProduct, OfSquareMatricesByLayout)
 TEST(MatrixProduct, OfAnyShape)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const Spread spread : {Spread::denseRows, Spread::strided})
             for (int inner = 1; inner <= 17; ++inner)
                 for (int round = 0; round < 8; ++round, ++seed)
@@ -97,7 +97,7 @@ TEST(MatrixProduct, OfAnyShape)
 TEST(MatrixProduct, OfOneRowOrOneColumnOrOneProduct)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape : {ProductShape{1, 9, 4},
                                          {9, 1, 4},
                                          {1, 1, 12},
@@ -114,7 +114,7 @@ TEST(MatrixProduct, OfOneRowOrOneColumnOrOneProduct)
 TEST(MatrixProduct, OfLargerMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (const ProductShape shape : {ProductShape{16, 16, 16},
                                              {17, 16, 5},
@@ -128,7 +128,7 @@ TEST(MatrixProduct, OfLargerMatrices)
 TEST(MatrixProduct, OfManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (int n = 1; n <= 7; ++n)
                 checkOnce(*e, seed++, {n, n, n}, 40, Values::uniform, spread);
@@ -137,7 +137,7 @@ TEST(MatrixProduct, OfManyObjects)
 TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape : {ProductShape{1, 1, 1},
                                          {3, 3, 3},
                                          {4, 4, 4},
@@ -153,7 +153,7 @@ TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
 TEST(MatrixProduct, ReachesAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape :
              {ProductShape{2, 2, 2}, {3, 3, 3}, {4, 4, 4}, {6, 6, 6}, {7, 7, 7}, {5, 3, 4}})
             for (int round = 0; round < 4; ++round)
@@ -166,7 +166,7 @@ TEST(MatrixProduct, ReachesAllOfTheAddressSpace)
 TEST(MatrixProduct, OfNegativeZerosTellsWhereTheChainStarts)
 {
     std::set<std::string> negative, positive;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (const ProductShape shape :
                  {ProductShape{3, 3, 3}, {6, 6, 6}, {2, 2, 2}, {3, 3, 4}}) {
@@ -221,7 +221,7 @@ TEST(MatrixProduct, Of64fIsTheSameInEveryPath)
                 left.push_back(draw(values, Element::f64, random));
             for (int n = 0; n < shape.inner * shape.columns; ++n)
                 right.push_back(draw(values, Element::f64, random));
-            for (const Export *e : builtExports("matrix_product"))
+            for (const Export *e : exportsOf("matrix_product"))
                 for (const Spread spread : {Spread::dense, Spread::strided}) {
                     if (e->element != "64f")
                         continue;
@@ -342,7 +342,7 @@ const Terms &tellingTerms(Element type, int n)
 TEST(MatrixProduct, IsOneChainInAscendingOrder)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_product"))
+    for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape : {ProductShape{4, 4, 4},
                                          {5, 5, 5},
                                          {6, 6, 6},
@@ -374,7 +374,7 @@ TEST(MatrixProduct, IsOneChainInAscendingOrder)
 TEST(MatrixProduct, ByElementTablesRoundsEverySum)
 {
     int compared = 0;
-    for (const Export *e : builtExports("matrix_product")) {
+    for (const Export *e : exportsOf("matrix_product")) {
         if (e->element != "32f" || e->description != "P")
             continue;
         for (const ProductShape shape :

@@ -57,7 +57,7 @@ void addAll(const Export &e, Sizes s, const Operand &a, const Operand &b, const 
 TEST(MatrixSums, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums")) {
+    for (const Export *e : exportsOf("matrix_sums")) {
         Random random(seed);
         const int n = random.between(3, 6), m = random.between(7, 9);
         for (const Sizes tried :
@@ -85,7 +85,7 @@ TEST(MatrixSums, InPlaceIsThePlainResult)
 {
     std::uint64_t seed = 1;
     int compared = 0;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (const Sizes s :
              {Sizes{3, 3, 4}, {4, 4, 1}, {6, 6, 9}, {7, 7, 2}, {5, 3, 3}, {19, 1, 2}})
             for (const char *name : {"src1", "src2"}) {

@@ -29,7 +29,7 @@ void checkOnce(const Export &e, std::uint64_t seed, Shape shape, int count, Valu
 TEST(MatrixSums, AreTheNaiveSums)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (int width = 1; width <= 9; ++width)
             for (const int height : {width, 10 - width, width % 3 + 1})
                 for (const int count : {1, 2, 3, 5})
@@ -41,7 +41,7 @@ TEST(MatrixSums, AreTheNaiveSums)
 TEST(MatrixSums, AreTheNaiveSumsForLongRunsAndManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape :
                  {Shape{1, 67}, {2, 33}, {67, 1}, {12, 11}, {3, 3}, {4, 4}, {8, 8}, {9, 8}})
@@ -53,7 +53,7 @@ TEST(MatrixSums, AreTheNaiveSumsForLongRunsAndManyObjects)
 TEST(MatrixSums, AreTheNaiveSumsForPackedObjectsOfAnyLength)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (int elements = 56; elements <= 140; ++elements) {
             const int rows = elements % 5 == 0 ? 5 : elements % 2 == 0 ? 2 : 1;
             checkOnce(*e, seed++, {rows, elements / rows}, 8, Values::uniform, Spread::dense);
@@ -63,7 +63,7 @@ TEST(MatrixSums, AreTheNaiveSumsForPackedObjectsOfAnyLength)
 TEST(MatrixSums, ReadAndWriteNoRowTooFar)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (const Shape shape : {Shape{3, 3}, {4, 4}, {5, 5}, {6, 6}, {2, 7}, {1, 13}, {4, 3}})
             for (const int count : {1, 5})
                 checkOnce(*e, seed++, shape, count, Values::uniform, Spread::fenced);
@@ -72,7 +72,7 @@ TEST(MatrixSums, ReadAndWriteNoRowTooFar)
 TEST(MatrixSums, ReachAllOfTheAddressSpace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_sums"))
+    for (const Export *e : exportsOf("matrix_sums"))
         for (const Shape shape : {Shape{2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 9}})
             for (int round = 0; round < 4; ++round)
                 checkOnce(*e, seed++, shape, 4, Values::uniform, Spread::vast);
@@ -83,7 +83,7 @@ TEST(MatrixSums, OfArraysAreTheSumsOfTheirObjects)
 {
     std::uint64_t seed = 1;
     int compared = 0;
-    for (const Export *e : builtExports("matrix_sums")) {
+    for (const Export *e : exportsOf("matrix_sums")) {
         std::string single;
         for (const char letter : e->group)
             if (letter != 'a')

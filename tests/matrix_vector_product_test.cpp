@@ -67,7 +67,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int rows, int inner, int cou
 TEST(MatrixVectorProduct, OfSquareMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_vector_product"))
+    for (const Export *e : exportsOf("matrix_vector_product"))
         for (int n = 1; n <= 9; ++n)
             for (const int count : {1, 2, 3, 8, 9})
                 for (const Values values : allValues())
@@ -77,7 +77,7 @@ TEST(MatrixVectorProduct, OfSquareMatrices)
 TEST(MatrixVectorProduct, OfAnyShape)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_vector_product"))
+    for (const Export *e : exportsOf("matrix_vector_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int rows = 1; rows <= 17; ++rows)
                 for (int inner = 1; inner <= 9; ++inner, ++seed)
@@ -88,7 +88,7 @@ TEST(MatrixVectorProduct, OfAnyShape)
 TEST(MatrixVectorProduct, OfLargerMatrices)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_vector_product"))
+    for (const Export *e : exportsOf("matrix_vector_product"))
         for (const Spread spread : {Spread::dense, Spread::strided})
             for (const int n : {15, 16, 17, 33}) {
                 checkOnce(*e, seed++, n, n, 3, Values::uniform, Values::uniform, spread);
@@ -100,7 +100,7 @@ TEST(MatrixVectorProduct, OfLargerMatrices)
 TEST(MatrixVectorProduct, OfNegativeZerosTellsWhereTheChainStarts)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("matrix_vector_product"))
+    for (const Export *e : exportsOf("matrix_vector_product"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const int rows : {2, 3, 4, 5, 6, 7})
                 for (const int inner : {2, 3, 4, 5, 6, 7})
@@ -149,7 +149,7 @@ TEST(MatrixVectorProduct, IsOneChainInAscendingOrder)
                     x.push_back(type == Element::f32 ? 1 : 1 + r.unit());
                 return x;
             });
-            for (const Export *e : builtExports("matrix_vector_product"))
+            for (const Export *e : exportsOf("matrix_vector_product"))
                 if ((e->element == "32f") == (type == Element::f32))
                     for (const Spread spread : {Spread::dense, Spread::strided})
                         for (const int rows : {inner, 13})

@@ -63,7 +63,7 @@ struct Substitution {
 TEST(QRBackSubst, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const Size size : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9}) {
                 for (const Values values : allValues()) {
@@ -78,7 +78,7 @@ TEST(QRBackSubst, IsTheReference)
 TEST(QRBackSubst, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const Size size : {Size{3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {3, 11}, {3, 111}})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 Substitution(*e, seed++, size, 50, Values::uniform, Values::uniform, spread)
@@ -89,7 +89,7 @@ TEST(QRBackSubst, IsTheReferenceForManyObjects)
 TEST(QRBackSubst, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const Size size : sizes)
             for (const int count : {1, 3, 4, 7, 9, 13})
                 Substitution(*e, seed++, size, count, Values::uniform, Values::uniform, Spread::any,
@@ -101,7 +101,7 @@ TEST(QRBackSubst, InPlaceIsTheSame)
 TEST(QRBackSubst, OfSize3AddsTheSecondReflectionLate)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (int round = 0; round < 50; ++round) {
             Substitution s(*e, seed++, {3, 3}, 9, Values::uniform, Values::uniform);
             ASSERT_EQ(s.call.run(), zonStsOk);
@@ -124,7 +124,7 @@ TEST(QRBackSubst, OfSize3AddsTheSecondReflectionLate)
 TEST(QRBackSubst, OfSizes3To6DoesNotTouchTheBuffer)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const int n : {3, 4, 5, 6})
             for (const int count : {1, 4, 7}) {
                 Call call(*e, seed++, isArray(*e) ? count : 1);
@@ -141,7 +141,7 @@ TEST(QRBackSubst, OfSizes3To6DoesNotTouchTheBuffer)
 TEST(QRBackSubst, DividesByZeroWithoutComplaint)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const Size size : sizes) {
             const int w = size.width;
             Substitution s(
@@ -158,7 +158,7 @@ TEST(QRBackSubst, DividesByZeroWithoutComplaint)
 
 TEST(QRBackSubst, OfSize1IsAQuotient)
 {
-    for (const Export *e : builtExports("qr_back_subst")) {
+    for (const Export *e : exportsOf("qr_back_subst")) {
         Substitution s(
             *e, 1, {1, 1}, 5, [](int, int, int) { return 3.; }, [](int, int, int) { return 10.; });
         s.check();
@@ -278,7 +278,7 @@ TEST(QRBackSubst, OfAnArrayIsThatOfEach)
 TEST(QRBackSubst, OfMoreColumnsThanRowsIsNone)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst")) {
+    for (const Export *e : exportsOf("qr_back_subst")) {
         Call call(*e, seed++, isArray(*e) ? 3 : 1);
         call.source("src1", {3, 3}, Values::uniform);
         call.source("src2", {3}, Values::uniform);
@@ -295,7 +295,7 @@ TEST(QRBackSubst, OfMoreColumnsThanRowsIsNone)
 TEST(QRBackSubst, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_back_subst"))
+    for (const Export *e : exportsOf("qr_back_subst"))
         for (const Size size : {Size{1, 1}, {2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

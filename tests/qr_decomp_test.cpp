@@ -77,7 +77,7 @@ struct Decomposition {
 TEST(QRDecomp, IsTheReference)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : sizes)
             for (const int count : {1, 2, 3, 4, 5, 8, 9}) {
                 for (const Values values : allValues())
@@ -90,7 +90,7 @@ TEST(QRDecomp, IsTheReference)
 TEST(QRDecomp, IsTheReferenceForManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size :
              {Size{3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {8, 8}, {3, 11}, {3, 111}})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
@@ -101,7 +101,7 @@ TEST(QRDecomp, IsTheReferenceForManyObjects)
 TEST(QRDecomp, InPlaceIsTheSame)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : sizes)
             for (const int count : {1, 4, 7, 9})
                 for (const Values values : {Values::uniform, Values::signedZeros})
@@ -112,7 +112,7 @@ TEST(QRDecomp, InPlaceIsTheSame)
 TEST(QRDecomp, TestsSumsOfSquaresAgainstTheLimit)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : {Size{1, 2}, {2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 5}})
             for (int step = 0; step < size.width; ++step)
                 for (const int object : {0, 1, 4, 6})
@@ -149,7 +149,7 @@ TEST(QRDecomp, TestsSumsOfSquaresAgainstTheLimit)
 TEST(QRDecomp, EndsAtTheFirstFailingObject)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp")) {
+    for (const Export *e : exportsOf("qr_decomp")) {
         if (!isArray(*e))
             continue;
         for (const Size size :
@@ -174,7 +174,7 @@ TEST(QRDecomp, TakesNotANumberAndInfinitiesAtEachPlace)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : {Size{1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {3, 7}})
             for (int place = 0; place < size.width * size.height; ++place)
                 for (const double value :
@@ -195,7 +195,7 @@ TEST(QRDecomp, OfTheExamples)
 {
     std::uint64_t seed = 1;
     const auto all = [](double value) { return [=](int, int, int) { return value; }; };
-    for (const Export *e : builtExports("qr_decomp")) {
+    for (const Export *e : exportsOf("qr_decomp")) {
         Decomposition identity(*e, seed++, {2, 2}, 3, [](int, int i, int j) { return i == j; });
         EXPECT_EQ(identity.check(), zonStsOk);
         const double r[2][2] = {{-1, 0}, {0, 1}};
@@ -238,7 +238,7 @@ TEST(QRDecomp, OfTheExamples)
 TEST(QRDecomp, GivesTheMatrixBack)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : sizes)
             for (int kind = 0; kind < 3; ++kind) {
                 const int w = size.width, h = size.height;
@@ -290,7 +290,7 @@ TEST(QRDecomp, GivesTheMatrixBack)
 TEST(QRDecomp, OfMoreColumnsThanRowsIsNone)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp")) {
+    for (const Export *e : exportsOf("qr_decomp")) {
         Call call(*e, seed++, isArray(*e) ? 3 : 1);
         call.source("src", {3, 3}, Values::uniform);
         call.output("dst", {3, 3});
@@ -305,7 +305,7 @@ TEST(QRDecomp, OfMoreColumnsThanRowsIsNone)
 TEST(QRDecomp, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("qr_decomp"))
+    for (const Export *e : exportsOf("qr_decomp"))
         for (const Size size : {Size{1, 1}, {2, 2}, {3, 3}, {4, 4}, {6, 6}, {7, 7}, {3, 8}, {2, 5}})
             for (const int count : {1, 4, 9}) {
                 if (!isArray(*e) && count > 1)

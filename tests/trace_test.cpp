@@ -44,7 +44,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int width, int count, Fill v
 TEST(Trace, OfEverySize)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("trace"))
+    for (const Export *e : exportsOf("trace"))
         for (const int width : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 33})
             for (const int count : {1, 2, 3, 5, 8, 9})
                 for (const Values values : allValues())
@@ -54,7 +54,7 @@ TEST(Trace, OfEverySize)
 TEST(Trace, OfEveryLayout)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("trace"))
+    for (const Export *e : exportsOf("trace"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int width = 1; width <= 9; ++width)
                 for (const Values values : {Values::manyExponents, Values::signedZeros})
@@ -63,7 +63,7 @@ TEST(Trace, OfEveryLayout)
 
 TEST(Trace, TellsItsOrderFromTheOther)
 {
-    for (const Export *e : builtExports("trace"))
+    for (const Export *e : exportsOf("trace"))
         for (std::size_t n = 3; n <= 6; ++n)
             for (const Spread spread : {Spread::dense, Spread::strided}) {
                 const Element type = e->element == "32f" ? Element::f32 : Element::f64;
@@ -82,7 +82,7 @@ TEST(Trace, TellsItsOrderFromTheOther)
 // From 0.0 a sum of -0.0 only is +0.0; from its first term it stays -0.0.
 TEST(Trace, OfNegativeZerosTellsWhereTheSumStarts)
 {
-    for (const Export *e : builtExports("trace"))
+    for (const Export *e : exportsOf("trace"))
         for (int width = 1; width <= 8; ++width) {
             Call call(*e, 1, e->argument("count") ? 3 : 1);
             call.source("src", {width, width}, [](int, int, int) { return -0.0; });

@@ -39,7 +39,7 @@ const References references = {
 
 std::vector<const Export *> kitExports()
 {
-    auto list = builtExports("transforms");
+    auto list = exportsOf("transforms");
     std::erase_if(list, [](const Export *e) { return !e->operands.empty(); });
     return list;
 }
@@ -49,7 +49,7 @@ std::string sourceOf(const Export *e) { return e->argument("src") ? "src" : "src
 
 TEST(Transforms, AreAllThere)
 {
-    EXPECT_EQ(builtExports("transforms").size(), 19u);
+    EXPECT_EQ(exportsOf("transforms").size(), 19u);
     EXPECT_EQ(references.size(), 18u); // and the general one
     EXPECT_EQ(kitExports().size(), 18u);
 }

@@ -31,7 +31,7 @@ void checkOnce(const Export &e, std::uint64_t seed, Shape shape, int objects,
 TEST(Transpose, MovesBits)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("transpose"))
+    for (const Export *e : exportsOf("transpose"))
         for (int width = 1; width <= 9; ++width)
             for (int height = 1; height <= 9; ++height)
                 for (const int count : {1, 2, 5, 17})
@@ -42,7 +42,7 @@ TEST(Transpose, MovesBits)
 TEST(Transpose, MovesLongRowsAndManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("transpose"))
+    for (const Export *e : exportsOf("transpose"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const Shape shape : {Shape{1, 67},
                                       {2, 130},
@@ -62,7 +62,7 @@ TEST(Transpose, MovesLongRowsAndManyObjects)
 TEST(Transpose, TouchesElementsOnly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("transpose"))
+    for (const Export *e : exportsOf("transpose"))
         for (const Shape shape : {Shape{1, 1}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {3, 7}, {9, 2}})
             for (const int count : {1, 3})
                 checkOnce(*e, seed++, shape, count, Spread::fenced);
@@ -73,7 +73,7 @@ TEST(Transpose, TouchesElementsOnly)
 TEST(Transpose, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("transpose"))
+    for (const Export *e : exportsOf("transpose"))
         for (const Shape shape :
              {Shape{3, 3}, {4, 4}, {5, 5}, {6, 6}, {2, 5}, {7, 7}, {1, 4}, {4, 18}, {9, 8}})
             for (const int objects : {1, 3, 9}) {

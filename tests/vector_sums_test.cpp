@@ -55,7 +55,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int len, int count, Values v
 TEST(VectorSums, AreTheNaiveSums)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("vector_sums"))
+    for (const Export *e : exportsOf("vector_sums"))
         for (int len = 1; len <= 9; ++len)
             for (const int count : {1, 2, 5})
                 for (const Values values : allValues())
@@ -65,7 +65,7 @@ TEST(VectorSums, AreTheNaiveSums)
 TEST(VectorSums, AreTheNaiveSumsForLongRunsAndManyObjects)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("vector_sums"))
+    for (const Export *e : exportsOf("vector_sums"))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (const int len : {1, 2, 3, 4, 5, 6, 9, 16, 25, 31, 36, 63, 64, 65, 67, 131})
                 for (const int count : {1, 7, 8, 9, 25})
@@ -83,7 +83,7 @@ bool holdsSingle(const Export &e, int len)
 TEST(VectorSums, TouchesElementsOnly)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("vector_sums"))
+    for (const Export *e : exportsOf("vector_sums"))
         for (int len = 1; len <= 9; ++len)
             for (const int count : {1, 3})
                 checkOnce(*e, seed++, len, count, Values::uniform, Spread::fenced);
@@ -92,7 +92,7 @@ TEST(VectorSums, TouchesElementsOnly)
 TEST(VectorSums, InOneMemory)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports("vector_sums"))
+    for (const Export *e : exportsOf("vector_sums"))
         for (const int len : {1, 3, 4, 5, 6, 7, 18})
             for (const int objects : {1, 3, 9}) {
                 OneMemory call(*e, seed++, objects);
@@ -126,7 +126,7 @@ TEST(VectorSums, InPlaceIsThePlainResult)
 {
     std::uint64_t seed = 1;
     int compared = 0;
-    for (const Export *e : builtExports("vector_sums"))
+    for (const Export *e : exportsOf("vector_sums"))
         for (const int len : {1, 3, 6, 7, 40})
             for (const char *name : {"src", "src1", "src2"}) {
                 const OperandInfo *o = e->operand(name);

@@ -7,7 +7,7 @@ lengths of plain pointers and the limits of the families. zonm.schema.json descr
 
 import json
 
-from families import BUILT, FAMILIES, STATUSES
+from families import FAMILIES, STATUSES
 from manifest import ELEMENT_TYPES, EXPORTS, STATUS_OF_STEP, is_array
 
 ELEMENT_SIZES = {"32f": 4, "64f": 8}
@@ -234,12 +234,12 @@ def argument(e, a, sized):
     return entry
 
 
-def export(e, is_built, shape_condition):
+def export(e, shape_condition):
     sized = size_roles(e)
     return {
         "ordinal": e.ordinal, "name": e.name, "family": e.family, "operation": e.operation,
         "group": e.group, "element": e.element, "description": e.description,
-        "returns": e.returns.strip(" *"), "built": is_built(e),
+        "returns": e.returns.strip(" *"),
         "operands": [{"name": o.name, "kind": {"m": "matrix", "v": "vector", "c": "constant"}[o.kind],
                       "array": o.array, "transposed": o.transposed,
                       "description": o.description or "strided", "output": o.output, "shape": shape(e, o)}
@@ -256,11 +256,11 @@ def families():
     subsystem = ""
     for key, family in FAMILIES.items():
         subsystem = family.subsystem or subsystem
-        yield {"key": key, "title": family.title, "subsystem": subsystem, "built": key in BUILT,
+        yield {"key": key, "title": family.title, "subsystem": subsystem,
                "limits": LIMITS.get(key, [])}
 
 
-def document(version, is_built, shape_condition):
+def document(version, shape_condition):
     """One line for each status, family and export."""
     def lines(items):
         return "[\n" + ",\n".join(json.dumps(x, separators=(",", ":")) for x in items) + "\n]"
@@ -269,7 +269,7 @@ def document(version, is_built, shape_condition):
               for name, ctype, o32, o64 in VERSION_RECORD]
     elements = {key: {"type": ELEMENT_TYPES[key], "size": size} for key, size in ELEMENT_SIZES.items()}
     statuses = [{"name": name, "value": value, "meaning": meaning} for name, value, meaning in STATUSES]
-    exports = [export(e, is_built, shape_condition) for e in sorted(EXPORTS, key=lambda e: e.ordinal)]
+    exports = [export(e, shape_condition) for e in sorted(EXPORTS, key=lambda e: e.ordinal)]
     return (f'{{"$schema": "zonm.schema.json", "version": "{version}",\n'
             f'"elements": {json.dumps(elements)},\n"statuses": {lines(statuses)},\n'
             f'"versionRecord": {lines(record)},\n"families": {lines(families())},\n'

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The families as the header presents them, and the functions that the built ones are bound to."""
+"""The families as the header presents them, and the functions that they are bound to."""
 
 from dataclasses import dataclass, field
 

@@ -47,7 +47,7 @@ void checkOnce(const Export &e, std::uint64_t seed, int len, int count, Values v
 TEST(Combinations, OfEveryLength)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const int len : {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 33})
             for (const int count : {1, 2, 3, 8, 9})
                 for (const Values values : allValues())
@@ -57,7 +57,7 @@ TEST(Combinations, OfEveryLength)
 TEST(Combinations, OfEveryLayout)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
             for (int len = 1; len <= 19; ++len)
                 for (const int count : {1, 2, 5})
@@ -67,7 +67,7 @@ TEST(Combinations, OfEveryLayout)
 TEST(Combinations, InPlace)
 {
     std::uint64_t seed = 1;
-    for (const Export *e : builtExports(family))
+    for (const Export *e : exportsOf(family))
         for (const char *place : {"src1", "src2"})
             for (const Spread spread : {Spread::dense, Spread::denseRows, Spread::strided})
                 for (const int len : {1, 2, 3, 4, 5, 6, 7, 9, 17}) {
@@ -89,7 +89,7 @@ TEST(Combinations, InPlace)
 // A 64f product and its sum are two roundings; 32f rounds once, from double.
 TEST(Combinations, RoundAsTheFormulaSays)
 {
-    for (const Export *e : builtExports(family)) {
+    for (const Export *e : exportsOf(family)) {
         Call call(*e, 1, e->argument("count") ? 3 : 1);
         const bool narrow = e->element == "32f";
         const double x = narrow ? 1 + 0x1p-12 : 1 + 0x1p-30;

@@ -45,9 +45,9 @@ struct EveryExportHasADigest : testing::Environment {
         if (run.test_to_run_count() < run.total_test_count())
             return;
         const std::string program = program_invocation_short_name;
-        for (const Export *e : builtExports())
-            if (e->family + "_test" == program && !digest().sums.contains(e->name))
-                ADD_FAILURE() << "no test has a result of " << e->name;
+        for (const Export &e : allExports())
+            if (e.family + "_test" == program && !digest().sums.contains(e.name))
+                ADD_FAILURE() << "no test has a result of " << e.name;
     }
 };
 

@@ -67,7 +67,7 @@ ZonStatus invoke(std::string_view exportName, std::span<const Argument> argument
 {
     const auto it = callees.find(exportName);
     if (it == callees.end())
-        throw std::invalid_argument("not built: " + std::string(exportName));
+        throw std::invalid_argument("no such export: " + std::string(exportName));
     const std::string_view text = description.empty() ? exportName : description;
     running[text.copy(running, sizeof running - 1)] = '\0';
     return it->second.call(it->second.address, arguments);

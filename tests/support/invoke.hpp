@@ -36,8 +36,8 @@ class Argument
     std::variant<std::monostate, const void *, std::int32_t, double> value;
 };
 
-// Throws if the export is not built or takes another number of arguments. A fault in the call ends
-// the process; it is reported with the description.
+// Throws if there is no such export or it takes another number of arguments. A fault in the call
+// ends the process; it is reported with the description.
 ZonStatus invoke(std::string_view exportName, std::span<const Argument> arguments,
                  std::string_view description = {});
 

@@ -23,7 +23,6 @@ Export parse(const json &j)
              j.at("element"),
              j.at("description"),
              j.at("returns"),
-             j.at("built"),
              {},
              {},
              {},
@@ -63,21 +62,14 @@ const std::vector<Export> &allExports()
     return exports;
 }
 
-std::vector<const Export *> builtExports()
+std::vector<const Export *> exportsOf(std::string_view family)
 {
     std::vector<const Export *> list;
     for (const Export &e : allExports())
-        if (e.built)
+        if (e.family == family)
             list.push_back(&e);
-    return list;
-}
-
-std::vector<const Export *> builtExports(std::string_view family)
-{
-    auto list = builtExports();
-    std::erase_if(list, [&](const Export *e) { return e->family != family; });
     if (list.empty())
-        throw std::invalid_argument("no built export in family " + std::string(family));
+        throw std::invalid_argument("no export in family " + std::string(family));
     return list;
 }
 

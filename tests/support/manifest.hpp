@@ -26,7 +26,6 @@ struct Check {
 struct Export {
     int ordinal;
     std::string name, family, operation, group, element, description, returns;
-    bool built;
     std::vector<OperandInfo> operands;
     std::vector<ArgumentInfo> arguments;
     std::vector<Check> checks;
@@ -39,9 +38,8 @@ struct Export {
 // All 874, by ordinal.
 const std::vector<Export> &allExports();
 
-std::vector<const Export *> builtExports();
 // What a family's test loops over; throws if there is none.
-std::vector<const Export *> builtExports(std::string_view family);
+std::vector<const Export *> exportsOf(std::string_view family);
 
 const Export &exportNamed(std::string_view name); // throws if there is none
 
