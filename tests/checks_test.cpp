@@ -106,6 +106,8 @@ std::vector<const Export *> exportsWithChecks()
 // Operands on which every family succeeds: well conditioned matrices, indices in range.
 void laySound(Call &call, const Export &e, int size)
 {
+    if (e.family == "cross_product") // its vectors have three elements, and it no size
+        size = 3;
     for (const ArgumentInfo &a : e.arguments) {
         const bool head = a.role == "pointer" || a.role == "table";
         const OperandInfo *o = head ? e.operand(a.name) : nullptr;
