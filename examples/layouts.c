@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <zonm.h>
 
@@ -15,6 +16,14 @@ static double packed[COUNT][3][3], interleaved[3][3][COUNT], pool[COUNT][3][3], 
 static Body bodies[COUNT];
 static double *objects[COUNT], *elements[9];
 static const double *sourceObjects[COUNT], *sourceElements[9];
+
+static void must(ZonStatus status)
+{
+    if (status != zonStsOk) {
+        fprintf(stderr, "%s\n", zonmStatusText(status));
+        exit(1);
+    }
+}
 
 /* Takes the matrices out of their layout again, all in a row, and compares. */
 static void report(const char *layout, ZonStatus status, const double *dense)
@@ -38,17 +47,20 @@ int main(void)
         sourceElements[e] = elements[e] = columns[8 - e]; /* anywhere */
 
     /* From the packed array to each of the others. */
-    zonmCopy_ma_64f_SS(first, MATRIX, ROW, ELEMENT, plane, ELEMENT, 3 * line, line, 3, 3, COUNT);
-    zonmCopy_ma_64f_SS(first, MATRIX, ROW, ELEMENT, pose, body, ROW, ELEMENT, 3, 3, COUNT);
-    zonmCopy_ma_64f_SL(first, MATRIX, ROW, ELEMENT, objects, 0, ROW, ELEMENT, 3, 3, COUNT);
-    zonmCopy_ma_64f_SP(first, MATRIX, ROW, ELEMENT, elements, 0, ELEMENT, 3, 3, COUNT);
+    must(zonmCopy_ma_64f_SS(first, MATRIX, ROW, ELEMENT, plane, ELEMENT, 3 * line, line, 3, 3,
+                            COUNT));
+    must(zonmCopy_ma_64f_SS(first, MATRIX, ROW, ELEMENT, pose, body, ROW, ELEMENT, 3, 3, COUNT));
+    must(zonmCopy_ma_64f_SL(first, MATRIX, ROW, ELEMENT, objects, 0, ROW, ELEMENT, 3, 3, COUNT));
+    must(zonmCopy_ma_64f_SP(first, MATRIX, ROW, ELEMENT, elements, 0, ELEMENT, 3, 3, COUNT));
 
     /* The same work where they lie: all of them doubled, in place. */
-    zonmMul_mac_64f(first, MATRIX, ROW, ELEMENT, 2, first, MATRIX, ROW, ELEMENT, 3, 3, COUNT);
-    zonmMul_mac_64f(plane, ELEMENT, 3 * line, line, 2, plane, ELEMENT, 3 * line, line, 3, 3, COUNT);
-    zonmMul_mac_64f(pose, body, ROW, ELEMENT, 2, pose, body, ROW, ELEMENT, 3, 3, COUNT);
-    zonmMul_mac_64f_L(sourceObjects, 0, ROW, ELEMENT, 2, objects, 0, ROW, ELEMENT, 3, 3, COUNT);
-    zonmMul_mac_64f_P(sourceElements, 0, ELEMENT, 2, elements, 0, ELEMENT, 3, 3, COUNT);
+    must(zonmMul_mac_64f(first, MATRIX, ROW, ELEMENT, 2, first, MATRIX, ROW, ELEMENT, 3, 3, COUNT));
+    must(zonmMul_mac_64f(plane, ELEMENT, 3 * line, line, 2, plane, ELEMENT, 3 * line, line, 3, 3,
+                         COUNT));
+    must(zonmMul_mac_64f(pose, body, ROW, ELEMENT, 2, pose, body, ROW, ELEMENT, 3, 3, COUNT));
+    must(zonmMul_mac_64f_L(sourceObjects, 0, ROW, ELEMENT, 2, objects, 0, ROW, ELEMENT, 3, 3,
+                           COUNT));
+    must(zonmMul_mac_64f_P(sourceElements, 0, ELEMENT, 2, elements, 0, ELEMENT, 3, 3, COUNT));
 
     /* And back, without gaps. */
     report("interleaved", zonmExtract_ma_64f(plane, ELEMENT, 3 * line, line, out, 3, 3, COUNT),

@@ -427,8 +427,9 @@ TEST(CholeskyDecomp, OfAnArrayIsThatOfEach)
                                       std::vector<Argument>{&a[offset], n * size, size,
                                                             &one[offset], pitch * size, size, n});
                     }
-                    if (pitch == n)
+                    if (pitch == n) {
                         ASSERT_EQ(each, zonStsOk);
+                    }
                     ASSERT_EQ(invoke(element == Element::f32 ? "zonmCholeskyDecomp_ma_32f"
                                                              : "zonmCholeskyDecomp_ma_64f",
                                      std::vector<Argument>{a.data(), matrix * size, n * size, size,

@@ -135,7 +135,7 @@ TEST(LibraryFile, NeedsNothingButTheCLibrary)
     if (sanitized)
         GTEST_SKIP() << "the sanitizers add symbols of their own";
     static const std::set<std::string> allowed = {
-        "memcpy", "memmove", "memset", "memcmp", "sin", "cos", "sqrt",
+        "memcpy", "memmove", "memset", "memcmp", "sin", "cos", "sincos", "sqrt",
         // Asked for if the process has it.
         "zonGetEnabledCpuFeatures",
         // Every shared object of this platform asks for these.

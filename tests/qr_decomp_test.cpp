@@ -367,8 +367,9 @@ TEST(QRDecomp, OfAnArrayIsThatOfEach)
             const ZonStatus status =
                 zonmQRDecomp_ma_64f(a.data(), object, row, element, buffer.data(), array.data(),
                                     object, pitch * element, element, w, h, count);
-            if (pitch == w)
+            if (pitch == w) {
                 ASSERT_EQ(status, zonStsOk);
+            }
             ZonStatus each = zonStsOk;
             for (int k = 0; k < count && each == zonStsOk; ++k)
                 each = zonmQRDecomp_m_64f(&a[std::size_t(k * w * h)], row, element, buffer.data(),

@@ -9,7 +9,7 @@
 // temporary: where dst overlaps a source, later elements come from what earlier ones have left.
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
-#include "frame/groups.hpp"
+#include "frame/overlap.hpp"
 #include "products/terms.hpp"
 #include "zonm.h"
 
@@ -37,28 +37,21 @@ ZONM_INLINED inline void crossOne(const A &a, const B &b, const D &d)
 template <class A, class B, class D>
 [[gnu::noinline]] void crossGroups(A src1, B src2, D dst, int32_t count)
 {
-    const auto together = [&](Group group) ZONM_INLINED {
-        Lanes result[interleaved][3];
-        const auto a = viewsOf(src1, group);
-        const auto b = viewsOf(src2, group);
-        unrolled<0, interleaved>([&](auto r) ZONM_INLINED {
-            Doubles<objectLanes> left[3], right[3];
-            gatherTurned(left, a[r]);
-            gatherTurned(right, b[r]);
+    int32_t k = 0;
+    // Within an object too, what is written must not be what is read.
+    if (areIndependent(Regions(count, dst), Regions(count, src1, src2), count))
+        for (; k <= count - objectLanes; k += objectLanes) {
+            Doubles<objectLanes> left[3], right[3], result[3];
+            gatherTurned(left, laneViews(src1, k));
+            gatherTurned(right, laneViews(src2, k));
             unrolled<0, 3>([&](auto i) ZONM_INLINED {
-                result[r][i].v = crossElement<i>([&](int p) ZONM_INLINED { return left[p]; },
-                                                 [&](int p) ZONM_INLINED { return right[p]; });
+                result[i] = crossElement<i>([&](int p) ZONM_INLINED { return left[p]; },
+                                            [&](int p) ZONM_INLINED { return right[p]; });
             });
-        });
-        const auto d = viewsOf(dst, group);
-        unrolled<0, interleaved>([&](auto r) ZONM_INLINED { scatterVectors(result[r], d[r]); });
-        return true;
-    };
-    const auto one = [&](int32_t k) ZONM_INLINED {
+            scatterTurned(result, laneViews(dst, k));
+        }
+    for (; k < count; ++k)
         crossOne(src1(k), src2(k), dst(k));
-        return true;
-    };
-    forEachGroup(count, std::tie(dst), std::tie(src1, src2), together, one);
 }
 
 template <class A, class B, class D>
