@@ -203,9 +203,9 @@ inline bool areIndependent(const Regions<W...> &written, const Regions<R...> &re
         return !meet(w.whole, r.whole) || areSameInterleaved(w.objects, r.objects, count);
     };
     const auto withAllRead = [&](const auto &w) {
-        return std::apply([&](auto &...r) { return (... & pair(w, r)); }, read.regions);
+        return std::apply([&](auto &...r) { return (... && pair(w, r)); }, read.regions);
     };
-    return std::apply([&](auto &...w) { return (... & withAllRead(w)); }, written.regions);
+    return std::apply([&](auto &...w) { return (... && withAllRead(w)); }, written.regions);
 }
 
 // The same where the two may also be the very same objects, each read before it is written.

@@ -87,7 +87,9 @@ template <int N> ZONM_INLINED inline TwoPoints loadTwo(const float *p, const flo
 
 template <int N> ZONM_INLINED inline void storeTwo(float *p, float *q, const TwoPoints &t)
 {
-    const auto &[x, y, z] = t.coordinate;
+    const auto &x = t.coordinate[0];
+    const auto &y = t.coordinate[1];
+    [[maybe_unused]] const auto &z = t.coordinate[2];
     Numbers<N> a, b;
     a.pair[0] = Pair{x[0], y[0]};
     b.pair[0] = Pair{x[1], y[1]};
@@ -121,7 +123,9 @@ struct MatrixForTwo {
 ZONM_INLINED inline TwoPoints transformedPoint(const MatrixForTwo &matrix, const TwoPoints &t)
 {
     const auto &m = matrix.m;
-    const auto &[x, y, z] = t.coordinate;
+    const auto &x = t.coordinate[0];
+    const auto &y = t.coordinate[1];
+    [[maybe_unused]] const auto &z = t.coordinate[2];
     Pair sum[4];
     unrolled<0, 4>([&](auto j) ZONM_INLINED {
         sum[j] = (m[1][j] * y + (m[0][j] * x + m[3][j])) + m[2][j] * z;

@@ -113,7 +113,9 @@ ZonStatus transformPoint(const float *src1, const float *src2, int32_t src2Strid
     const MatrixForTwo matrix(src1);
     const auto &m = matrix.m;
     forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
-        const auto &[x, y, z] = t.coordinate;
+        const auto &x = t.coordinate[0];
+        const auto &y = t.coordinate[1];
+        [[maybe_unused]] const auto &z = t.coordinate[2];
         Pair outer[4], inner[4];
         unrolled<0, 4>([&](auto j) ZONM_INLINED {
             outer[j] = y * m[1][j] + m[3][j];
@@ -183,7 +185,9 @@ ZonStatus transformNormal(const float *src1, const float *src2, int32_t src2Stri
     const MatrixForTwo matrix(src1);
     const auto &m = matrix.m;
     forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
-        const auto &[x, y, z] = t.coordinate;
+        const auto &x = t.coordinate[0];
+        const auto &y = t.coordinate[1];
+        [[maybe_unused]] const auto &z = t.coordinate[2];
         TwoPoints normals = {};
         unrolled<0, N>([&](auto j) ZONM_INLINED {
             normals.coordinate[j] = m[0][j] * x + m[1][j] * y;
@@ -250,7 +254,9 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
             for (int i = 0; i < n; ++i)
                 points[i] = rounded(transformedPoint(matrix, points[i]));
         for (int i = 0; i < n; ++i) {
-            const auto &[x, y, z] = points[i].coordinate;
+            const auto &x = points[i].coordinate[0];
+            const auto &y = points[i].coordinate[1];
+            [[maybe_unused]] const auto &z = points[i].coordinate[2];
             storeTwo<3>(vectorAt(dst, dstStride0, k + 2 * i),
                         vectorAt(dst, dstStride0, at(k + 2 * i + 1)),
                         TwoPoints{viewport.x(x), viewport.y(y), viewport.z(z)});
