@@ -159,19 +159,22 @@ template <class A, class B> inline bool areSame(const A &a, const B &b)
     const auto alike = [](const auto *p, const auto *q) {
         return static_cast<const void *>(p) == static_cast<const void *>(q);
     };
-    const auto sameSteps = [&] {
-        if constexpr (std::remove_cvref_t<decltype(a.first)>::rank == 1)
-            return a.first.at(1) == b.first.at(1);
-        else
-            return a.first.at(1, 0) == b.first.at(1, 0) && a.first.at(0, 1) == b.first.at(0, 1);
-    };
-    const bool sameOrigins = a.origins.shift == b.origins.shift && a.origins.step == b.origins.step;
-    if constexpr (requires { a.first.table; })
-        return sameOrigins && alike(a.first.table, b.first.table);
-    else if (a.origins.isTable() || b.origins.isTable())
-        return sameOrigins && sameSteps() && alike(a.origins.table, b.origins.table);
-    else
-        return sameOrigins && sameSteps() && a.origins(0) == b.origins(0);
+    if (a.origins.shift != b.origins.shift || a.origins.step != b.origins.step)
+        return false;
+    if constexpr (requires { a.first.table; }) {
+        return alike(a.first.table, b.first.table);
+    } else {
+        const auto x = stridedView(a.first);
+        const auto y = stridedView(b.first);
+        if constexpr (std::remove_cvref_t<decltype(x)>::rank == 1) {
+            if (x.step != y.step)
+                return false;
+        } else if (x.rowStep != y.rowStep || x.columnStep != y.columnStep) {
+            return false;
+        }
+        return a.origins.isTable() || b.origins.isTable() ? alike(a.origins.table, b.origins.table)
+                                                          : a.origins(0) == b.origins(0);
+    }
 }
 
 // Whether they are interleaved as well, so that all objects' elements of one place lie together.
