@@ -31,6 +31,22 @@ endif()
 # double that it came from: units with 32f arithmetic do without it.
 set(ZONM_ROUNDING $<$<CXX_COMPILER_ID:GNU>:-fno-tree-slp-vectorize>)
 
+# Where the processor has fused operations, it also forms alternating ones (vfmaddsub) in spite of
+# -ffp-contract=off: there 64f does without it too.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_FLAGS ${ZONM_ARITHMETIC})
+list(FILTER CMAKE_REQUIRED_FLAGS INCLUDE REGEX "^-m")
+list(JOIN CMAKE_REQUIRED_FLAGS " " CMAKE_REQUIRED_FLAGS)
+check_cxx_source_compiles("#if !defined(__FMA__) && !defined(__FP_FAST_FMA)
+#error
+#endif
+int main() {}" ZONM_HAS_FUSED_OPERATIONS)
+unset(CMAKE_REQUIRED_FLAGS)
+set(ZONM_UNFUSED)
+if(ZONM_HAS_FUSED_OPERATIONS)
+  set(ZONM_UNFUSED ${ZONM_ROUNDING})
+endif()
+
 # The products are written in an order in which registers suffice; this pass of GCC would put off
 # the arithmetic to the stores and spill.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
@@ -75,7 +91,8 @@ zonm_objects(zonm_frame SOURCES ${ZONM_FRAME} DEFINITIONS ZONM_VERSION="${PROJEC
   ZONM_PATCH=${PROJECT_VERSION_PATCH})
 zonm_objects(zonm_families_32f SOURCES ${ZONM_FAMILIES} DEFINITIONS ZONM_ELEMENT=32
   OPTIONS ${ZONM_ROUNDING})
-zonm_objects(zonm_families_64f SOURCES ${ZONM_FAMILIES_64F} DEFINITIONS ZONM_ELEMENT=64)
+zonm_objects(zonm_families_64f SOURCES ${ZONM_FAMILIES_64F} DEFINITIONS ZONM_ELEMENT=64
+  OPTIONS ${ZONM_UNFUSED})
 set(ZONM_OBJECTS $<TARGET_OBJECTS:zonm_frame>
   $<TARGET_OBJECTS:zonm_families_32f> $<TARGET_OBJECTS:zonm_families_64f>)
 
