@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Copies into dense memory: dst[k*width*height + i*width + j] = src[k](i, j), bit by bit, in the
-// order k, i, j as far as anybody can see.
+// order k, i, j wherever dst meets src; another order runs only where that cannot show.
 #include "elementwise/moves.hpp"
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"

@@ -24,7 +24,7 @@ namespace
 enum class Form { single, array };
 
 struct Rules {
-    // By ascending columns, except where the closed formula is older than this rule.
+    // By ascending columns, except where the closed formula fixes another order.
     template <int N> struct Order {
         static constexpr bool ascends(unsigned columns)
         {
