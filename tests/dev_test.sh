@@ -33,6 +33,7 @@ expect 2 "test takes one preset" ./dev test release debug
 expect 2 "needs a C file" ./dev run
 expect 2 "unrecognized arguments: --quikc" ./dev bench --quikc
 expect 2 "only a full run is published" ./dev bench --publish --quick
+expect 2 "only a full run is published" ./dev bench --publish --against clang
 
 # A peer that does not know the processor is marked.
 expect 0 "OpenBLAS ran with kernels for 16-byte registers, below the processor's 32" python3 -B -c '
