@@ -134,6 +134,20 @@ TEST(MatrixProduct, OfManyObjects)
                 checkOnce(*e, seed++, {n, n, n}, 40, Values::uniform, spread);
 }
 
+// Registers of several objects, and the last ones again.
+TEST(MatrixProduct, OfInterleavedObjects)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("matrix_product")) {
+        for (int n = 1; n <= 9; ++n)
+            for (const int count : {1, 3, 4, 5, 6, 7, 8, 9, 17})
+                checkOnce(*e, seed++, {n, n, n}, count,
+                          n % 2 ? Values::manyExponents : Values::signedZeros, Spread::interleaved);
+        for (const ProductShape shape : {ProductShape{1, 9, 4}, {9, 1, 4}, {2, 7, 3}, {5, 3, 1}})
+            checkOnce(*e, seed++, shape, 9, Values::manyExponents, Spread::interleaved);
+    }
+}
+
 TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;

@@ -34,9 +34,9 @@ bool isMarkedUnwritten(Element e, const std::byte *p)
 
 Call::Call(const Export &e, std::uint64_t s, int count, Spread wanted)
     : callee(e), seed(s), objects(count), generator(s),
-      spread(wanted == Spread::any
-                 ? generator.pick({Spread::dense, Spread::denseRows, Spread::strided})
-                 : wanted)
+      spread(wanted == Spread::any ? generator.pick({Spread::dense, Spread::denseRows,
+                                                     Spread::strided, Spread::interleaved})
+                                   : wanted)
 {
     if (e.argument("count"))
         set("count", count);
@@ -231,7 +231,7 @@ void Call::expectNothingTouched() const
 
 std::string Call::describe() const
 {
-    static const char *const spreads[] = {"dense", "dense rows", "strided",
+    static const char *const spreads[] = {"dense", "dense rows", "strided", "interleaved",
                                           "any",   "fenced",     "vast"};
     std::string text = callee.name + " (seed " + std::to_string(seed) + ", " + spreads[int(spread)];
     for (const ArgumentInfo &a : callee.arguments) {
