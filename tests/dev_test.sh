@@ -29,6 +29,7 @@ expect 2 "not '--chek'" ./dev format --chek
 expect 2 "demo takes no arguments" ./dev demo --quick
 expect 2 "generate takes no arguments" ./dev generate --check
 expect 2 "no preset 'relase'" ./dev test relase
+expect 2 "no build 'g++-O4'" ./dev bits g++-O4
 expect 2 "test takes one preset" ./dev test release debug
 expect 2 "needs a C file" ./dev run
 expect 2 "unrecognized arguments: --quikc" ./dev bench --quikc
