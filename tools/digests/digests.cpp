@@ -97,14 +97,18 @@ template <class T> struct Operand {
     }
 };
 
+// Every table has as many entries as the largest operand of the call needs.
 template <class T> void tabulate(Operand<T> &o, const Setting &s, bool ofElements)
 {
     const Steps<T> steps(s);
-    const int entries = ofElements ? s.width * s.height : s.count;
-    for (int e = 0; e < entries; ++e)
-        o.table[e] = o.elements + (ofElements ? e / s.width * steps.row + e % s.width * steps.element
+    const int side = Steps<T>::side(s), entries = ofElements ? side * side : s.count;
+    for (int e = 0; e < entries; ++e) {
+        const int element = s.width == s.height ? e / side * steps.row + e % side * steps.element
+                                                : e * steps.element;
+        o.table[e] = o.elements + (ofElements ? element
                                    : s.gaps   ? (entries - 1 - e) * steps.object
                                               : e * steps.object);
+    }
 }
 
 // A call ---------------------------------------------------------------------------------------
@@ -253,11 +257,14 @@ void take(Digest &digest, const Export &e, const Setting &s)
 
 void takeAll(Digest &digest, const Export &e)
 {
-    const bool isArray = std::strchr(e.roles, 'c'), isSized = std::strpbrk(e.roles, "whn");
+    const bool isArray = std::strchr(e.roles, 'c'), isSized = std::strpbrk(e.roles, "whn"),
+               isSquare = std::strchr(e.roles, 'n');
     for (int n = 1; n <= largest; ++n)
         for (const int width : {n, n - 1, n + 1}) {
             // Of objects that have their size by nature none has more than 4 x 4 elements.
-            if (width < 1 || width > largest || (width != n && n % 2 != 0) || (!isSized && n < 4))
+            const bool square = width == n;
+            if (width < 1 || width > largest || (!square && (isSquare || !isSized || n % 2 == 0)) ||
+                (!isSized && n < 4))
                 continue;
             for (const int count : {1, mostObjects})
                 for (const bool gaps : {false, true})
