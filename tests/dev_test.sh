@@ -33,7 +33,6 @@ expect 2 "test takes one preset" ./dev test release debug
 expect 2 "needs a C file" ./dev run
 expect 2 "unrecognized arguments: --quikc" ./dev bench --quikc
 expect 2 "no platform 'vax'" ./dev platforms vax
-expect 2 "only results of all programs are published" ./dev platforms --publish --programs det i386
 expect 0 "ci           = win32" ./dev platforms --list
 expect 2 "only a full run is published" ./dev bench --publish --quick
 
