@@ -70,7 +70,7 @@ def windows(name, about, processor):
     return Platform(
         name, about, (f"g++-mingw-w64-{processor.replace('_', '-')}-posix", "wine64", "googletest"),
         builds_tests=True, compiler=f"{triplet}-g++-posix", options=("--toolchain", f"cmake/mingw-{processor}.cmake"),
-        emulator=("/usr/lib/wine/wine64",), strip=f"{triplet}-strip")
+        emulator=(str(ROOT / "tests" / "wine.sh"),), strip=f"{triplet}-strip")
 
 
 def native(name, about, compiler="g++", **more):
@@ -140,44 +140,6 @@ def run(log, command, **more):
     if code:
         tail = "\n".join(log.read_text(errors="replace").splitlines()[-15:])
         raise Failure(f"{' '.join(map(str, command[:6]))} ... failed:\n{tail}")
-
-
-# Wine -------------------------------------------------------------------------------------------
-
-
-def wine():
-    """An environment in which 64-bit wine runs programs of both widths: the files for 32 bits are unpacked
-    beside it, which takes no foreign architecture on this machine."""
-    home = WORK / "wine"
-    prefix, files = home / "prefix", home / "i386-windows"
-    environment = {"WINEPREFIX": str(prefix), "WINEDLLPATH": str(home), "WINEARCH": "win64", "WINEDEBUG": "-all",
-                   "WINEDLLOVERRIDES": "mscoree,mshtml=;winedbg.exe=d"}
-    if not files.is_dir():
-        (home / "lists" / "partial").mkdir(parents=True, exist_ok=True)
-        listed = [p.read_text() for p in Path("/etc/apt").glob("sources.list*/*.sources")] + \
-                 [p.read_text() for p in [Path("/etc/apt/sources.list")] if p.exists()]
-        mirror = re.search(r"^(?:URIs: *|deb (?:\[[^]]*\] )?)(\S+)", "\n".join(listed), re.MULTILINE)[1]
-        (home / "sources.list").write_text(
-            f"deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] {mirror} bookworm main\n")
-        apt = ["apt-get", "-o", "APT::Architectures::=amd64", "-o", "APT::Architectures::=i386",
-               "-o", f"Dir::State::lists={home}/lists", "-o", "Dir::Etc::sourceparts=/dev/null",
-               "-o", f"Dir::Etc::sourcelist={home}/sources.list", "-o", "APT::Sandbox::User=root"]
-        subprocess.run([*apt, "update", "-qq"], cwd=home, check=True)
-        subprocess.run([*apt, "download", "-qq", "libwine:i386"], cwd=home, check=True)
-        package = next(home.glob("libwine_*_i386.deb"))
-        files_of = subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE)
-        subprocess.run(["tar", "-x", "--strip-components=5", "./usr/lib/i386-linux-gnu/wine/i386-windows"],
-                       stdin=files_of.stdout, cwd=home, check=True)
-        package.unlink()
-        shutil.rmtree(home / "lists")
-    whole = {key: value for key, value in os.environ.items() if key != "DISPLAY"} | environment
-    if not (home / "booted").exists():
-        run(WORK / "log" / "wine", ["/usr/lib/wine/wine64", "wineboot", "-i"], env=whole)
-        (home / "booted").touch()
-    # Without one that stays, each program would boot the system anew.
-    subprocess.run(["/usr/lib/wine/wineserver64" if Path("/usr/lib/wine/wineserver64").exists() else "wineserver",
-                    "-p600"], env=whole, check=False)
-    return environment
 
 
 # Programs and digests ---------------------------------------------------------------------------
@@ -310,13 +272,13 @@ def check_threads(platform, tree):
     return 2
 
 
-def other_tests(platform, tree, environment):
+def other_tests(platform, tree):
     """What tests tell of the library's file and of the harness, as CTest has them."""
     command = ["ctest", "--test-dir", tree, "--output-on-failure", "--no-tests=error",
                "-R", r"^(frame|attach\..*|support|dll|stack_alignment)$"]
     log = WORK / "log" / f"{platform.name}.ctest"
     library_path = {} if platform.windows else {"LD_LIBRARY_PATH": str(tree)}
-    run(log, command, env=os.environ | environment | library_path)
+    run(log, command, env=os.environ | library_path)
     return int(re.search(r"tests passed, 0 tests failed out of (\d+)", log.read_text())[1])
 
 
@@ -336,7 +298,6 @@ def examine(platform, programs, reference):
     if platform.threads:
         row |= {"tests": check_threads(platform, tree), "bytes": 0}
     else:
-        environment = wine() if platform.windows else {}
         suffix = ".exe" if platform.windows else ""
         directory = tree / "bin" if platform.windows else tree / "tests"
         own = {} if platform.windows else {"LD_LIBRARY_PATH": str(tree)}
@@ -344,14 +305,14 @@ def examine(platform, programs, reference):
             directory = REFERENCE / "tests"
         # qemu gives its own variables to the program that it runs.
         numbers = tree / ("bin" if platform.windows else "tools/digests") / ("zonm_digests" + suffix)
-        families = family_numbers([*platform.emulator, numbers], environment | own)
+        families = family_numbers([*platform.emulator, numbers], own)
         foreign = [family for family, ours in families.items() if not ours]
         row |= {"families": len(families), "ours": len(families) - len(foreign),
                 "bytes": stripped_size(platform, tree)}
         different = []
         if programs:
             outcome = run_programs(WORK / "out" / platform.name, programs, directory, suffix, platform.emulator,
-                                   environment | own)
+                                   own)
             compared = {key for key in reference if key[1] not in ROUNDED_BY_THE_PLATFORM}
             different = sorted(key for key in compared if outcome.digests.get(key) != reference[key])
             row |= {"digests": len(compared), "equal": len(compared) - len(different), "tests": outcome.passed}
@@ -366,7 +327,7 @@ def examine(platform, programs, reference):
             if programs:
                 failures += outcome.failures
             if platform.builds_tests:
-                row["tests"] += other_tests(platform, tree, environment)
+                row["tests"] += other_tests(platform, tree)
         if warnings:
             failures.append(f"{warnings} warnings of the compiler: build/platforms/log/{platform.name}.build")
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
