@@ -18,7 +18,7 @@ def tables(objdump, dll):
     """The imported libraries and the exports as {name: ordinal}."""
     text = subprocess.run([objdump, "-p", dll], check=True, capture_output=True, text=True).stdout
     imports = set(re.findall(r"DLL Name: (\S+)", text))
-    names = text[text.index("[Ordinal/Name Pointer] Table"):]
+    names = text[text.index("[Ordinal/Name Pointer] Table"):].split("\n\n")[0]
     base = int(re.search(r"Ordinal Base\s+(\d+)", text)[1])
     # Newer tools print the ordinal, older ones its distance from the base.
     exports = {name: int(plus or number) if plus else base + int(number) for number, plus, name in
