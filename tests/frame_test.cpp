@@ -137,11 +137,20 @@ TEST(LibraryFile, NeedsNothingButTheCLibrary)
     if (sanitized)
         GTEST_SKIP() << "the sanitizers add symbols of their own";
     static const std::set<std::string> allowed = {
-        "memcpy", "memmove", "memset", "memcmp", "sin", "cos", "sincos", "sqrt",
+        "memcpy",
+        "memmove",
+        "memset",
+        "memcmp",
+        "sin",
+        "cos",
+        "sincos",
+        "sqrt",
         // Asked for if the process has it.
         "zonGetEnabledCpuFeatures",
         // Every shared object of this platform asks for these.
-        "__cxa_finalize", "__gmon_start__", "_ITM_deregisterTMCloneTable",
+        "__cxa_finalize",
+        "__gmon_start__",
+        "_ITM_deregisterTMCloneTable",
         "_ITM_registerTMCloneTable",
 #if defined(__arm__)
         "raise", // by the divisions of 64-bit integers

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Short vectors of elements. `Pack<T, W>` has the element-wise operators of the language and
-// nothing else is assumed of the processor; without vectors it is the same in scalars. `Doubles<W>` are W numbers in the working type, whatever the element type: elements are
-// widened as they are loaded and narrowed as they are stored.
+// nothing else is assumed of the processor; without vectors it is the same in scalars. `Doubles<W>`
+// are W numbers in the working type, whatever the element type: elements are widened as they are
+// loaded and narrowed as they are stored.
 #pragma once
 
 #include "frame/memory.hpp"
@@ -9,9 +10,9 @@
 
 #include <functional>
 
-// ZONM_VECTORS: packs are vectors of the compiler. On 32-bit ARM they are not, since its vector unit
-// flushes denormal floats. ZONM_SSE2: some of their operations are called by name. ZONM_SCALAR does
-// without either.
+// ZONM_VECTORS: packs are vectors of the compiler. On 32-bit ARM they are not, since its vector
+// unit flushes denormal floats. ZONM_SSE2: some of their operations are called by name. ZONM_SCALAR
+// does without either.
 #if defined(__GNUC__) && !defined(__arm__) && !defined(ZONM_SCALAR)
 #define ZONM_VECTORS
 #if defined(__SSE2__)
@@ -53,8 +54,14 @@ template <class T, int W> struct Pack {
     friend Pack operator&(Pack a, const Pack &b) { return each(a, b, std::bit_and<T>()); }
     friend Pack operator|(Pack a, const Pack &b) { return each(a, b, std::bit_or<T>()); }
     friend Pack operator^(Pack a, const Pack &b) { return each(a, b, std::bit_xor<T>()); }
-    friend Pack operator-(Pack a) { return each(a, a, [](T x, T) { return -x; }); }
-    friend Pack operator~(Pack a) { return each(a, a, [](T x, T) { return ~x; }); }
+    friend Pack operator-(Pack a)
+    {
+        return each(a, a, [](T x, T) { return -x; });
+    }
+    friend Pack operator~(Pack a)
+    {
+        return each(a, a, [](T x, T) { return ~x; });
+    }
     friend Pack operator-(T x, const Pack &b)
     {
         return each(b, b, [x](T y, T) { return x - y; });

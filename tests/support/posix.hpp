@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests take from POSIX: pages, shared libraries, the program's name. On Windows as much of
-// it as they use, in windows.cpp.
+// What the tests take from POSIX: pages, shared libraries, the program's name. On Windows as much
+// of it as they use, in windows.cpp.
 #pragma once
 
 #include <string>

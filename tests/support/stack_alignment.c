@@ -7,7 +7,8 @@
 #include <zonm.h>
 
 /* All arguments are words. */
-__attribute__((noinline)) static int call(void *function, int words, const intptr_t *arguments, int shift)
+__attribute__((noinline)) static int call(void *function, int words, const intptr_t *arguments,
+                                          int shift)
 {
     int status, bytes = words * 4;
     __asm__ volatile("movl %%esp, %%ebx\n\t"
@@ -43,7 +44,8 @@ int main(void)
         const intptr_t solution[] = {pd, 288, 48, 8, pp, pb, 48, 8, px, 48, 8, 6, 8};
         int status = call((void *)(intptr_t)zonmMul_mama_64f, WORDS(product), product, 4 * s);
         status |= call((void *)(intptr_t)zonmLUDecomp_ma_64f, WORDS(factors), factors, 4 * s);
-        status |= call((void *)(intptr_t)zonmLUBackSubst_mava_64f, WORDS(solution), solution, 4 * s);
+        status |=
+            call((void *)(intptr_t)zonmLUBackSubst_mava_64f, WORDS(solution), solution, 4 * s);
         const int same = status == 0 && memcmp(x[s], x[0], sizeof x[0]) == 0;
         printf("stack at 16n - %d: %s\n", 4 * s, same ? "the same" : "DIFFERS");
         failures += !same;

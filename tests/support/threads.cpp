@@ -20,7 +20,8 @@ float f[count * size];
 struct Results {
     double sum[count * size], product[count * size], lu[count * size], x[count * n];
     double vectors[count * size], values[count * n], buffer[2 * size];
-    float elements[count * size], determinants[count], narrow[2 * size + 2 * n], inverse[count * size];
+    float elements[count * size], determinants[count], narrow[2 * size + 2 * n],
+        inverse[count * size];
     int32_t pivots[count * n], status[8];
 };
 
@@ -31,19 +32,22 @@ void work(Results *r)
     for (int i = 0; i < size; ++i)
         from[i] = &f[i], to[i] = &r->elements[i];
     for (int round = 0; round < rounds; ++round) {
-        r->status[0] = zonmAdd_mama_64f(a, object, row, 8, b, object, row, 8, r->sum, object, row, 8,
-                                        n, n, count);
-        r->status[1] = zonmMul_mama_64f(a, object, row, 8, n, n, b, object, row, 8, n, n, r->product,
-                                        object, row, 8, count);
-        r->status[2] = zonmLUDecomp_ma_64f(a, object, row, 8, r->pivots, r->lu, object, row, 8, n, count);
-        r->status[3] = zonmLUBackSubst_mava_64f(r->lu, object, row, 8, r->pivots, v, row, 8, r->x, row, 8,
-                                                n, count);
+        r->status[0] = zonmAdd_mama_64f(a, object, row, 8, b, object, row, 8, r->sum, object, row,
+                                        8, n, n, count);
+        r->status[1] = zonmMul_mama_64f(a, object, row, 8, n, n, b, object, row, 8, n, n,
+                                        r->product, object, row, 8, count);
+        r->status[2] =
+            zonmLUDecomp_ma_64f(a, object, row, 8, r->pivots, r->lu, object, row, 8, n, count);
+        r->status[3] = zonmLUBackSubst_mava_64f(r->lu, object, row, 8, r->pivots, v, row, 8, r->x,
+                                                row, 8, n, count);
         r->status[4] = zonmAdd_mama_32f_P(from, 0, narrowObject, from, 0, narrowObject, to, 0,
                                           narrowObject, n, n, count);
-        r->status[5] = zonmDet_ma_32f(f, narrowObject, narrowRow, 4, n, r->narrow, r->determinants, count);
+        r->status[5] =
+            zonmDet_ma_32f(f, narrowObject, narrowRow, 4, n, r->narrow, r->determinants, count);
         r->status[6] = zonmCopy_ma_32f_SS(f, narrowObject, narrowRow, 4, r->inverse, narrowObject,
                                           narrowRow, 4, n, n, count);
-        const ZonStatus null = zonmAdd_mama_64f(nullptr, 8, 8, 8, b, 8, 8, 8, r->sum, 8, 8, 8, 1, 1, 1);
+        const ZonStatus null =
+            zonmAdd_mama_64f(nullptr, 8, 8, 8, b, 8, 8, 8, r->sum, 8, 8, 8, 1, 1, 1);
         if (zonmGetLibVersion()->major != 8 || null != zonStsNullPointer)
             r->status[7] = 1;
     }

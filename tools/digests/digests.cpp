@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// zonm_digests: calls every export of the library on numbers that are the same everywhere, and prints
-// one number per family over all results and statuses. Builds that agree in them agree to the last
-// bit in what was called here. The numbers of this version stand in expected.inc.
+// zonm_digests: calls every export of the library on numbers that are the same everywhere, and
+// prints one number per family over all results and statuses. Builds that agree in them agree to
+// the last bit in what was called here. The numbers of this version stand in expected.inc.
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -20,7 +20,7 @@ namespace
 // What a call is made with: the same sizes for all operands, so that most families find them fit.
 struct Setting {
     int width, height, count;
-    bool gaps;       // strides beyond what the elements take, shifts, tables in reverse
+    bool gaps; // strides beyond what the elements take, shifts, tables in reverse
     enum { uniform, definite, wide } numbers;
 };
 
@@ -49,7 +49,10 @@ std::uint64_t hashed(std::uint64_t z) // splitmix64
     return z ^ (z >> 31);
 }
 
-double unit(std::uint64_t key) { return double(std::int64_t(hashed(key)) >> 11) * 0x1p-52; } // -1 .. 1
+double unit(std::uint64_t key)
+{
+    return double(std::int64_t(hashed(key)) >> 11) * 0x1p-52;
+} // -1 .. 1
 
 // Memory ---------------------------------------------------------------------------------------
 
@@ -298,10 +301,11 @@ int main(int count, char **arguments)
 {
     const bool table = count == 2 && std::strcmp(arguments[1], "--table") == 0;
     if (count > 1 && !table) {
-        std::printf("usage: zonm_digests [--table]\n\n"
-                    "Calls every export of zonm and prints one number per family over all results,\n"
-                    "and whether it is the one that every build of this version has. Exit code 1 if\n"
-                    "one is not. --table prints the numbers alone, as the sources of zonm have them.\n");
+        std::printf(
+            "usage: zonm_digests [--table]\n\n"
+            "Calls every export of zonm and prints one number per family over all results,\n"
+            "and whether it is the one that every build of this version has. Exit code 1 if\n"
+            "one is not. --table prints the numbers alone, as the sources of zonm have them.\n");
         return std::strcmp(arguments[1], "--help") != 0 ? 2 : 0;
     }
     int equal = 0, different = 0;
