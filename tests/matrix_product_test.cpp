@@ -293,9 +293,9 @@ std::vector<double> otherSums(const Terms &t, Element type)
     const std::size_t n = t.size();
     double fused = product(t[0]), fusedFromZero = 0, narrowed = 0, fromFloats = 0;
     for (std::size_t p = 0; p < n; ++p) {
-        fusedFromZero = std::fma(t[p].first, t[p].second, fusedFromZero);
+        fusedFromZero = fusedStep(t[p].first, t[p].second, fusedFromZero);
         if (p > 0)
-            fused = std::fma(t[p].first, t[p].second, fused);
+            fused = fusedStep(t[p].first, t[p].second, fused);
         narrowed = rounded(type, narrowed + product(t[p]));
         fromFloats += rounded(type, product(t[p]));
     }

@@ -5,7 +5,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <sys/mman.h>
+
+#include "support/posix.hpp"
 
 namespace test
 {
@@ -187,6 +188,8 @@ ZonStatus Call::run()
     for (auto &[name, o] : operands)
         o.memory->protect(PROT_READ | PROT_WRITE);
     expectSurroundingsUntouched();
+    if (spread == Spread::vast)
+        return status; // not every platform has room for such a call
     for (const auto &[name, o] : operands)
         if (o.output)
             for (const std::ptrdiff_t offset : o.layout.elements)

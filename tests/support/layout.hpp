@@ -36,6 +36,7 @@ enum class Spread {
             // flush with one of them
     vast,   // strides of a GiB and more: offsets need more than 32 bits
 };
+inline constexpr bool hasVastSpace = sizeof(void *) > 4;
 
 struct Layout {
     int objects;
