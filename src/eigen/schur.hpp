@@ -140,7 +140,8 @@ template <class T> struct PlaneRotation {
 template <class T> struct Block {
     Number<T> a, b, c, d;
 
-    void standardise(PlaneRotation<T> &rotation)
+    // Whether there is a rotation; if not, the last one stays in force.
+    bool standardise(PlaneRotation<T> &rotation)
     {
         constexpr double zero = Limits<T>::safeMinimum;
         if (isNegligible(c, zero)) {
@@ -153,9 +154,9 @@ template <class T> struct Block {
             b = -c;
             c = 0.0;
         } else if (isNegligible(a - d, zero)) {
-            // Agreeing signs leave the rotation what it was.
-            if (signOf(b) != signOf(c))
-                rotation = {1.0, 0.0};
+            if (signOf(b) == signOf(c))
+                return false;
+            rotation = {1.0, 0.0};
         } else {
             const Number<T> difference = a - d, p = 0.5 * difference;
             const double absB = magnitude(b), absC = magnitude(c);
@@ -169,6 +170,7 @@ template <class T> struct Block {
             else
                 equaliseDiagonal(rotation, difference, p);
         }
+        return true;
     }
 
   private:
@@ -231,32 +233,94 @@ template <class T> struct Block {
 template <class T> struct Carried {
     PlaneRotation<T> rotation = {0.0, 0.0};
     Number<T> u[3] = {0.0, 0.0, 0.0};
+    // Of the object at hand: whether it has set them, and whether it has used them before.
+    bool hasRotation = false, hasStart = false, usesFormer = false;
+
+    Carried forNext() const
+    {
+        Carried next = *this;
+        next.hasRotation = next.hasStart = next.usesFormer = false;
+        return next;
+    }
+    // What is left behind this object and the next one, which began with the same.
+    Carried followedBy(const Carried &next) const
+    {
+        Carried both = forNext();
+        if (next.hasRotation)
+            both.rotation = next.rotation;
+        for (int i = 0; i < 3 && next.hasStart; ++i)
+            both.u[i] = next.u[i];
+        return both;
+    }
 };
 
+// A reflector of a sweep is a chain of roots and divisions, and mostly waits: a sweep goes in steps
+// of one reflector, so that two objects can take theirs in turn.
 template <class T, bool withVectors> class QrIteration
 {
   public:
+    ZonStatus status = zonStsOk;
+
     QrIteration(const SchurForm &f, ColumnMatrix<T> matrix, ColumnMatrix<T> transform,
                 StoredRun<T> valuesRe, StoredRun<T> valuesIm, Carried<T> &c)
-        : form(f), h(matrix), z(transform), re(valuesRe), im(valuesIm), carried(c), n(matrix.n)
+        : form(f), h(matrix), z(transform), re(valuesRe), im(valuesIm), carried(c), n(matrix.n),
+          budget(30 * n), last(n)
     {
+        findSweep();
     }
 
-    ZonStatus run()
+    void run()
     {
-        int budget = 30 * n;
-        for (last = n; last >= 1; last = first - 1) {
-            first = 1;
-            int sweeps = 0;
-            for (; sweeps < budget; ++sweeps) {
+        while (goesOn)
+            step();
+    }
+    friend void runTogether(QrIteration &a, QrIteration &b)
+    {
+        while (a.goesOn && b.goesOn) {
+            a.step();
+            b.step();
+        }
+        a.run();
+        b.run();
+    }
+
+  private:
+    const SchurForm &form;
+    const ColumnMatrix<T> h, z;
+    const StoredRun<T> re, im;
+    Carried<T> &carried;
+    const int n;
+    int budget; // of sweeps, for all values that are left
+    int sweeps = 0;
+    bool goesOn = true;     // there is a sweep to be done
+    int first = 1, last;    // the active block
+    int begin = 1, row = 1; // where the sweep began, and where it stands
+    Number<T> h33, h44, h43h34;
+
+    void step()
+    {
+        reflect();
+        if (++row == last) {
+            ++sweeps;
+            findSweep();
+        }
+    }
+
+    // Takes all values that have split off.
+    [[gnu::noinline]] void findSweep()
+    {
+        for (; last >= 1; last = first - 1, first = 1, sweeps = 0) {
+            if (sweeps < budget)
                 split();
-                if (first >= last - 1)
-                    break;
-                chooseShifts(sweeps == 10 || sweeps == 20);
-                chaseBulge(beginSweep());
+            if (first < last - 1) {
+                goesOn = sweeps < budget;
+                if (goesOn) {
+                    chooseShifts(sweeps == 10 || sweeps == 20);
+                    begin = row = beginSweep();
+                } else
+                    status = zonStsNoConvergence;
+                return;
             }
-            if (first < last - 1)
-                return zonStsNoConvergence;
             if (first == last) {
                 re[last - 1] = h(last, last);
                 im[last - 1] = 0;
@@ -264,17 +328,8 @@ template <class T, bool withVectors> class QrIteration
                 takeBlock();
             budget -= sweeps;
         }
-        return zonStsOk;
+        goesOn = false;
     }
-
-  private:
-    const SchurForm &form;
-    ColumnMatrix<T> h, z;
-    StoredRun<T> re, im;
-    Carried<T> &carried;
-    const int n;
-    int first = 1, last = 1; // the active block
-    Number<T> h33, h44, h43h34;
 
     bool isSplitAt(int k) const
     {
@@ -353,8 +408,11 @@ template <class T, bool withVectors> class QrIteration
         for (int m = last - 2;; --m) {
             const Number<T> h11 = h(m, m), h22 = h(m + 1, m + 1), h21 = h(m + 1, m),
                             h12 = h(m, m + 1);
-            if (form.guardsDivisions && isNegligible(h21, guardLimit))
+            if (form.guardsDivisions && isNegligible(h21, guardLimit)) {
+                carried.usesFormer |= !carried.hasStart;
                 return m;
+            }
+            carried.hasStart = true;
             const Number<T> h44s = h44 - h11, h33s = h33 - h11;
             u[0] = (h33s * h44s - h43h34) / h21 + h12;
             u[1] = h22 - h11 - h33s - h44s;
@@ -373,36 +431,33 @@ template <class T, bool withVectors> class QrIteration
         }
     }
 
-    void chaseBulge(int m)
+    [[gnu::noinline]] void reflect()
     {
+        const int q = row, rows = q + 2 <= last ? 3 : 2;
         Number<T>(&u)[3] = carried.u;
-        for (int q = m; q < last; ++q) {
-            const int rows = q + 2 <= last ? 3 : 2;
-            if (q > m)
-                for (int i = 0; i < rows; ++i)
-                    u[i] = h(q + i, q - 1);
-            const Number<T> t1 = makeReflector(u[0], &u[1], rows - 1);
-            if (q > m) {
-                h(q, q - 1) = u[0];
-                h(q + 1, q - 1) = 0;
-                if (q < last - 1)
-                    h(q + 2, q - 1) = 0;
-            } else if (m > first)
-                h(q, q - 1) = -h(q, q - 1);
-            const int begin = withVectors ? 1 : first, end = withVectors ? n : last;
-            const int reach = q + 3 < last ? q + 3 : last;
-            const Reflection reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
-            if (rows == 3) {
-                reflection.onThreeRows(h, q, q, end);
-                reflection.onThreeColumns(h, q, begin, reach);
-                if constexpr (withVectors)
-                    reflection.onThreeColumns(z, q, 1, n);
-            } else {
-                reflection.onTwoRows(h, q, q, end);
-                reflection.onTwoColumns(h, q, begin, last);
-                if constexpr (withVectors)
-                    reflection.onTwoColumns(z, q, 1, n);
-            }
+        if (q > begin)
+            for (int i = 0; i < rows; ++i)
+                u[i] = h(q + i, q - 1);
+        const Number<T> t1 = makeReflector(u[0], &u[1], rows - 1);
+        if (q > begin) {
+            h(q, q - 1) = u[0];
+            h(q + 1, q - 1) = 0;
+            if (q < last - 1)
+                h(q + 2, q - 1) = 0;
+        } else if (begin > first)
+            h(q, q - 1) = -h(q, q - 1);
+        const int top = withVectors ? 1 : first, right = withVectors ? n : last;
+        const Reflection reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
+        if (rows == 3) {
+            reflection.onThreeRows(h, q, q, right);
+            reflection.onThreeColumns(h, q, top, q + 3 < last ? q + 3 : last);
+            if constexpr (withVectors)
+                reflection.onThreeColumns(z, q, 1, n);
+        } else {
+            reflection.onTwoRows(h, q, q, right);
+            reflection.onTwoColumns(h, q, top, last);
+            if constexpr (withVectors)
+                reflection.onTwoColumns(z, q, 1, n);
         }
     }
 
@@ -464,7 +519,10 @@ template <class T, bool withVectors> class QrIteration
     {
         const int i = last;
         Block<T> block{h(i - 1, i - 1), h(i - 1, i), h(i, i - 1), h(i, i)};
-        block.standardise(carried.rotation);
+        if (block.standardise(carried.rotation))
+            carried.hasRotation = true;
+        else
+            carried.usesFormer |= !carried.hasRotation;
         h(i - 1, i - 1) = block.a;
         h(i - 1, i) = block.b;
         h(i, i - 1) = block.c;
