@@ -34,8 +34,8 @@ void ssyev_(const char *, const char *, const int *, float *, const int *, float
             const int *, int *);
 void dsyev_(const char *, const char *, const int *, double *, const int *, double *, double *,
             const int *, int *);
-void sgeev_(const char *, const char *, const int *, float *, const int *, float *, float *, float *,
-            const int *, float *, const int *, float *, const int *, int *);
+void sgeev_(const char *, const char *, const int *, float *, const int *, float *, float *,
+            float *, const int *, float *, const int *, float *, const int *, int *);
 void dgeev_(const char *, const char *, const int *, double *, const int *, double *, double *,
             double *, const int *, double *, const int *, double *, const int *, int *);
 }

@@ -215,19 +215,19 @@ ZonStatus solveTwo(const SymmetricForm &form, const Place<const T> &src, const P
     return zonStsOk;
 }
 
-// The stages before and after the iteration are the same for all rotations.
-template <class T, bool WithVectors, class Storage>
-[[gnu::noinline]] void reduce(const SymmetricForm &form, Storage &s, const Place<const T> &src)
+// The stages before and after the iteration do not depend on the rotation.
+template <class T, class Storage>
+[[gnu::noinline]] void reduce(const SymmetricForm &form, Storage &s, const Place<const T> &src,
+                              bool withVectors)
 {
     const int n = s.order();
     for (int i = 0; i < n; ++i)
         for (int j = 0; j < n; ++j)
             s.w(i, j) = load<T>(src.at(i, j));
-    if constexpr (WithVectors)
-        for (int i = 0; i < n; ++i)
-            for (int j = 0; j < n; ++j)
-                s.q(i, j) = i == j;
-    Reduction<T, WithVectors, Storage>{s, form}.run();
+    for (int i = 0; withVectors && i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            s.q(i, j) = i == j;
+    Reduction<T, Storage>{s, form, withVectors}.run();
 }
 template <bool WithVectors, class Storage>
 [[gnu::noinline]] ZonStatus decide(const SymmetricForm &form, Storage &s, double product)
@@ -251,7 +251,7 @@ template <class T, Rotation rotation>
     if (n == 2)
         return solveTwo<T, withVectors>(form, src, dst, values);
     CallersStorage<T> storage(buffer, dst, values, n);
-    reduce<T, withVectors>(form, storage, src);
+    reduce<T>(form, storage, src, withVectors);
     Iteration<T, rotation, CallersStorage<T>> iteration(storage, form);
     iteration.run();
     return iteration.status == zonStsOk ? decide<withVectors>(form, storage, iteration.product)
@@ -267,8 +267,8 @@ template <class T, Rotation rotation, int N, bool isFixed>
     using Storage = LocalStorage<T, N, isFixed>;
     Storage s[2];
     s[0].n = s[1].n = n;
-    reduce<T, withVectors>(form, s[0], src[0]);
-    reduce<T, withVectors>(form, s[1], src[1]);
+    reduce<T>(form, s[0], src[0], withVectors);
+    reduce<T>(form, s[1], src[1], withVectors);
     Iteration<T, rotation, Storage> one(s[0], form), other(s[1], form);
     runTogether(one, other);
     if (one.status != zonStsOk || other.status != zonStsOk ||

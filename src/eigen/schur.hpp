@@ -15,6 +15,8 @@
 #include "eigen/working_matrix.hpp"
 #include "zonm.h"
 
+#include <bit>
+
 namespace zonm::eigen
 {
 
@@ -54,11 +56,19 @@ inline double signOf(double x) { return x < 0 ? -1 : 1; }
 
 // Reflectors -----------------------------------------------------------------------------------
 
+// Of the two the one that `x` is not.
+inline double otherOf(double a, double b, double x)
+{
+    const auto bits = [](double v) { return std::bit_cast<std::uint64_t>(v); };
+    return std::bit_cast<double>(bits(a) ^ bits(b) ^ bits(x));
+}
+
 // sqrt(p*p + q*q), with a floor.
 template <class T> double hypotenuse(double p, double q)
 {
     const double a = magnitude(p), b = magnitude(q);
-    const double larger = a > b ? a : b, smaller = a > b ? b : a;
+    // The other one by its bits: a branch here is a guess.
+    const double larger = a > b ? a : b, smaller = otherOf(a, b, larger);
     const double result = smaller >= Limits<T>::safeMinimum
                               ? larger * squareRoot(smaller * smaller / (larger * larger) + 1)
                               : larger;
@@ -67,7 +77,8 @@ template <class T> double hypotenuse(double p, double q)
 
 // I - t*v*transpose(v) with v = (1, x) takes (alpha, x) to (beta, 0). Returns t; alpha becomes
 // beta.
-template <class T, class X> Number<T> makeReflector(Number<T> &alpha, X &&x, int length)
+// `length` is a number, or a constant.
+template <class T, class X, class N> inline Number<T> makeReflector(Number<T> &alpha, X x, N length)
 {
     if (length == 0)
         return 0.0;
@@ -299,7 +310,7 @@ template <class T, bool withVectors> class QrIteration
 
     void step()
     {
-        reflect();
+        row + 2 <= last ? reflect<3>() : reflect<2>();
         if (++row == last) {
             ++sweeps;
             findSweep();
@@ -431,57 +442,53 @@ template <class T, bool withVectors> class QrIteration
         }
     }
 
-    [[gnu::noinline]] void reflect()
+    // One reflector on `rows` rows and columns from `row` on.
+    template <int rows> [[gnu::noinline]] void reflect()
     {
-        const int q = row, rows = q + 2 <= last ? 3 : 2;
-        Number<T>(&u)[3] = carried.u;
+        const int q = row;
+        const ColumnMatrix<T> m = h;
+        Number<T> u[3] = {carried.u[0], carried.u[1], carried.u[2]};
         if (q > begin)
             for (int i = 0; i < rows; ++i)
-                u[i] = h(q + i, q - 1);
-        const Number<T> t1 = makeReflector(u[0], &u[1], rows - 1);
+                u[i] = m(q + i, q - 1);
+        const Number<T> t1 = makeReflector<T>(u[0], &u[1], std::integral_constant<int, rows - 1>{});
         if (q > begin) {
-            h(q, q - 1) = u[0];
-            h(q + 1, q - 1) = 0;
-            if (q < last - 1)
-                h(q + 2, q - 1) = 0;
+            m(q, q - 1) = u[0];
+            m(q + 1, q - 1) = 0;
+            if (rows == 3)
+                m(q + 2, q - 1) = 0;
         } else if (begin > first)
-            h(q, q - 1) = -h(q, q - 1);
-        const int top = withVectors ? 1 : first, right = withVectors ? n : last;
-        const Reflection reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
-        if (rows == 3) {
-            reflection.onThreeRows(h, q, q, right);
-            reflection.onThreeColumns(h, q, top, q + 3 < last ? q + 3 : last);
-            if constexpr (withVectors)
-                reflection.onThreeColumns(z, q, 1, n);
-        } else {
-            reflection.onTwoRows(h, q, q, right);
-            reflection.onTwoColumns(h, q, top, last);
-            if constexpr (withVectors)
-                reflection.onTwoColumns(z, q, 1, n);
-        }
+            m(q, q - 1) = -m(q, q - 1);
+        for (int i = 0; i < rows; ++i)
+            carried.u[i] = u[i];
+        const Reflection<rows> reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
+        reflection.onRows(m, q, q, withVectors ? n : last);
+        reflection.onColumns(m, q, withVectors ? 1 : first, q + 3 < last ? q + 3 : last);
+        if constexpr (withVectors)
+            reflection.onColumns(z, q, 1, n);
     }
 
     // Values of its own: a store to the caller's memory could change others.
-    struct Reflection {
+    template <int rows> struct Reflection {
         Number<T> u2, u3, t1, t2, t3;
 
         void of(Stored<T> x, Stored<T> y, Stored<T> w) const
         {
-            const double one = x, two = y, three = w;
-            const Number<T> sum = u2 * two + one + u3 * three;
-            x = one - sum * t1;
-            y = two - sum * t2;
-            w = three - sum * t3;
-        }
-        void of(Stored<T> x, Stored<T> y) const
-        {
             const double one = x, two = y;
-            const Number<T> sum = u2 * two + one;
-            x = one - sum * t1;
-            y = two - sum * t2;
+            if constexpr (rows == 3) {
+                const double three = w;
+                const Number<T> sum = u2 * two + one + u3 * three;
+                x = one - sum * t1;
+                y = two - sum * t2;
+                w = three - sum * t3;
+            } else {
+                const Number<T> sum = u2 * two + one;
+                x = one - sum * t1;
+                y = two - sum * t2;
+            }
         }
         // Rows or columns q, q+1 and q+2 of m, from element `from` to element `to`.
-        void onThreeRows(ColumnMatrix<T> m, int q, int from, int to) const
+        void onRows(ColumnMatrix<T> m, int q, int from, int to) const
         {
             const Reflection self = *this;
             for (int c = from; c <= to; ++c) {
@@ -489,28 +496,12 @@ template <class T, bool withVectors> class QrIteration
                 self.of(x[0], x[1], x[2]);
             }
         }
-        void onTwoRows(ColumnMatrix<T> m, int q, int from, int to) const
+        void onColumns(ColumnMatrix<T> m, int q, int from, int to) const
         {
             const Reflection self = *this;
-            for (int c = from; c <= to; ++c) {
-                const StoredRun<T> x = m.columnFrom(q, c);
-                self.of(x[0], x[1]);
-            }
-        }
-        void onThreeColumns(ColumnMatrix<T> m, int q, int from, int to) const
-        {
-            const Reflection self = *this;
-            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1),
-                               w = m.columnFrom(from, q + 2);
+            const StoredRun<T> x = m.columnFrom(from, q), y = x.from(m.n), w = y.from(m.n);
             for (int r = 0; r <= to - from; ++r)
                 self.of(x[r], y[r], w[r]);
-        }
-        void onTwoColumns(ColumnMatrix<T> m, int q, int from, int to) const
-        {
-            const Reflection self = *this;
-            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1);
-            for (int r = 0; r <= to - from; ++r)
-                self.of(x[r], y[r]);
         }
     };
 
