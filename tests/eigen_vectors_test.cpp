@@ -286,6 +286,34 @@ TEST(EigenVectors, OfOverlappingObjectsGoesOneByOne)
         }
 }
 
+// Blocks of tiny elements beside large ones: the solutions would overflow and are scaled, at a real
+// value between two blocks as at a pair, from above as from below.
+TEST(EigenVectors, OfTinyBlocksAreScaled)
+{
+    for (const Export *e : exportsOf("eigen_vectors"))
+        for (const int order : {0, 1}) {
+            const bool isSingle = elementOf(*e) == Element::f32;
+            const double tiny = std::ldexp(1, isSingle ? -90 : -950),
+                         large = std::ldexp(1, isSingle ? 60 : 120);
+            // Upper quasi-triangular, a real value between pairs or at the ends of two.
+            const auto isBlock = [=](int r, int c) {
+                return order == 0 ? r != c && r / 3 == c / 3 && r % 3 < 2 && c % 3 < 2
+                                  : r != c && (r - 1) / 2 == (c - 1) / 2 && r > 0 && c > 0 && r < 5;
+            };
+            const int n = order == 0 ? 5 : 6;
+            GeneralProblem p(*e, 5, n, 2, [&](int k, int i, int j) {
+                const int r = j, c = i; // of the transpose
+                if (r == c)
+                    return tiny * (1 + k + (order == 0 ? r / 3 + 3 * (r == 2) : (r + 1) / 2));
+                if (isBlock(r, c))
+                    return r < c ? -2 * tiny : tiny;
+                return r < c ? large * (1 + 0.125 * (r + c)) : 0;
+            });
+            p.check();
+            EXPECT_TRUE(p.results[0].scaled) << p.call;
+        }
+}
+
 TEST(EigenVectors, InPlaceAreTheSame)
 {
     std::uint64_t seed = 1;
