@@ -55,6 +55,11 @@ above; OpenBLAS forms the reflections' product with the right-hand side, then so
 Random matrices, 20000 different ones at sizes 5 and 6, 2000 at the others. Beside the single forms, Eigen stands
 behind a function call with run-time strides. OpenBLAS has no determinant: it is the product of the pivots of its
 decomposition. LAPACK's copying of what it overwrites is timed."""),
+    "eigen": ("Eigenproblems", """\
+4000 different random matrices; the symmetric ones have norm near 1 and are positive definite, and the few of `32f`
+that zonm refuses, its tolerances being absolute, are changed until it takes them. Eigen has a solver for each
+matrix, which keeps what it computed; the vectors of its general one are not scaled to length 1, zonm's and
+LAPACK's are. LAPACK's copying of what it overwrites is timed. Eigen has no left vectors."""),
     "graphics": ("Graphics kit", """\
 2048 objects, within the second-level cache, and 100000. Names that end with `a` take all of them in one call, the
 others one per call; beside these, `GLM called` stands behind a function call too, while `GLM` and cglm are

@@ -54,6 +54,13 @@ endif()
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
   COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
+# The loops of the general eigenproblems run over a few elements: widened and unrolled, as -O3 does,
+# they are larger and slower.
+foreach(family eigen_values eigen_vectors)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/src/eigen/${family}.cpp PROPERTIES
+    COMPILE_OPTIONS $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-O2>)
+endforeach()
+
 # One set of objects serves the shared and the static library. In an object library all units get
 # the same options and definitions.
 function(zonm_objects name)

@@ -25,17 +25,21 @@ struct GeneralProblem {
 
     template <class V>
     GeneralProblem(const Export &callee, std::uint64_t seed, int size, int count, V matrix,
-                   Spread spread = Spread::any)
+                   Spread spread = Spread::any, bool inPlace = false)
         : call(callee, seed, isArray(callee) ? count : 1, spread), e(callee),
           kind(eigen_general::kindOf(callee)), n(size)
     {
         using eigen_general::Kind;
         src = &call.source("src", {n, n}, matrix);
+        const auto output = [&](const char *name) {
+            return inPlace && right == nullptr ? &call.outputInPlaceOf("src", name)
+                                               : &call.output(name, {n, n});
+        };
         if (kind == Kind::right || kind == Kind::left)
-            (kind == Kind::right ? right : left) = &call.output("dstVectors", {n, n});
+            (kind == Kind::right ? right : left) = output("dstVectors");
         if (kind == Kind::both) {
-            right = &call.output("dstRight", {n, n});
-            left = &call.output("dstLeft", {n, n});
+            right = output("dstRight");
+            left = output("dstLeft");
         }
         re = &call.plainOutput("dstValuesRe", n * call.count());
         im = &call.plainOutput("dstValuesIm", n * call.count());
@@ -75,10 +79,10 @@ struct GeneralProblem {
                     const auto element = [&](eigen_general::Square &m) {
                         return r.writesVectors ? std::optional(m(i + 1, j + 1)) : std::nullopt;
                     };
-                    if (right)
-                        expectElement(call, *right, k, i, j, element(r.right), "right vectors");
-                    if (left)
-                        expectElement(call, *left, k, i, j, element(r.left), "left vectors");
+                    for (auto [o, m] : {std::pair(right, &r.right), std::pair(left, &r.left)})
+                        if (o && (r.writesVectors || o->memory != src->memory))
+                            expectElement(call, *o, k, i, j, element(*m),
+                                          o == right ? "right vectors" : "left vectors");
                 }
             }
         }
@@ -90,7 +94,7 @@ struct GeneralProblem {
         Matrix a(std::size_t(n * n));
         for (int i = 0; i < n; ++i)
             for (int j = 0; j < n; ++j)
-                a[std::size_t(i * n + j)] = (*src)(k, i, j);
+                a[std::size_t(i * n + j)] = src->before(k, i, j);
         return a;
     }
     // A real pair was reported as a complex one, or left without a rotation.

@@ -55,6 +55,34 @@ TEST(EigenValues, OfTheExamples)
     }
 }
 
+// The values of one object may lie where the source of the next one is: the next one reads them.
+TEST(EigenValues, OfOverlappingObjectsGoesOneByOne)
+{
+    for (const int n : {3, 4, 5, 8, 9})
+        for (const bool isReal : {true, false}) {
+            const int count = 6, run = n * count;
+            std::vector<double> one(std::size_t(n * n + 2 * run)), buffer(std::size_t(n * (n + 5))),
+                apart(static_cast<std::size_t>(run));
+            for (std::size_t i = 0; i < one.size(); ++i)
+                one[i] = std::sin(1. + 1.7 * double(i));
+            std::vector<double> many = one, otherwise = apart;
+            const auto call = [&](std::vector<double> &m, std::vector<double> &other, int k,
+                                  int objects) {
+                double *const inside = m.data() + n * n + k * n, *const outside =
+                                                                     other.data() + k * n;
+                return zonmEigenValues_ma_64f(m.data() + k * n, n * 8, n * 8, 8,
+                                              isReal ? inside : outside, isReal ? outside : inside,
+                                              n, objects, buffer.data());
+            };
+            ZonStatus status = zonStsOk;
+            for (int k = 0; k < count && status == zonStsOk; ++k)
+                status = call(one, apart, k, 1);
+            EXPECT_EQ(call(many, otherwise, 0, count), status);
+            EXPECT_EQ(many, one) << n;
+            EXPECT_EQ(otherwise, apart) << n;
+        }
+}
+
 TEST(EigenBufSize, IsTheProductAndWraps)
 {
     for (const Export *e : exportsOf("eigen_buf_size"))
