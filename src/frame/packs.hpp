@@ -8,7 +8,8 @@
 #include "frame/memory.hpp"
 #include "frame/sizes.hpp"
 
-#if defined(__SSE2__)
+#if defined(__SSE2__) // some operations are called by name
+#define ZONM_SSE2
 #include <emmintrin.h>
 #endif
 

@@ -39,7 +39,7 @@ template <int K, int J> ZONM_INLINED inline void swapColumns(Elimination &e)
 // Whether an element behind that of column K has the larger magnitude.
 template <int K> ZONM_INLINED inline bool isBeaten(const Row &row)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     const __m128 magnitudes = _mm_andnot_ps(_mm_set1_ps(-0.f), __m128(row));
     const __m128 first = _mm_shuffle_ps(magnitudes, magnitudes, K * 0b01010101);
     return _mm_movemask_ps(_mm_cmplt_ps(first, magnitudes)) >> (K + 1) != 0;

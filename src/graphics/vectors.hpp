@@ -118,7 +118,7 @@ using Row = Pack<float, 4>;
 // By name, since compilers move what they know only as bytes in halves.
 ZONM_INLINED inline Row loadRow(const float *p)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     return Row(_mm_loadu_ps(p));
 #else
     return loadPack<float, 4>(bytes(p));
@@ -131,7 +131,7 @@ template <int... L> ZONM_INLINED inline Row shuffled(const Row &row) { return Ro
 
 ZONM_INLINED inline Numbers<4> widened(const Row &row)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     return {Pair(_mm_cvtps_pd(__m128(row))),
             Pair(_mm_cvtps_pd(_mm_movehl_ps(__m128(row), __m128(row))))};
 #else
@@ -143,7 +143,7 @@ ZONM_INLINED inline Numbers<4> widened(const Row &row)
 
 ZONM_INLINED inline Row narrowed(const Numbers<4> &v)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     return Row(_mm_movelh_ps(_mm_cvtpd_ps(__m128d(v.pair[0])), _mm_cvtpd_ps(__m128d(v.pair[1]))));
 #else
     float elements[4];
