@@ -185,36 +185,32 @@ ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int 
             setElement(dst, r * rowStep + c * columnStep, elementOfProduct(a, b, r, c));
 }
 
-ZONM_INLINED inline bool apart(const float *dst, const float *a, const float *b)
+template <bool transposed>
+ZONM_INLINED inline ZonStatus multiply(const float *src1, const float *src2, float *dst)
 {
-    return !overlap<16>(dst, a) && !overlap<16>(dst, b);
-}
-
-ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
-{
-    if (!apart(dst, src1, src2)) {
-        multiplyInOrder(src1, src2, dst, 4, 1);
-        return zonStsOk;
-    }
-    const Matrix4 b = loadMatrix(src2);
-    unrolled<0, 4>([&](auto r) ZONM_INLINED {
-        storeNumbers(dst + 4 * r, rowOfProduct(loadNumbers<4>(src1 + 4 * r), b));
-    });
-    return zonStsOk;
-}
-
-ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
-{
-    if (!apart(dst, src1, src2)) {
-        multiplyInOrder(src1, src2, dst, 1, 4);
+    if (overlap<16>(dst, src1) || overlap<16>(dst, src2)) {
+        multiplyInOrder(src1, src2, dst, transposed ? 1 : 4, transposed ? 4 : 1);
         return zonStsOk;
     }
     const Matrix4 b = loadMatrix(src2);
     unrolled<0, 4>([&](auto r) ZONM_INLINED {
         const auto row = rowOfProduct(loadNumbers<4>(src1 + 4 * r), b);
-        unrolled<0, 4>([&](auto c) ZONM_INLINED { setElement(dst, 4 * c + r, row[c]); });
+        if constexpr (transposed)
+            unrolled<0, 4>([&](auto c) ZONM_INLINED { setElement(dst, 4 * c + r, row[c]); });
+        else
+            storeNumbers(dst + 4 * r, row);
     });
     return zonStsOk;
+}
+
+ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
+{
+    return multiply<false>(src1, src2, dst);
+}
+
+ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
+{
+    return multiply<true>(src1, src2, dst);
 }
 
 // Determinant ----------------------------------------------------------------------------------
