@@ -7,8 +7,8 @@ import math
 import sys
 
 OURS = ["zonm", "zonm _L", "zonm _P"]
-PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "cglm", "memcpy",
-         "loop"]
+PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "GLM scalar",
+         "cglm", "memcpy", "loop"]
 
 GROUPS = {
     "sums": ("Matrix sums", """\
@@ -52,10 +52,10 @@ behind a function call with run-time strides. OpenBLAS has no determinant: it is
 decomposition. LAPACK's copying of what it overwrites is timed."""),
     "graphics": ("Graphics kit", """\
 2048 objects, within the second-level cache, and 100000. Names that end with `a` take all of them in one call, the
-others one per call; beside these, `GLM called` stands behind a function call too, while `GLM` and cglm are
+others one per call; beside these, `GLM called` stands behind a function call too, while the others are
 inlined in the loop. zonm forms every result in double, the peers in single precision, so that half as many
-numbers fit into zonm's registers. cglm has intrinsics; GLM is compiled without, but most of its loops over four
-elements are vectorised by the compiler."""),
+numbers fit into zonm's registers. cglm has intrinsics. GLM is compiled without, and most of its products are
+vectorised by the compiler; `GLM scalar` is the same with the compiler's vectorisers off."""),
 }
 
 
