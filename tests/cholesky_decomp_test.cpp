@@ -3,11 +3,10 @@
 // and the upper triangle that nobody reads or writes.
 #include <gtest/gtest.h>
 #include <limits>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "cholesky_reference.hpp"
 #include "support/call.hpp"
+#include "support/posix.hpp"
 
 using namespace test;
 
