@@ -13,7 +13,6 @@ from pathlib import Path
 OURS = ["zonm", "zonm _L", "zonm _P", "zonm, two threads"]
 PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "GLM scalar",
          "cglm", "memcpy", "loop"]
->>>>>>> graphics2
 
 WITHOUT_PEERS = {"scaling"}
 GROUPS = {
@@ -70,66 +69,6 @@ vectorised by the compiler; `GLM scalar` is the same with the compiler's vectori
     "scaling": ("From ten objects to a million", """\
 Nanoseconds of elapsed time per object in calls on more and more of them, and with two threads that take half of the
 array each, started and joined within the time. The caches end between 1000 and 100000 objects."""),
-
-WITHOUT_PEERS = {"scaling"}
-GROUPS = {
-    "sums": ("Matrix sums", """\
-Dense rows. The last count of each size is beyond the caches. `zonmAdd_mm` is one call per object,
-over as many objects as the count says; beside it, and at count 1, Eigen stands behind a function
-call with run-time strides. Elsewhere it is fixed-size code over an array."""),
-    "constants": ("Vector sums, sums and products with constants", """\
-Dense rows. The last count of each size is beyond the caches. `zonmMul_mc` is one call per object; beside it,
-Eigen stands behind a function call with run-time strides."""),
-    "moves": ("Moves", """\
-NxN matrices, dense rows. The last count of each size is beyond the caches. *Interleaved*: element (i, j) of all
-matrices side by side. *loop*: two nested loops over the objects and their elements, compiled with the same flags.
-`zonmTranspose_m` is one call per object; beside it, Eigen stands behind a function call with run-time strides."""),
-    "product": ("Matrix product", """\
-Square matrices, dense rows, operands within the second-level cache. *Limit*: the share of the
-machine's rate of packed `64f` multiplications and additions, {limit} Gflop/s at the register width
-of this build, that `zonm` reaches; it is the limit for `32f` too, whose products are formed in double.
-OpenBLAS and LIBXSMM choose the widest registers of the processor and contract, whatever the build.
-The peers multiply `32f` in single precision."""),
-    "product_narrow": ("Matrix product, all at the width of the baseline", """\
-As above, in a process of its own in which OpenBLAS and LIBXSMM keep to 16-byte registers."""),
-    "vectors": ("Vectors, and matrices with vectors", """\
-Dense rows, operands within the second-level cache. `zonmMul_mv`, `zonmDotProduct_vv` and `zonmSaxpy_vv` are one
-call per object; beside them Eigen stands behind a function call with run-time strides. OpenBLAS takes one object
-per call everywhere. The peers compute `32f` in single precision."""),
-    "lu": ("LU decomposition and back substitution", """\
-20000 different random matrices, one right-hand side for each; in `mva`, one matrix and 20000 right-hand
-sides, which `Eigen dynamic` and OpenBLAS take as one matrix. Eigen keeps its matrices by columns, which suits
-it best; `Eigen by rows` has them as zonm has. Beside the single forms, Eigen stands behind a function call
-with run-time strides. LAPACK's copying of what it overwrites is timed."""),
-    "cholesky": ("Cholesky decomposition and back substitution", """\
-20000 different random positive definite matrices, one right-hand side for each; in `mva`, one matrix and
-20000 right-hand sides. The peers as above."""),
-    "qr": ("QR decomposition and back substitution", """\
-20000 different random square matrices, one right-hand side for each; in `mva`, one matrix and 20000
-right-hand sides. Of tall matrices there are 3000: N is the width, the name has the height. The peers as
-above; OpenBLAS forms the reflections' product with the right-hand side, then solves with the triangle."""),
-    "inverse": ("Determinant and inverse", """\
-Random matrices, 20000 different ones at sizes 5 and 6, 2000 at the others. Beside the single forms, Eigen stands
-behind a function call with run-time strides. OpenBLAS has no determinant: it is the product of the pivots of its
-decomposition. LAPACK's copying of what it overwrites is timed."""),
-    "eigen": ("Eigenproblems", """\
-4000 different random matrices; the symmetric ones have norm near 1 and are positive definite, and the few of `32f`
-that zonm refuses, its tolerances being absolute, are changed until it takes them. Eigen has a solver for each
-matrix, which keeps what it computed; the vectors of its general one are not scaled to length 1, zonm's and
-LAPACK's are. LAPACK's copying of what it overwrites is timed. Eigen has no left vectors."""),
-    "graphics": ("Graphics kit", """\
-2048 objects, within the second-level cache, and 100000. Names that end with `a` take all of them in one call, the
-others one per call; beside these, `GLM called` stands behind a function call too, while the others are
-inlined in the loop. zonm forms every result in double, the peers in single precision, so that half as many
-<<<<<<< HEAD
-numbers fit into zonm's registers; GLM is compiled without intrinsics, cglm has them."""),
-    "scaling": ("From ten objects to a million", """\
-Nanoseconds of elapsed time per object in calls on more and more of them, and with two threads that take half of the
-array each, started and joined within the time. The caches end between 1000 and 100000 objects."""),
-=======
-numbers fit into zonm's registers. cglm has intrinsics. GLM is compiled without, and most of its products are
-vectorised by the compiler; `GLM scalar` is the same with the compiler's vectorisers off."""),
->>>>>>> graphics2
 }
 
 
