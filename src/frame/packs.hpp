@@ -66,6 +66,10 @@ template <class T, int W> struct Pack {
     {
         return each(b, b, [x](T y, T) { return x - y; });
     }
+    friend Pack operator*(const Pack &a, T x)
+    {
+        return each(a, a, [x](T y, T) { return y * x; });
+    }
 
     // All ones where it is true, all zeros elsewhere.
     using Mask = Pack<std::int64_t, W>;
