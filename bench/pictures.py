@@ -18,7 +18,7 @@ from matplotlib.ticker import FixedLocator, NullLocator  # noqa: E402
 import table  # noqa: E402
 
 COLOURS = dict(zip(table.PEERS, ["#0072b2", "#56b4e9", "#009e73", "#d55e00", "#cc79a7", "#0072b2", "#56b4e9",
-                                 "#d55e00", "#7f7f7f", "#0072b2"]))
+                                 "#009e73", "#d55e00", "#7f7f7f", "#0072b2"]))
 TICKS = [0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10]
 
 

@@ -11,8 +11,8 @@ import sys
 from pathlib import Path
 
 OURS = ["zonm", "zonm _L", "zonm _P", "zonm, two threads"]
-PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "cglm", "memcpy",
-         "loop"]
+PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "GLM scalar",
+         "cglm", "memcpy", "loop"]
 
 WITHOUT_PEERS = {"scaling"}
 GROUPS = {
@@ -62,9 +62,10 @@ matrix, which keeps what it computed; the vectors of its general one are not sca
 LAPACK's are. LAPACK's copying of what it overwrites is timed. Eigen has no left vectors."""),
     "graphics": ("Graphics kit", """\
 2048 objects, within the second-level cache, and 100000. Names that end with `a` take all of them in one call, the
-others one per call; beside these, `GLM called` stands behind a function call too, while `GLM` and cglm are
+others one per call; beside these, `GLM called` stands behind a function call too, while the others are
 inlined in the loop. zonm forms every result in double, the peers in single precision, so that half as many
-numbers fit into zonm's registers; GLM is compiled without intrinsics, cglm has them."""),
+numbers fit into zonm's registers. cglm has intrinsics. GLM is compiled without, and most of its products are
+vectorised by the compiler; `GLM scalar` is the same with the compiler's vectorisers off."""),
     "scaling": ("From ten objects to a million", """\
 Nanoseconds of elapsed time per object in calls on more and more of them, and with two threads that take half of the
 array each, started and joined within the time. The caches end between 1000 and 100000 objects."""),
