@@ -301,11 +301,25 @@ void OneMemory::meetAll(Style style, const Reference &reference)
     for (std::size_t o = 0; o < parts.size(); ++o)
         for (std::size_t s = 0; s < parts.size(); ++s)
             if (parts[o].output && !parts[s].output && parts[s].described)
-                meet(o, s, style, reference);
+                meet(o, s, !parts[o].described, style, reference);
 }
 
-// `output` displaced against `source`.
-void OneMemory::meet(std::size_t output, std::size_t source, Style style,
+void OneMemory::checkMeeting(std::string_view output, std::string_view source,
+                             const Reference &reference)
+{
+    const auto named = [&](std::string_view name) {
+        const auto part = std::ranges::find(parts, name, &Part::name);
+        if (part == parts.end())
+            throw std::invalid_argument(callee.name + ": no such operand: " + std::string(name));
+        return std::size_t(part - parts.begin());
+    };
+    for (const Style style : {Style::dense, Style::rowsApart, Style::elementsApart,
+                              Style::sideBySide, Style::byColumns})
+        meet(named(output), named(source), true, style, reference);
+}
+
+// `output` displaced against `source`; alone: no other operand is within its reach.
+void OneMemory::meet(std::size_t output, std::size_t source, bool alone, Style style,
                      const Reference &reference)
 {
     const Part &o = parts[output], &s = parts[source];
@@ -329,10 +343,10 @@ void OneMemory::meet(std::size_t output, std::size_t source, Style style,
     };
     for (const auto &[where, ahead] : displacements) {
         auto met = places;
-        // What is plain meets this source alone.
-        for (std::size_t n = 0; n < parts.size() && !o.described; ++n)
+        for (std::size_t n = 0; n < parts.size() && alone; ++n)
             if (n != source)
-                met[n].base += at.base + 3 * object + o.lastElement(places[output]) + margin;
+                met[n].base += at.base + 3 * object + 2 * o.lastElement(places[output]) +
+                               margin * (o.objects + 1);
         met[output].base = at.base + ahead;
         const std::string what = o.name + ' ' + where + ' ' + s.name;
         try_(met, what, reference);
