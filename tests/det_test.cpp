@@ -241,12 +241,15 @@ TEST(Det, TakesNotANumberAndInfinitiesAtEachPlace)
                 }
 }
 
-// The factor of the limit wraps: at 1023 it is near its maximum, at 1024 it is negative.
+// The factor of the limit wraps: at 1023 it is near its maximum, at 1024 it is negative. There each
+// call is a long elimination: one of each type and form.
 TEST(Det, HasANegativeLimitFromSize1024On)
 {
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("det"))
         for (const int n : {1023, 1024}) {
+            if (n == 1024 && e->name != "zonmDet_m_64f" && e->name != "zonmDet_ma_32f")
+                continue;
             const double small = elementOf(*e) == Element::f32 ? 0x1p-100 : 0x1p-995;
             Determinants d(*e, seed++, n, 1, [&](int, int i, int j) {
                 return i != j ? 0 : i == 0 || i == n - 1 ? small : i == 1 ? 1 / small : 1;
