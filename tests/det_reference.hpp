@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Determinants by the letter: the formulas of sizes 3 and 4 as they stand in books, tables of minors
-// for sizes 5 and 6, elimination elsewhere.
+// Determinants by the letter: the formulas of sizes 3 and 4 as they stand in books, tables of
+// minors for sizes 5 and 6, elimination elsewhere.
 #pragma once
 
 #include <bit>

@@ -309,9 +309,10 @@ TEST(Det, InOneMemory)
 {
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("det"))
-        for (int n = 1; n <= 8; ++n)
+        for (int n = 1; n <= 7; ++n)
             for (const int count : {1, 4, 9}) {
-                if (!isArray(*e) && count > 1)
+                // Sizes without a formula have no groups.
+                if (count > (isArray(*e) ? hasClosedFormula(n) ? 9 : 4 : 1))
                     continue;
                 OneMemory call(*e, seed++, count);
                 const Operand &src = call.source("src", {n, n}, Values::uniform);

@@ -9,9 +9,9 @@
 namespace test::inverse
 {
 
-// The minors without row i, each over all columns but one. Rows are added one by one, the other half's
-// first and then those of the half that row i stands in; each expands the minors of the rows before
-// it, over every set of as many columns, along itself.
+// The minors without row i, each over all columns but one. Rows are added one by one, the other
+// half's first and then those of the half that row i stands in; each expands the minors of the rows
+// before it, over every set of as many columns, along itself.
 inline std::vector<double> minorsWithout(const Square &m, int i)
 {
     const int middle = m.n / 2;
