@@ -113,8 +113,8 @@ template <int N, class A, class B, class D>
         [&](Group group) ZONM_INLINED {
             LocalMatrix<GroupDouble, N> l;
             const auto a = viewsOf(src1, group);
-            forEachRow<N>([&](auto i) ZONM_INLINED {
-                ascending(constant<0>, next(i), [&](auto j) ZONM_INLINED {
+            unrolled<0, N>([&](auto i) ZONM_INLINED {
+                unrolled<0, i + 1>([&](auto j) ZONM_INLINED {
                     l.set(i, j, gathered(a, [&](auto &m) ZONM_INLINED { return m(i, j); }));
                 });
             });

@@ -32,17 +32,6 @@ template <class F> ZONM_INLINED inline void ascending(int32_t from, int32_t to, 
         body(i);
 }
 
-// The rows of a small matrix that is gathered for a kernel, or scattered. Long rows are done in a
-// loop: straight-line code would be no faster, and there is some for each layout.
-template <int N, class F> ZONM_INLINED inline void forEachRow(F row)
-{
-    if constexpr (N <= 4)
-        unrolled<0, N>(row);
-    else
-        for (int32_t i = 0; i < N; ++i)
-            row(i);
-}
-
 // body(0), ..., body(to - 1), until one returns false; returns how many returned true.
 template <int To, class F>
 ZONM_INLINED inline int32_t whileTrue(std::integral_constant<int, To>, F body)

@@ -160,7 +160,7 @@ template <int N, class A, class B, class D>
         [&](Group group) ZONM_INLINED {
             Factors<GroupDouble, N> factors;
             const auto a = viewsOf(src1, group);
-            forEachRow<N>([&](auto i) ZONM_INLINED {
+            unrolled<0, N>([&](auto i) ZONM_INLINED {
                 unrolled<0, N>([&](auto j) ZONM_INLINED {
                     factors.a.set(i, j, gathered(a, [&](auto &m) ZONM_INLINED { return m(i, j); }));
                 });

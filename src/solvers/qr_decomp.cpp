@@ -116,7 +116,7 @@ ZONM_INLINED inline bool factorGroup(const A &src, const D &dst, Group group)
 {
     LocalMatrix<GroupDouble, N> w;
     const auto a = viewsOf(src, group);
-    forEachRow<N>([&](auto i) ZONM_INLINED {
+    unrolled<0, N>([&](auto i) ZONM_INLINED {
         unrolled<0, N>([&](auto j) ZONM_INLINED {
             w.set(i, j, gathered(a, [&](auto &x) ZONM_INLINED { return x(i, j); }));
         });
@@ -124,21 +124,11 @@ ZONM_INLINED inline bool factorGroup(const A &src, const D &dst, Group group)
     if (!reflectLocal<typename D::Element>(w))
         return false;
     scatterGroup(viewsOf(dst, group), [&](auto &d, auto element) ZONM_INLINED {
-        forEachRow<N>([&](auto i) ZONM_INLINED {
+        unrolled<0, N>([&](auto i) ZONM_INLINED {
             unrolled<0, N>([&](auto j) ZONM_INLINED { d.set(i, j, element(w(i, j))); });
         });
     });
     return true;
-}
-
-template <int N, class A, class D>
-[[gnu::noinline]] ZonStatus factorSquares(const A &src, const D &dst, int32_t count)
-{
-    return decomposeGroups(
-        count, std::tie(dst), std::tie(src),
-        [&](Group group) ZONM_INLINED { return factorGroup<N>(src, dst, group); },
-        [&](int32_t k)
-            ZONM_INLINED { return factorOne<N>(stridedView(src(k)), stridedView(dst(k))); });
 }
 
 // Other sizes ----------------------------------------------------------------------------------
@@ -181,16 +171,6 @@ template <class A, class D>
     return true;
 }
 
-template <class A, class D>
-[[gnu::noinline]] ZonStatus factorOthers(const A &src, const D &dst, Shape shape, int32_t count)
-{
-    return decomposeGroups(
-        count, std::tie(dst), std::tie(src),
-        [&](Group group) ZONM_INLINED { return factorLargeGroup(src, dst, group, shape); },
-        [&](int32_t k)
-            ZONM_INLINED { return factorInDst(stridedView(src(k)), stridedView(dst(k)), shape); });
-}
-
 // Bindings -------------------------------------------------------------------------------------
 
 template <class A, class D>
@@ -207,18 +187,24 @@ template <class A, class D>
 template <class A, class D>
 [[gnu::noinline]] ZonStatus factorObjects(const A &src, const D &dst, Shape shape, int32_t count)
 {
+    const auto one = [&](int32_t k) ZONM_INLINED {
+        return factorObject(stridedView(src(k)), stridedView(dst(k)), shape);
+    };
     // A group reads its objects whole and works on copies; where they overlap otherwise, or the
     // elements of one do, that could be seen.
     if (std::int64_t(shape.width) * shape.height > largestTogether || !elementsAreApart(dst) ||
         !areIndependentOrSame(dst, src, count))
-        return decomposeEach(count, [&](int32_t k) ZONM_INLINED {
-            return factorObject(stridedView(src(k)), stridedView(dst(k)), shape);
-        });
+        return decomposeEach(count, one);
     return withSquareSize(shape, [&](auto n) {
-        if constexpr (n != 0)
-            return factorSquares<n>(src, dst, count);
-        else
-            return factorOthers(stridedObjects(src), stridedObjects(dst), shape, count);
+        return decomposeGroups(
+            count, std::tie(dst), std::tie(src),
+            [&](Group group) ZONM_INLINED {
+                if constexpr (n != 0)
+                    return factorGroup<n>(src, dst, group);
+                else
+                    return factorLargeGroup(src, dst, group, shape);
+            },
+            one);
     });
 }
 
