@@ -361,7 +361,7 @@ def cells(row):
     return [row["name"], row["about"], row["compiler"], row["options"],
             f"{row['bytes'] // 1000}" if row["bytes"] else "", of("ours", "families"),
             of("programs", "allPrograms") if "families" in row else "", of("equal", "digests"),
-            "differs, as it must" if row["contracted"] else f"{row['tests'] or ''}", str(row["build"]), str(row["run"]),
+            "differs, as it must" if row["contracted"] else f"{row['tests'] or ''}", f"{row['build'] or ''}", str(row["run"]),
             f"{row['date']}, {row['revision']}"]
 
 
