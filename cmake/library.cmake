@@ -61,6 +61,12 @@ foreach(family eigen_values eigen_vectors)
     COMPILE_OPTIONS $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-O2>)
 endforeach()
 
+# These families have their packs by hand. GCC's vectorisers would only multiply the code of what is
+# left, loops over tables and over wide steps.
+file(GLOB elementwise CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/elementwise/*.cpp)
+set_source_files_properties(${elementwise} ${PROJECT_SOURCE_DIR}/src/products/constant_product.cpp
+  PROPERTIES COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-vectorize>)
+
 # One set of objects serves the shared and the static library. In an object library all units get
 # the same options and definitions.
 function(zonm_objects name)

@@ -3897,7 +3897,11 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
  * spreads.
  * Bits: the same in every form, products subtracted in ascending order. A 32f element is rounded
  * when it is stored, and later rows use what is stored.
- * In place: dst may be src with the same layout; the upper triangle stays.
+ * In place: dst may be src with the same layout; the upper triangle stays. Beyond that, matrices
+ * are taken one after the other: where dst meets the src of a later matrix, that is read as it has
+ * become, and where elements of dst share an address the last store remains. A matrix of size 3 to
+ * 6 is read whole before its dst is written; other sizes work in dst, element by element.
+ * All count matrices of src must be readable, also those behind one that fails.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
@@ -3951,7 +3955,10 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
  * Nothing can fail after them.
  * Bits: the same in every form. At size 3 to 6 nothing is rounded to the element type before the
  * final store; at other sizes each dst(i) is rounded when it is stored.
- * In place: dst may be src2 with the same layout.
+ * In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+ * other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+ * matrix of mva at size 3 to 6 is read once, before the first. A system of size 3 to 6 is read
+ * whole before its dst is written; other sizes work in dst, element by element.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
@@ -4050,7 +4057,10 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
  * them zonStsDivByZero, at the first matrix that fails: those before it are complete, those
  * behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
  * Bits: the same in every form, sums formed in ascending order of the rows.
- * In place: dst may be src with the same layout.
+ * In place: dst may be src with the same layout. Beyond that, matrices are taken one after the
+ * other: where dst meets the src of a later matrix, that is read as it has become. The elements of
+ * one dst must not share an address.
+ * All count matrices of src must be readable, also those behind one that fails.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
@@ -4107,7 +4117,11 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
  * can fail after them; a zero on the diagonal of R gives infinities or NaNs with zonStsOk.
  * Bits: the same in every form. At the square sizes 3 to 6 nothing is rounded to the element type
  * before the final store, and the buffer is not touched.
- * In place: dst may be src2 with the same layout.
+ * In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+ * other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+ * matrix of mva at the square sizes 3 to 6 is read once, before the first. A system of these sizes
+ * is read whole before its dst is written; others read src2 whole, and then the triangle between
+ * one store to dst and the next.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,

@@ -361,7 +361,8 @@ TEST(LUBackSubst, InOneMemory)
                     substituteAll(call, a, pivots, b, dst, n, isShared(*e));
                     return zonStsOk;
                 };
-                call.check(Meeting::any, reference);
+                const bool isPathOfItsOwn = n == 2 || n == 3 || n == 6 || n == 7;
+                call.check(isPathOfItsOwn ? Meeting::any : Meeting::none, reference);
                 call.checkThreads(reference);
             }
 }

@@ -393,7 +393,11 @@ FAMILIES = {
     spreads.
     Bits: the same in every form, products subtracted in ascending order. A 32f element is rounded
     when it is stored, and later rows use what is stored.
-    In place: dst may be src with the same layout; the upper triangle stays.
+    In place: dst may be src with the same layout; the upper triangle stays. Beyond that, matrices
+    are taken one after the other: where dst meets the src of a later matrix, that is read as it has
+    become, and where elements of dst share an address the last store remains. A matrix of size 3 to
+    6 is read whole before its dst is written; other sizes work in dst, element by element.
+    All count matrices of src must be readable, also those behind one that fails.
     """),
 
     "cholesky_back_subst": Family("Solution by Cholesky: zonmCholeskyBackSubst", """
@@ -405,7 +409,10 @@ FAMILIES = {
     Nothing can fail after them.
     Bits: the same in every form. At size 3 to 6 nothing is rounded to the element type before the
     final store; at other sizes each dst(i) is rounded when it is stored.
-    In place: dst may be src2 with the same layout.
+    In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+    other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+    matrix of mva at size 3 to 6 is read once, before the first. A system of size 3 to 6 is read
+    whole before its dst is written; other sizes work in dst, element by element.
     """),
 
     "qr_decomp": Family("QR decomposition by reflections: zonmQRDecomp", """
@@ -422,7 +429,10 @@ FAMILIES = {
     them zonStsDivByZero, at the first matrix that fails: those before it are complete, those
     behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
     Bits: the same in every form, sums formed in ascending order of the rows.
-    In place: dst may be src with the same layout.
+    In place: dst may be src with the same layout. Beyond that, matrices are taken one after the
+    other: where dst meets the src of a later matrix, that is read as it has become. The elements of
+    one dst must not share an address.
+    All count matrices of src must be readable, also those behind one that fails.
     """),
 
     "qr_back_subst": Family("Solution by QR: zonmQRBackSubst", """
@@ -436,7 +446,11 @@ FAMILIES = {
     can fail after them; a zero on the diagonal of R gives infinities or NaNs with zonStsOk.
     Bits: the same in every form. At the square sizes 3 to 6 nothing is rounded to the element type
     before the final store, and the buffer is not touched.
-    In place: dst may be src2 with the same layout.
+    In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+    other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+    matrix of mva at the square sizes 3 to 6 is read once, before the first. A system of these sizes
+    is read whole before its dst is written; others read src2 whole, and then the triangle between
+    one store to dst and the next.
     """),
 
     "det": Family("Determinant: zonmDet", """

@@ -139,12 +139,27 @@ template <class Objects> inline bool areApart(const Objects &o)
     return std::size_t(o.origins.step) >= reach;
 }
 
-// Whether it is certain that no two elements of a matrix share an address. An element table is
-// taken to name every address once.
+// Whether no two entries of a table lie within an element of one another.
+template <class T> [[gnu::noinline]] bool entriesAreApart(T *const *table, ptrdiff_t entries)
+{
+    const auto element = [=](ptrdiff_t e) { return Extent{std::uintptr_t(table[e]), sizeof(T)}; };
+    bool ascend = true;
+    for (ptrdiff_t e = 1; e < entries; ++e)
+        ascend &= element(e).begin >= element(e - 1).begin + sizeof(T);
+    bool met = false;
+    for (ptrdiff_t e = 1; e < entries && !ascend; ++e)
+        for (ptrdiff_t earlier = 0; earlier < e; ++earlier)
+            met |= meet(element(earlier), element(e));
+    return !met;
+}
+
+// Whether it is certain that no two elements of an object share an address.
 template <class View, class Origins> inline bool elementsAreApart(const Objects<View, Origins> &o)
 {
     if constexpr (requires { o.first.table; }) {
-        return true;
+        return entriesAreApart(o.first.table, o.rows * o.columns);
+    } else if constexpr (View::rank == 1) {
+        return true; // a stride is no shorter than an element
     } else {
         const auto m = stridedView(o.first);
         const std::int64_t rowStep = m.rowStep, columnStep = m.columnStep;

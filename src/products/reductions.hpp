@@ -187,7 +187,8 @@ template <class R, class T, class... Objects>
 }
 
 // Dense vectors of any length. Object 0 has an order of its own.
-template <class R, const Orders &First, const Orders &Others, class T, class... Objects>
+template <class R, bool Tables, const Orders &First, const Orders &Others, class T,
+          class... Objects>
 [[gnu::noinline]] void reduceDense(T *dst, int32_t len, int32_t count, const Objects &...source)
 {
     withSize(len, [&](auto n) ZONM_INLINED {
@@ -195,7 +196,10 @@ template <class R, const Orders &First, const Orders &Others, class T, class... 
             const auto run = [=](const auto... o) ZONM_INLINED {
                 reduceAllInOrder<R, 1, n, First[n], Others[n]>(dst, count, o...);
             };
-            run(source...);
+            if constexpr (Tables)
+                run(source...);
+            else
+                run(withoutTable(source)...);
         } else {
             reduceAllAscending<R>(dst, 1, len, count, source...);
         }
