@@ -246,6 +246,29 @@ TEST(FixedMatrices, InverseAgreesWithTheReference)
     }
 }
 
+// The last element of row 0 nearly takes back what the others come to.
+TEST(FixedMatrices, DeterminantWhoseTermsNearlyCancel)
+{
+    Random random(3);
+    for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
+        Matrix m;
+        for (float &x : m)
+            x = float(2 * random.unit() - 1);
+        const auto minor = [&](std::size_t a, std::size_t b, std::size_t c) { // of rows 1 to 3
+            const auto lower = [&](std::size_t i, std::size_t j) {
+                return double(m[8 + i]) * m[12 + j] - double(m[8 + j]) * m[12 + i];
+            };
+            return (m[4 + a] * lower(b, c) - m[4 + b] * lower(a, c)) + m[4 + c] * lower(a, b);
+        };
+        m[3] = float((m[0] * minor(1, 2, 3) - m[1] * minor(0, 2, 3) + m[2] * minor(0, 1, 3)) /
+                     minor(0, 1, 2));
+        KitCall call("zonmDet_m4_32f", seed);
+        call.apart();
+        fill(call, "src", m);
+        call.compareWith(references);
+    }
+}
+
 // Pivots whose product rounds to another float if it is formed in another order.
 TEST(FixedMatrices, DeterminantInTheOrderOfThePivots)
 {

@@ -302,7 +302,8 @@ TEST(Transforms, SceneWhoseTermsNearlyCancel)
         for (int repeat = 0; repeat < 300; ++repeat) {
             KitCall call(name, seed++);
             const auto drawn = [&] { return float(1000 * (1 + call.random().unit())); };
-            const float w1 = drawn(), w2 = drawn(), w3 = drawn(), v2 = drawn(), v3 = drawn();
+            const float w1 = drawn(), w2 = drawn(), w3 = drawn(), v2 = drawn();
+            const float v3 = drawn() / 1024; // its last bits do not fit into the sum
             const float v1 = float(-(double(w2) * v2 + double(w3) * v3) / w1);
             const std::array<float, 16> world = {0, w1, w2, w3, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
             const std::array<float, 16> view = {0,  1, 0,   0, v1, 0, w2, w3,
