@@ -67,6 +67,29 @@ TEST(Transforms, AgreeWithTheReference)
                     .compareWith(references);
 }
 
+// Two terms of each sum are large and take each other back: what is added between them is lost, so
+// that the order of the terms shows. The divisor has none of them.
+TEST(Transforms, SumsInOrder)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : kitExports())
+        for (int repeat = 0; e->argument("src1") && repeat < 240; ++repeat) {
+            KitCall call(e->name, seed++);
+            const double point[] = {2, -4, 8, elementsOf(*e, "src2") == 4 ? 16 : 1.};
+            const int a = repeat % 4, b = (a + 1 + repeat / 4 % 3) % 4;
+            call.arrays(3, 16, 16).apart().fill([&](std::string_view operand, int, int i) {
+                const double small = call.random().unit();
+                if (operand == "src2")
+                    return point[i];
+                const int row = i / 4;
+                return i % 4 == 3 || (row != a && row != b) ? small
+                       : row == a                           ? 0x1p55 / point[row]
+                                                            : -0x1p55 / point[row];
+            });
+            call.compareWith(references);
+        }
+}
+
 // Strides are taken as they are: zero, negative, no multiple of an element, less than a vector.
 TEST(Transforms, AnyStride)
 {
