@@ -7,6 +7,7 @@
 
 #include "support/call.hpp"
 #include "support/invoke.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -92,6 +93,31 @@ TEST(CrossProduct, OfOverlappingRunsIsOneObjectAfterTheOther)
                       zonStsOk);
             ASSERT_EQ(std::memcmp(memory, model, sizeof memory), 0)
                 << "shift " << shift << ", count " << count;
+        }
+}
+
+// However operands meet: each element is read when it is needed, and written at once.
+TEST(CrossProduct, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("cross_product"))
+        for (const int objects : {1, 3, 4, 9}) {
+            if (objects > 1 && !e->argument("count"))
+                continue;
+            OneMemory call(*e, seed++, objects);
+            const Operand &a = call.source("src1", {3}, Values::uniform);
+            const Operand &b = call.source("src2", {3}, Values::uniform);
+            const Operand &d = call.output("dst", {3});
+            const auto reference = [&] {
+                for (int k = 0; k < call.count(); ++k)
+                    for (int i = 0; i < 3; ++i)
+                        d.set(k, i, 0,
+                              crossElement([&](int p) { return a(k, p); },
+                                           [&](int p) { return b(k, p); }, i));
+                return zonStsOk;
+            };
+            call.check(Meeting::any, reference);
+            call.checkThreads(reference);
         }
 }
 

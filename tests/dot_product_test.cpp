@@ -7,6 +7,7 @@
 #include <set>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -107,7 +108,7 @@ TEST(DotProduct, TellsItsOrderFromEveryOther)
                 sums.push_back([=](const Numbers &xy) {
                     double fused = xy[0] * xy[n];
                     for (std::size_t i = 1; i < n; ++i)
-                        fused = std::fma(xy[i], xy[n + i], fused);
+                        fused = fusedStep(xy[i], xy[n + i], fused);
                     return fused;
                 });
             else
@@ -175,6 +176,33 @@ TEST(DotProduct, SumsIn64Bits)
                     ASSERT_TRUE(std::isnan(d(0, k))) << call;
             }
         }
+}
+
+// However the sources lie: shifts, shuffled tables, offsets of many GiB.
+TEST(DotProduct, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("dot_product"))
+        for (const int len : {1, 3, 4, 6, 7, 18})
+            for (const int objects : {1, 3, 9}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src1", {len}, Values::uniform);
+                const Operand &b = call.source("src2", {len}, Values::uniform);
+                const Operand &d = call.plainOutput("dst", call.count());
+                call.set("len", len);
+                call.check(Meeting::none, [&] {
+                    for (int k = 0; k < call.count(); ++k) {
+                        Numbers products;
+                        for (int i = 0; i < len; ++i)
+                            products.push_back(a(k, i) * b(k, i));
+                        d.set(0, k, 0,
+                              expected(*e, isContiguous(a) && isContiguous(b), k, products));
+                    }
+                    return zonStsOk;
+                });
+            }
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -131,6 +132,32 @@ TEST(FrobNorm, IsNotScaled)
         for (int k = 0; k < call.count(); ++k)
             ASSERT_EQ(std::isinf(d(0, k)), !narrow) << call;
     }
+}
+
+// However the source lies: shifts, shuffled tables, offsets of many GiB.
+TEST(FrobNorm, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("frob_norm"))
+        for (const auto &[rows, columns] : {std::pair(3, 3), {4, 4}, {2, 3}, {3, 5}, {7, 1}})
+            for (const int objects : {1, 3, 9}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src", {rows, columns}, Values::uniform);
+                const Operand &d = call.plainOutput("dst", call.count());
+                call.set("width", columns).set("height", rows);
+                call.check(Meeting::none, [&, rows = rows, columns = columns] {
+                    for (int k = 0; k < call.count(); ++k) {
+                        Numbers squares;
+                        for (int i = 0; i < rows; ++i)
+                            for (int j = 0; j < columns; ++j)
+                                squares.push_back(a(k, i, j) * a(k, i, j));
+                        d.set(0, k, 0, norm(*e, rows, columns, squares));
+                    }
+                    return zonStsOk;
+                });
+            }
 }
 
 } // namespace

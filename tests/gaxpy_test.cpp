@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -53,7 +54,7 @@ double expected(const Export &e, Element type, int rows, int inner, int i, const
     return rounded(type, sum) + y;
 }
 
-void setSizes(Call &call, int rows, int inner)
+template <class C> void setSizes(C &call, int rows, int inner)
 {
     call.set("src1Width", inner).set("src1Height", rows).set("src2Len", inner).set("src3Len", rows);
 }
@@ -192,6 +193,44 @@ TEST(Gaxpy, InPlaceOfTheAddedVector)
                         return sum + sum;
                     });
                 }
+}
+
+// dst is apart from src1 and src2; it may meet itself and src3 in any way, as one row after the
+// other does: the sizes 3 to 6 read y(i) before they store, others read it behind the stored sum.
+TEST(Gaxpy, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("gaxpy"))
+        for (const auto &[rows, inner] : {std::pair(3, 3), {4, 4}, {5, 5}, {6, 6}, {3, 4}, {9, 2}})
+            for (const int objects : {1, 3, 8}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src1", {rows, inner}, Values::uniform);
+                const Operand &x = call.source("src2", {inner}, Values::uniform);
+                const Operand &y = call.source("src3", {rows}, Values::uniform);
+                const Operand &d = call.output("dst", {rows});
+                setSizes(call, rows, inner);
+                const auto reference = [&, rows = rows, inner = inner] {
+                    const bool sizes = rows == inner && rows >= 3 && rows <= 6;
+                    for (int k = 0; k < call.count(); ++k)
+                        for (int i = 0; i < rows; ++i) {
+                            Numbers products;
+                            for (int p = 0; p < inner; ++p)
+                                products.push_back(a(k, i, p) * x(k, p));
+                            if (!sizes)
+                                d.set(k, i, 0,
+                                      expected(*e, a.element, rows, inner, i, products, 0.0));
+                            d.set(k, i, 0,
+                                  sizes ? expected(*e, a.element, rows, inner, i, products, y(k, i))
+                                        : d(k, i) + y(k, i));
+                        }
+                    return zonStsOk;
+                };
+                call.check(Meeting::ofDst, reference);
+                call.checkMeeting("dst", "src3", reference);
+                call.checkThreads(reference);
+            }
 }
 
 } // namespace

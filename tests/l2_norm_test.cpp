@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -106,6 +107,31 @@ TEST(L2Norm, IsNotScaled)
             for (int k = 0; k < call.count(); ++k)
                 ASSERT_EQ(std::isinf(d(0, k)), !narrow) << call;
         }
+}
+
+// However the source lies: shifts, shuffled tables, offsets of many GiB.
+TEST(L2Norm, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("l2_norm"))
+        for (const int len : {1, 3, 4, 5, 6, 7, 18})
+            for (const int objects : {1, 3, 9}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src", {len}, Values::uniform);
+                const Operand &d = call.plainOutput("dst", call.count());
+                call.set("len", len);
+                call.check(Meeting::none, [&] {
+                    for (int k = 0; k < call.count(); ++k) {
+                        Numbers x;
+                        for (int i = 0; i < len; ++i)
+                            x.push_back(a(k, i));
+                        d.set(0, k, 0, norm(*e, a.layout.stride2 == sizeOf(a.element), k, x));
+                    }
+                    return zonStsOk;
+                });
+            }
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -35,7 +36,7 @@ double chain(Path path, Element type, const Numbers &products)
     return sum;
 }
 
-void setSizes(Call &call, const Export &e, int rows, int inner)
+template <class C> void setSizes(C &call, const Export &e, int rows, int inner)
 {
     const bool t = e.operand("src1")->transposed;
     call.set("src1Width", t ? rows : inner)
@@ -140,7 +141,7 @@ TEST(MatrixVectorProduct, IsOneChainInAscendingOrder)
                         return chain(Path::inDst, type, productsOf(xy));
                     double fused = 0;
                     for (std::size_t i = 0; i < n; ++i)
-                        fused = std::fma(xy[i], xy[n + i], fused);
+                        fused = fusedStep(xy[i], xy[n + i], fused);
                     return fused;
                 }};
             const Numbers xy = searchTelling(type, sums, [&](Random &r) {
@@ -203,6 +204,58 @@ TEST(MatrixVectorProduct, StoresPairsOfObjectsFourRowsInTurn)
                     ASSERT_EQ(dst, rows == 4 && inner == 4 ? inOrder : pairs)
                         << rows << " rows, step " << step << ", count " << count;
                 }
+}
+
+// The elements of dst in the order in which they are stored: contiguous arrays take objects in
+// pairs, four rows of each in turn.
+std::vector<std::pair<int, int>> storesOf(const Export &e, bool contiguous, int rows, int inner,
+                                          int count)
+{
+    const bool loop = !contiguous || e.description == "P" ||
+                      pathOf(e, contiguous, rows, inner) == Path::sizes ||
+                      (e.group == "mva" && e.element == "32f" && e.description.empty());
+    std::vector<std::pair<int, int>> stores;
+    const auto object = [&](int k, int from, int to) {
+        for (int i = from; i < to; ++i)
+            stores.emplace_back(k, i);
+    };
+    int k = 0;
+    for (; !loop && k + 1 < count; k += 2)
+        for (int i = 0; i < rows; i += 4)
+            for (const int o : {k, k + 1})
+                object(o, i, std::min(i + 4, rows));
+    for (; k < count; ++k)
+        object(k, 0, rows);
+    return stores;
+}
+
+TEST(MatrixVectorProduct, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("matrix_vector_product"))
+        for (const auto &[rows, inner] : {std::pair(3, 3), {4, 4}, {5, 5}, {6, 6}, {3, 4}, {9, 2}})
+            for (const int objects : {1, 4, 5}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src1", {rows, inner}, Values::uniform);
+                const Operand &x = call.source("src2", {inner}, Values::uniform);
+                const Operand &d = call.output("dst", {rows});
+                setSizes(call, *e, rows, inner);
+                const auto reference = [&, rows = rows, inner = inner] {
+                    const bool contiguous = isContiguous(a) && isContiguous(x) && isContiguous(d);
+                    const Path path = pathOf(*e, contiguous, rows, inner);
+                    for (const auto &[k, i] : storesOf(*e, contiguous, rows, inner, call.count())) {
+                        Numbers products;
+                        for (int p = 0; p < inner; ++p)
+                            products.push_back(a(k, i, p) * x(k, p));
+                        d.set(k, i, 0, chain(path, a.element, products));
+                    }
+                    return zonStsOk;
+                };
+                call.check(Meeting::ofDst, reference);
+                call.checkThreads(reference);
+            }
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 #include "support/sums.hpp"
 
 using namespace test;
@@ -94,6 +95,31 @@ TEST(Trace, OfNegativeZerosTellsWhereTheSumStarts)
                 ASSERT_EQ(std::signbit(d(0, k)), width >= 3 && width <= 6) << call;
             }
         }
+}
+
+// However the source lies: shifts, shuffled tables, offsets of many GiB.
+TEST(Trace, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("trace"))
+        for (int width = 1; width <= 7; ++width)
+            for (const int objects : {1, 3}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src", {width, width}, Values::uniform);
+                const Operand &d = call.plainOutput("dst", call.count());
+                call.set("width", width);
+                call.check(Meeting::none, [&] {
+                    for (int k = 0; k < call.count(); ++k) {
+                        Numbers diagonal;
+                        for (int i = 0; i < width; ++i)
+                            diagonal.push_back(a(k, i, i));
+                        d.set(0, k, 0, sumOf(diagonal, orderOf(*e, width)));
+                    }
+                    return zonStsOk;
+                });
+            }
 }
 
 } // namespace

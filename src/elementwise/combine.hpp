@@ -68,9 +68,11 @@ inline void combineObject(const Combination<T> &c, std::byte *dstBase, const std
             dst.set(i, j, Op::apply(a(i, j), b(i, j)));
 }
 
+// Here and below a kernel copies its call, to have it out of reach of what is stored.
 template <class Op, class B, int Width, class T>
-[[gnu::noinline]] void combineByElement(const Combination<T> &c)
+[[gnu::noinline]] void combineByElement(const Combination<T> &call)
 {
+    const Combination<T> c = call;
     for (ptrdiff_t k = 0; k < c.count; ++k)
         combineObject<Op, B, Width>(c, c.dst(k), c.a(k), c.b(k));
 }
@@ -95,74 +97,109 @@ template <class Op, class B, class T>
     combineObject<Op, B>(c, dst, a, b);
 }
 
-// Dense rows: calls `rows(dst, a, b)` for each object. Objects of a table may lie anywhere, so each
-// is tested on its way, and those whose order packs would not keep are done literally.
-template <class Op, class B, class T, class Rows>
-inline void forEachDenseObject(const Combination<T> &c, Rows rows)
-{
-    const ptrdiff_t count = c.count, step = c.dst.step, stepOfA = c.a.step, stepOfB = c.b.step;
-    auto dst = c.dst(0);
-    auto a = c.a(0), b = c.b(0);
-    const auto ordered = [&](const std::byte *src, ptrdiff_t rowStep) {
-        return keepsOrder(dst, src, 0, (c.height - 1) * (c.dst.rowStep - rowStep));
-    };
-    const bool hasTable = c.hasTable();
-    for (ptrdiff_t k = 0;;) {
-        if (hasTable && !(ordered(a, c.a.rowStep) && (B::isConstant || ordered(b, c.b.rowStep))))
-            combineUnorderedObject<Op, B>(c, dst, a, b);
-        else
-            rows(dst, a, b);
-        if (++k == count)
-            return;
-        if (hasTable)
-            dst = c.dst(k), a = c.a(k), b = c.b(k);
-        else
-            dst += step, a += stepOfA, b += stepOfB;
-    }
-}
-
-// `Width` is that of the rows where it is known, else 0.
+// Dense rows, of a known width or 0.
 template <class Op, class B, int Width, class T>
-[[gnu::noinline]] void combineRows(const Combination<T> &c)
+[[gnu::noinline]] void combineRows(const Combination<T> &call, ptrdiff_t width, ptrdiff_t height)
 {
-    forEachDenseObject<Op, B>(c, [&](std::byte *dst, const std::byte *a, const std::byte *b) {
+    const Combination<T> c = call;
+    auto first = c.dst(0);
+    auto a = c.a(0), b = c.b(0);
+    for (ptrdiff_t k = c.count; k > 0; --k) {
+        auto dst = first;
         auto values = combined<Op>(RunAt<T>{a}, B::values(b));
-        for (ptrdiff_t i = c.height;;) {
+        for (ptrdiff_t i = height;;) {
             if constexpr (Width)
                 writeRun<T, Width>(dst, values);
             else
-                writeRun<T>(dst, c.width, values);
+                writeRun<T>(dst, width, values);
             if (--i == 0)
-                return;
+                break;
             dst += c.dst.rowStep, values.a.advance(c.a.rowStep), values.b.advance(c.b.rowStep);
         }
-    });
+        first += c.dst.step, a += c.a.step, b += c.b.step;
+    }
 }
 
-// The widths 3 to 6, and those of square matrices of these sizes whose rows are joined.
+// The objects of an operand beside tables, without a branch for each: one without a table is taken
+// as a table with one entry, at which the mask keeps every index.
+template <class T> struct TableObjects {
+    const Bytes<T> *table;
+    ptrdiff_t indexMask, shift, step;
+
+    TableObjects(const Placed<T> &o, const Bytes<T> &first)
+        : table(o.isTable ? static_cast<const Bytes<T> *>(o.place) : &first),
+          indexMask(o.isTable ? -1 : 0), shift(o.isTable ? o.step : 0), step(o.isTable ? 0 : o.step)
+    {
+    }
+    Bytes<T> operator()(ptrdiff_t k) const { return table[k & indexMask] + (shift + k * step); }
+};
+
+// The same where objects stand in tables and may lie anywhere: each is tested on its way, and those
+// whose order packs would not keep are done literally. With a known width there is one row.
+template <class Op, class B, int Width, class T>
+[[gnu::noinline]] void combineTables(const Combination<T> &call, ptrdiff_t width, ptrdiff_t height)
+{
+    const Combination<T> c = call;
+    const auto firstDst = c.dst.first();
+    const auto firstA = c.a.first(), firstB = c.b.first();
+    const TableObjects<T> dstObjects(c.dst, firstDst);
+    const TableObjects<const T> aObjects(c.a, firstA), bObjects(c.b, firstB);
+    const auto driftOf = [&](const auto &src) {
+        return Width ? Drift() : Drift(0, (height - 1) * (c.dst.rowStep - src.rowStep));
+    };
+    const Drift driftOfA = driftOf(c.a), driftOfB = driftOf(c.b);
+    for (ptrdiff_t k = 0; k < c.count; ++k) {
+        auto dst = dstObjects(k);
+        const auto a = aObjects(k), b = bObjects(k);
+        if (!keepsOrder(dst, a, driftOfA) || (!B::isConstant && !keepsOrder(dst, b, driftOfB))) {
+            combineUnorderedObject<Op, B>(call, dst, a, b);
+            continue;
+        }
+        auto values = combined<Op>(RunAt<T>{a}, B::values(b));
+        if constexpr (Width) {
+            writeRun<T, Width>(dst, values);
+        } else {
+            for (ptrdiff_t i = 0; i < height; ++i) {
+                writeRun<T>(dst, width, values);
+                dst += c.dst.rowStep, values.a.advance(c.a.rowStep), values.b.advance(c.b.rowStep);
+            }
+        }
+    }
+}
+
+template <class Op, class B, int Width, class T>
+inline void combineDense(const Combination<T> &c, ptrdiff_t width, ptrdiff_t height)
+{
+    if (!c.hasTable())
+        combineRows<Op, B, Width>(c, width, height);
+    else if (height == 1 && !B::isConstant)
+        combineTables<Op, B, B::isConstant ? 0 : Width>(c, width, height);
+    else
+        combineTables<Op, B, 0>(c, width, height);
+}
+
+// The widths 3 to 6, and those of square matrices of these sizes whose rows are joined: rows
+// without gaps are one longer row, and the order of the elements stays what it was.
 template <class Op, class B, class T> void combineDense(const Combination<T> &c)
 {
-    switch (c.width) {
-    case 3: return combineRows<Op, B, 3>(c);
-    case 4: return combineRows<Op, B, 4>(c);
-    case 5: return combineRows<Op, B, 5>(c);
-    case 6: return combineRows<Op, B, 6>(c);
-    case 9: return combineRows<Op, B, 9>(c);
-    case 16: return combineRows<Op, B, 16>(c);
-    case 25: return combineRows<Op, B, 25>(c);
-    case 36: return combineRows<Op, B, 36>(c);
-    default: return combineRows<Op, B, 0>(c);
-    }
-}
-
-// Rows without gaps are one longer row: the order of the elements stays what it was.
-template <class B, class T> void joinRows(Combination<T> &c)
-{
     const ptrdiff_t row = c.width * ptrdiff_t(sizeof(T));
-    if (c.a.rowStep == row && c.dst.rowStep == row && (B::isConstant || c.b.rowStep == row)) {
-        c.width *= c.height;
-        c.height = 1;
+    ptrdiff_t width = c.width, height = c.height;
+    if (c.a.rowStep == row && c.dst.rowStep == row && (B::isConstant || c.b.rowStep == row))
+        width *= height, height = 1;
+    switch (width) {
+    case 3: return combineDense<Op, B, 3>(c, width, height);
+    case 4: return combineDense<Op, B, 4>(c, width, height);
+    case 5: return combineDense<Op, B, 5>(c, width, height);
+    case 6: return combineDense<Op, B, 6>(c, width, height);
     }
+    if constexpr (!B::isConstant) {
+        switch (width) {
+        case 9: return combineDense<Op, B, 9>(c, width, height);
+        case 16: return combineDense<Op, B, 16>(c, width, height);
+        case 25: return combineDense<Op, B, 25>(c, width, height);
+        }
+    }
+    combineDense<Op, B, 0>(c, width, height);
 }
 
 // Interleaved objects, the same element of all of them side by side: where no other order can be
@@ -172,7 +209,8 @@ template <class Op, class B, class T> [[gnu::noinline]] void combineAcross(const
 {
     for (ptrdiff_t i = 0; i < c.height; ++i)
         combineRows<Op, B, 0>(
-            Combination<T>{c.a.across(i), c.b.across(i), c.dst.across(i), c.count, 1, c.width});
+            Combination<T>{c.a.across(i), c.b.across(i), c.dst.across(i), c.count, 1, c.width},
+            c.count, 1);
 }
 
 template <class T> inline bool mayCombineAcross(const Combination<T> &c)
@@ -193,14 +231,13 @@ template <class T> inline bool mayCombineAcross(const Combination<T> &c)
 template <class Op, class B, class T> void combineSteps(const Combination<T> &c)
 {
     const auto ordered = [&](const Placed<const T> &src) {
-        return keepsOrder(c.dst(0), src(0), (c.count - 1) * (c.dst.step - src.step),
-                          (c.height - 1) * (c.dst.rowStep - src.rowStep));
+        return keepsOrder(c.dst(0), src(0),
+                          {(c.count - 1) * (c.dst.step - src.step),
+                           (c.height - 1) * (c.dst.rowStep - src.rowStep)});
     };
     const bool dense = c.a.isDense() && c.dst.isDense() && (B::isConstant || c.b.isDense());
     if (dense && (c.hasTable() || (ordered(c.a) && (B::isConstant || ordered(c.b))))) {
-        auto joined = c;
-        joinRows<B>(joined);
-        combineDense<Op, B>(joined);
+        combineDense<Op, B>(c);
     } else if (!mayCombineAcross(c)) {
         combineByElement<Op, B>(c);
     } else if (c.b.step == 0) {
@@ -312,6 +349,19 @@ template <class Op, class T> [[gnu::noinline]] ZonStatus combineConstants(const 
 
 // Element tables ---------------------------------------------------------------------------------
 
+// How far the loops over an object go. Tables that are not transposed are one row.
+struct Extents {
+    ptrdiff_t width, height;
+
+    explicit Extents(Shape s) : width(s.width), height(s.height) {}
+    Extents joined() const
+    {
+        Extents row = *this;
+        row.width *= height, row.height = 1;
+        return row;
+    }
+};
+
 // A number as a matrix that has it everywhere.
 template <class T> struct Uniform {
     T value;
@@ -321,35 +371,58 @@ template <class T> struct Uniform {
 template <class T> struct ScatteredCombination {
     Scattered<const T> a, b;
     Scattered<T> dst;
-    int32_t width, height, count;
+    ptrdiff_t width, height, count;
     bool readsWholeObjects; // the sources before the first store, a single one once for all
 };
 
-template <class T>
-inline void readObject(T *values, const ScatteredMatrix<const T> &object, ptrdiff_t width,
-                       ptrdiff_t height)
-{
-    for (ptrdiff_t i = 0; i < height; ++i)
-        for (ptrdiff_t j = 0; j < width; ++j)
-            *values++ = object(i, j);
-}
+// Where the entries of a transposed object stand in its table, in the order of its rows.
+struct TransposedEntries {
+    std::uint8_t entry[largestUnrolled * largestUnrolled] = {};
+
+    explicit constexpr TransposedEntries(int size)
+    {
+        for (int i = 0; i < size; ++i)
+            for (int j = 0; j < size; ++j)
+                entry[i * size + j] = std::uint8_t(j * size + i);
+    }
+};
+inline constexpr TransposedEntries transposedEntries[] = {
+    TransposedEntries(3), TransposedEntries(4), TransposedEntries(5), TransposedEntries(6)};
 
 template <class Op, class T>
-[[gnu::noinline]] void combineWholeObjects(const ScatteredCombination<T> &call)
+[[gnu::noinline]] ZonStatus combineWholeObjects(const ScatteredCombination<T> &call, ptrdiff_t size)
 {
-    const ScatteredCombination<T> c = call; // out of reach of what is stored
-    constexpr ptrdiff_t largest = largestUnrolled * largestUnrolled;
-    T a[largest], b[largest];
+    const ScatteredCombination<T> c = call;
+    const ptrdiff_t elements = size * size;
+    T a[largestUnrolled * largestUnrolled], b[largestUnrolled * largestUnrolled];
+    // A square of 3 to 6 is a number of fours, and one if it is odd.
+    const auto forEach = [elements](auto f) ZONM_INLINED {
+        if (elements % 2 != 0)
+            f(0);
+        for (ptrdiff_t e = elements % 2; e < elements; e += 4)
+            unrolled<0, 4>([&](auto next) ZONM_INLINED { f(e + next); });
+    };
+    const auto read = [&](T *values, const ScatteredMatrix<const T> &object) ZONM_INLINED {
+        const auto value = [&](ptrdiff_t entry) ZONM_INLINED {
+            return load<T>(bytes(object.table[entry]) + object.offset);
+        };
+        const auto order = transposedEntries[size - smallestUnrolled].entry;
+        if (object.columnPitch == 1)
+            forEach([&](ptrdiff_t e) ZONM_INLINED { values[e] = value(e); });
+        else
+            forEach([&](ptrdiff_t e) ZONM_INLINED { values[e] = value(order[e]); });
+    };
     for (ptrdiff_t k = 0; k < c.count; ++k) {
         if (k == 0 || c.a.step != 0)
-            readObject(a, c.a(k), c.width, c.height);
+            read(a, c.a(k));
         if (k == 0 || c.b.step != 0)
-            readObject(b, c.b(k), c.width, c.height);
+            read(b, c.b(k));
         const auto dst = c.dst(k);
-        for (ptrdiff_t i = 0, e = 0; i < c.height; ++i)
-            for (ptrdiff_t j = 0; j < c.width; ++j, ++e)
-                dst.set(i, j, Op::apply(a[e], b[e]));
+        forEach([&](ptrdiff_t e) ZONM_INLINED {
+            store(bytes(dst.table[e]) + dst.offset, Op::apply(a[e], b[e]));
+        });
     }
+    return zonStsOk;
 }
 
 template <class Op, class Dst, class A, class B>
@@ -361,13 +434,13 @@ inline void combineViews(const Dst &dst, const A &a, const B &b, ptrdiff_t width
 }
 
 template <class Op, class T>
-[[gnu::noinline]] ZonStatus combineScattered(const ScatteredCombination<T> &c)
+[[gnu::noinline]] ZonStatus combineScattered(const ScatteredCombination<T> &call)
 {
-    if (c.readsWholeObjects)
-        combineWholeObjects<Op>(c);
-    else
-        for (ptrdiff_t k = 0; k < c.count; ++k)
-            combineViews<Op>(c.dst(k), c.a(k), c.b(k), c.width, c.height);
+    if (call.readsWholeObjects)
+        return combineWholeObjects<Op>(call, call.height);
+    const ScatteredCombination<T> c = call;
+    for (ptrdiff_t k = 0; k < c.count; ++k)
+        combineViews<Op>(c.dst(k), c.a(k), c.b(k), c.width, c.height);
     return zonStsOk;
 }
 
@@ -375,12 +448,13 @@ template <class T> struct ScatteredConstantCombination {
     Scattered<const T> a;
     Placed<const T> b;
     Scattered<T> dst;
-    int32_t width, height, count;
+    ptrdiff_t width, height, count;
 };
 
 template <class Op, class T>
-[[gnu::noinline]] ZonStatus combineScatteredConstants(const ScatteredConstantCombination<T> &c)
+[[gnu::noinline]] ZonStatus combineScatteredConstants(const ScatteredConstantCombination<T> &call)
 {
+    const ScatteredConstantCombination<T> c = call;
     for (ptrdiff_t k = 0; k < c.count; ++k)
         combineViews<Op>(c.dst(k), c.a(k), Uniform<T>{load<T>(c.b(k))}, c.width, c.height);
     return zonStsOk;
@@ -397,9 +471,10 @@ ZonStatus combineWithConstant(const A &a, const C &constants, const D &dst, Shap
     using T = typename D::Value;
     const auto [width, height] = shape;
     if constexpr (isElementTable<D>) {
+        const auto [columns, rows] = A::transposed ? Extents(shape) : Extents(shape).joined();
         return combineScatteredConstants<Op>(
             ScatteredConstantCombination<T>{scattered(a, shape), Placed<const T>(constants),
-                                            scattered(dst, shape), width, height, count});
+                                            scattered(dst, shape), columns, rows, count});
     } else {
         if constexpr (D::description == Description::strided && !A::transposed && !C::many)
             if (isPacked(a, shape, count) && isPacked(dst, shape, count) &&
@@ -419,9 +494,12 @@ ZonStatus combineWithObject(const A &a, const B &b, const D &dst, Shape shape, i
     using T = typename D::Value;
     const auto [width, height] = shape;
     if constexpr (isElementTable<D>) {
+        const auto [columns, rows] = A::transposed || B::transposed || readsWholeObjects
+                                         ? Extents(shape)
+                                         : Extents(shape).joined();
         return combineScattered<Op>(
             ScatteredCombination<T>{scattered(a, shape), scattered(b, shape), scattered(dst, shape),
-                                    width, height, count, readsWholeObjects});
+                                    columns, rows, count, readsWholeObjects});
     } else {
         if constexpr (D::description == Description::strided && !A::transposed && !B::transposed)
             if ((A::many == B::many || count == 1) && isPacked(a, shape, count) &&

@@ -50,6 +50,8 @@ template <class T> struct Placed {
                     sizeof base);
         return base + step;
     }
+    // The first object of an operand without a table.
+    Bytes<T> first() const { return static_cast<Bytes<T>>(const_cast<void *>(place)); }
     bool isDense() const { return columnStep == sizeof(T); }
     // The bytes from the first element to the last, without a table.
     std::uintptr_t size(ptrdiff_t width, ptrdiff_t height, ptrdiff_t count) const

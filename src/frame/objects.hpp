@@ -146,6 +146,15 @@ inline auto steppedObjects(const Block &o, ptrdiff_t rows, ptrdiff_t columns = 1
     return Objects{steppedOrigins(o), viewOf<L>(o, rows, columns), rows, columns};
 }
 
+// Objects that are known to stand in no table, for such a kernel.
+template <class View, class T> inline auto withoutTable(const Objects<View, LocatedOrigins<T>> &o)
+{
+    return Objects{SteppedOrigins<T>{o.origins(0), o.origins.step}, o.first, o.rows, o.columns};
+}
+
+// Whether any of a call's operands is a table of objects.
+template <class... Blocks> inline constexpr bool haveTables = (... || isObjectTable<Blocks>);
+
 // The view of a single operand. Strided, unless the layout is given: scalar kernels take dense
 // objects as strided ones.
 template <Layout L = Layout::strided, class Block>

@@ -108,18 +108,26 @@ inline void writeRun(std::byte *dst, ptrdiff_t length, Values values)
 
 // Overlap --------------------------------------------------------------------------------------
 
+// How far the distance of two operands drifts from that of their first rows: it grows evenly over
+// objects and over rows, so that the corners tell.
+struct Drift {
+    ptrdiff_t least = 0, most = 0;
+
+    Drift() = default;
+    Drift(ptrdiff_t overObjects, ptrdiff_t overRows)
+        : least(std::min<ptrdiff_t>(overObjects, 0) + std::min<ptrdiff_t>(overRows, 0)),
+          most(std::max<ptrdiff_t>(overObjects, 0) + std::max<ptrdiff_t>(overRows, 0))
+    {
+    }
+};
+
 // Whether runs of `dst` can be written a pack at a time, whatever else overlaps: element by
-// element, `dst` must not begin inside the pack that is being read. Objects and rows keep their
-// order in any case. The distance of the two grows evenly with k and with i, so the corners tell.
-inline bool keepsOrder(const std::byte *dst, const std::byte *src, ptrdiff_t growthOverObjects = 0,
-                       ptrdiff_t growthOverRows = 0)
+// element, `dst` must not begin inside the pack that is being read, 1 to registerBytes - 1 ahead.
+// Objects and rows keep their order in any case.
+inline bool keepsOrder(const std::byte *dst, const std::byte *src, Drift drift = {})
 {
-    const auto distance = ptrdiff_t(std::uintptr_t(dst) - std::uintptr_t(src));
-    const auto least = distance + std::min<ptrdiff_t>(growthOverObjects, 0) +
-                       std::min<ptrdiff_t>(growthOverRows, 0);
-    const auto most = distance + std::max<ptrdiff_t>(growthOverObjects, 0) +
-                      std::max<ptrdiff_t>(growthOverRows, 0);
-    return most <= 0 || least >= registerBytes;
+    const auto most = std::uintptr_t(dst) - std::uintptr_t(src) + std::uintptr_t(drift.most);
+    return most - 1 >= std::uintptr_t(drift.most - drift.least) + (registerBytes - 1);
 }
 
 // Tiles ----------------------------------------------------------------------------------------

@@ -7,34 +7,26 @@
 #pragma once
 
 #include "frame/objects.hpp"
+#include "frame/runs.hpp"
 #include "products/terms.hpp"
 #include "zonm.h"
 
 namespace zonm
 {
 
-inline constexpr int combined = objectLanes; // elements in a pack
-
-// A pack is read whole before it is written, which is seen if dst begins within what is read.
-inline bool beginsWithin(ptrdiff_t distance)
+// Whether packs keep the order of one element after the other: the distance of two operands grows
+// evenly from the first object to the last, but objects of a table may lie anywhere.
+template <class D, class S> inline bool keepOrder(const D &dst, const S &src, int32_t count)
 {
-    return distance > 0 && distance < combined * ptrdiff_t(sizeof(double));
-}
-
-template <class D, class S> inline bool keepsOrder(const D &dst, const S &src, int32_t count)
-{
-    const auto distance = [&](ptrdiff_t k) {
-        return ptrdiff_t(std::uintptr_t(dst.origins(k)) - std::uintptr_t(src.origins(k)));
-    };
-    if (dst.origins.isTable() || src.origins.isTable()) {
-        bool within = false;
-        for (ptrdiff_t k = 0; k < count; ++k)
-            within |= beginsWithin(distance(k));
-        return !within;
-    }
-    // The distance grows evenly from the first object to the last.
-    const ptrdiff_t first = distance(0), last = distance(count - 1);
-    return !beginsWithin(first) && !beginsWithin(last) && (first > 0) == (last > 0);
+    if constexpr (requires { dst.origins.isTable(); })
+        if (dst.origins.isTable() || src.origins.isTable()) {
+            bool kept = true;
+            for (ptrdiff_t k = 0; k < count; ++k)
+                kept &= keepsOrder(dst.origins(k), src.origins(k));
+            return kept;
+        }
+    return keepsOrder(dst.origins(0), src.origins(0),
+                      {(count - 1) * (dst.origins.step - src.origins.step), 0});
 }
 
 // The elements from `begin` to `end` of one object, W at a time.
@@ -49,7 +41,7 @@ template <int N, class F, class X, class Y, class D>
 ZONM_INLINED inline void combinePacks(const F &f, const X &x, const Y &y, const D &d,
                                       [[maybe_unused]] ptrdiff_t len)
 {
-    constexpr int W = combined;
+    constexpr int W = objectLanes;
     if constexpr (N != 0) {
         unrolled<0, N / W>([&](auto pack)
                                ZONM_INLINED { combineElements<W>(f, x, y, d, pack * W); });
@@ -86,13 +78,16 @@ template <class F, class X, class Y, class D>
 // Whether the objects of an operand follow each other without gaps.
 template <class O> inline bool isOneRun(const O &o)
 {
-    return !o.origins.isTable() && o.origins.step == o.rows * ptrdiff_t(sizeof(typename O::Value));
+    if constexpr (requires { o.origins.isTable(); })
+        if (o.origins.isTable())
+            return false;
+    return o.origins.step == o.rows * ptrdiff_t(sizeof(typename O::Value));
 }
 
 template <class F, class X, class Y, class D>
 [[gnu::noinline]] void combineDense(F f, X x, Y y, D d, int32_t len, int32_t count)
 {
-    if (!keepsOrder(d, x, count) || !keepsOrder(d, y, count))
+    if (!keepOrder(d, x, count) || !keepOrder(d, y, count))
         return combineObjects(f, stridedObjects(x), stridedObjects(y), stridedObjects(d), len,
                               count);
     if (isOneRun(x) && isOneRun(y) && isOneRun(d))
@@ -107,13 +102,10 @@ template <class F, class X, class Y, class D>
 ZONM_INLINED inline void combineOneDense(const F &f, const X &x, const Y &y, const D &d,
                                          int32_t len)
 {
-    const auto distance = [&](const auto &source) {
-        return ptrdiff_t(std::uintptr_t(d.base) - std::uintptr_t(source.base));
-    };
-    if (beginsWithin(distance(x)) || beginsWithin(distance(y)))
-        combineEach(f, x, y, d, len);
-    else
+    if (keepsOrder(d.base, x.base) && keepsOrder(d.base, y.base))
         combinePacks<0>(f, x, y, d, len);
+    else
+        combineEach(f, x, y, d, len);
 }
 
 template <class F, class A, class B, class D>
@@ -124,7 +116,10 @@ ZONM_INLINED inline ZonStatus combine(const F &f, const A &src1, const B &src2, 
         [&](auto layout) ZONM_INLINED {
             const auto all = [&](const auto &o) { return objects<layout>(o, len); };
             const auto only = [&](const auto &o) { return onlyObject<layout>(o, len); };
-            if constexpr (D::many && layout == Layout::dense)
+            if constexpr (D::many && layout == Layout::dense && !haveTables<A, B, D>)
+                combineDense(f, withoutTable(all(src1)), withoutTable(all(src2)),
+                             withoutTable(all(dst)), len, count);
+            else if constexpr (D::many && layout == Layout::dense)
                 combineDense(f, all(src1), all(src2), all(dst), len, count);
             else if constexpr (D::many)
                 combineObjects(f, all(src1), all(src2), all(dst), len, count);

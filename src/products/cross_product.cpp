@@ -72,6 +72,9 @@ ZonStatus crossProducts(const A &src1, const B &src2, const D &dst, int32_t coun
             if constexpr (!D::many)
                 crossOne(onlyObject<layout>(src1, 3), onlyObject<layout>(src2, 3),
                          onlyObject<layout>(dst, 3));
+            else if constexpr (layout == Layout::dense && !haveTables<A, B, D>)
+                crossGroups(withoutTable(all(src1)), withoutTable(all(src2)),
+                            withoutTable(all(dst)), count);
             else if constexpr (layout == Layout::dense)
                 crossGroups(all(src1), all(src2), all(dst), count);
             else

@@ -58,8 +58,8 @@ ZonStatus dotProducts(const A &src1, const B &src2, T *dst, int32_t len, int32_t
                 store<T>(bytes(dst), T(reduceVector<Products, F::others(layout), layout>(
                                          len, only(src1), only(src2))));
             else if constexpr (layout == Layout::dense)
-                reduceDense<Products, F::first(layout), F::others(layout)>(dst, len, count,
-                                                                           all(src1), all(src2));
+                reduceDense<Products, haveTables<A, B>, F::first(layout), F::others(layout)>(
+                    dst, len, count, all(src1), all(src2));
             else
                 reduceEach<Products>(dst, len, count, F::others(layout)[len], all(src1), all(src2));
             return zonStsOk;

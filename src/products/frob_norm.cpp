@@ -49,6 +49,13 @@ template <class A> double rootOfPairedSquares(const A &entries, ptrdiff_t elemen
     return squareRoot(sum);
 }
 
+// Rows without gaps are one longer row.
+template <class Objects> inline bool joinsRows(const Objects &o)
+{
+    const auto view = stridedView(o.first);
+    return view.rowStep == o.columns * view.columnStep;
+}
+
 template <Layout L, class T, class Objects>
 [[gnu::noinline]] ZonStatus norms(T *dst, Shape shape, int32_t count, const Objects &source)
 {
@@ -56,7 +63,9 @@ template <Layout L, class T, class Objects>
     if (shape == Shape{3, 3})
         reduceAllInOrder<Squares, 3, 3, Form::of3x3(L), Form::of3x3(L)>(dst, count, src);
     else if constexpr (L != Layout::scattered)
-        reduceAllAscending<Squares>(dst, shape.height, shape.width, count, src);
+        reduceAllAscending<Squares>(dst, joinsRows(src) ? 1 : src.rows,
+                                    joinsRows(src) ? src.rows * src.columns : src.columns, count,
+                                    src);
     else
         for (ptrdiff_t k = 0; k < count; ++k)
             store<T>(bytes(dst + k),
@@ -73,8 +82,11 @@ ZonStatus frobeniusNorms(const A &src, Shape shape, T *dst, int32_t count)
     if constexpr (A::many)
         return withLayout(
             [&](auto layout) {
-                return norms<layout>(dst, shape, count,
-                                     objects<layout>(src, shape.height, shape.width));
+                const auto all = objects<layout>(src, shape.height, shape.width);
+                if constexpr (layout == Layout::dense && !haveTables<A>)
+                    return norms<layout>(dst, shape, count, withoutTable(all));
+                else
+                    return norms<layout>(dst, shape, count, all);
             },
             src);
     else if constexpr (isElementTable<A>)

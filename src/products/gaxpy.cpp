@@ -7,10 +7,12 @@
 //   other sizes    the products are summed ascending from 0.0 (with element tables in dst, so that
 //                  `32f` rounds at every step) and stored; then y(i) is added to what is stored
 //
-// dst must not overlap src1 and src2, which may be read at any time. Where dst is src3, y(i) is the
-// sum of the products by the time that it is added, but for the sizes 3 to 6.
+// dst must not overlap src1 and src2, which may be read at any time. It may meet src3: rows follow
+// each other, and where dst is src3, y(i) is the sum of the products by the time that it is added,
+// but for the sizes 3 to 6.
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
+#include "frame/overlap.hpp"
 #include "products/orders.hpp"
 #include "products/row_products.hpp"
 #include "zonm.h"
@@ -66,7 +68,9 @@ template <class F, int N, class X, class Y, class D>
     const Y y = src3;
     const D d = dst;
     ptrdiff_t k = 0;
-    for (; k + W <= count; k += W) {
+    const bool apart = areIndependent(Regions(count, d), Regions(count, y), count) ||
+                       (areSame(d, y) && areApart(d));
+    for (; apart && k + W <= count; k += W) {
         Doubles<W> element[N], added[N], sum[N];
         gatherTurned(element, laneViews(x, k));
         gatherTurned(added, laneViews(y, k));

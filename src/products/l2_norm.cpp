@@ -43,8 +43,8 @@ ZonStatus euclideanNorms(const A &src, T *dst, int32_t len, int32_t count)
                 store<T>(bytes(dst), T(reduceVector<Squares, F::others, layout>(
                                          len, onlyObject<layout>(src, len))));
             else if constexpr (layout == Layout::dense)
-                reduceDense<Squares, F::firstOfDense, F::others>(dst, len, count,
-                                                                 objects<layout>(src, len));
+                reduceDense<Squares, haveTables<A>, F::firstOfDense, F::others>(
+                    dst, len, count, objects<layout>(src, len));
             else
                 reduceEach<Squares>(dst, len, count, F::others[len], objects<layout>(src, len));
             return zonStsOk;

@@ -25,6 +25,7 @@ struct DensePaths {
     Start start;       // of the sizes with straight-line code
     int largestSquare; // that has it
     bool pairs;        // other sizes take objects in pairs
+    bool tables;
 };
 
 template <class A, class B> struct Form {
@@ -36,7 +37,8 @@ template <class A, class B> struct Form {
     static constexpr DensePaths dense = {.shared = shared,
                                          .start = tables ? Start::zero : Start::product,
                                          .largestSquare = tables ? 4 : largestUnrolled,
-                                         .pairs = tables || !shared || A::transposed || doubles};
+                                         .pairs = tables || !shared || A::transposed || doubles,
+                                         .tables = tables};
 };
 
 template <class D> struct ProductRows {
@@ -125,8 +127,14 @@ template <DensePaths P, class A, class X, class D>
 [[gnu::noinline]] void multiplyDense(const A &a, const X &x, const D &d, int size, int32_t count)
 {
     withSize(size, [&](auto n) ZONM_INLINED {
-        if constexpr (n != 0 && n <= P.largestSquare && P.shared)
+        // These kernels are not shared with tables in any case.
+        if constexpr (n != 0 && n <= P.largestSquare && P.shared && !P.tables)
+            multiplyShared<n, P.start>(SharedMatrix<n>(a(0)), withoutTable(x), withoutTable(d),
+                                       count);
+        else if constexpr (n != 0 && n <= P.largestSquare && P.shared)
             multiplyShared<n, P.start>(SharedMatrix<n>(a(0)), x, d, count);
+        else if constexpr (n != 0 && n <= P.largestSquare && !P.tables)
+            multiplySquares<n, P.start>(withoutTable(a), withoutTable(x), withoutTable(d), count);
         else if constexpr (n != 0 && n <= P.largestSquare)
             multiplySquares<n, P.start>(a, x, d, count);
         else if constexpr (P.pairs)

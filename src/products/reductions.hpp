@@ -24,14 +24,12 @@ using LaneSums = Doubles<objectLanes>;
 
 inline LaneSums squareRoots(LaneSums x)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     return LaneSums(_mm_sqrt_pd(__m128d(x)));
-#elif defined(__GNUC__)
+#else
     for (int l = 0; l < objectLanes; ++l)
         x[l] = squareRoot(x[l]);
     return x;
-#else
-    return squareRoot(x);
 #endif
 }
 
@@ -39,9 +37,7 @@ inline LaneSums squareRoots(LaneSums x)
 // with its first term.
 struct RootOfSquares {
     static double finish(double sum) { return squareRoot(sum); }
-#if defined(__GNUC__)
     static LaneSums finish(LaneSums sums) { return squareRoots(sums); }
-#endif
 };
 
 // One object -----------------------------------------------------------------------------------
@@ -191,7 +187,8 @@ template <class R, class T, class... Objects>
 }
 
 // Dense vectors of any length. Object 0 has an order of its own.
-template <class R, const Orders &First, const Orders &Others, class T, class... Objects>
+template <class R, bool Tables, const Orders &First, const Orders &Others, class T,
+          class... Objects>
 [[gnu::noinline]] void reduceDense(T *dst, int32_t len, int32_t count, const Objects &...source)
 {
     withSize(len, [&](auto n) ZONM_INLINED {
@@ -199,7 +196,10 @@ template <class R, const Orders &First, const Orders &Others, class T, class... 
             const auto run = [=](const auto... o) ZONM_INLINED {
                 reduceAllInOrder<R, 1, n, First[n], Others[n]>(dst, count, o...);
             };
-            run(source...);
+            if constexpr (Tables)
+                run(source...);
+            else
+                run(withoutTable(source)...);
         } else {
             reduceAllAscending<R>(dst, 1, len, count, source...);
         }

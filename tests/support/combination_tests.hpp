@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "support/call.hpp"
+#include "support/one_memory.hpp"
 
 using namespace test;
 
@@ -20,7 +21,7 @@ struct Factors {
 };
 
 // Sets the constants, and returns the value of an element.
-auto setFactors(Call &call, const Export &e, Factors f)
+template <class C> auto setFactors(C &call, const Export &e, Factors f)
 {
     const Element type = e.element == "32f" ? Element::f32 : Element::f64;
     f = {rounded(type, f.first), rounded(type, f.second)};
@@ -104,6 +105,32 @@ TEST(Combinations, RoundAsTheFormulaSays)
             for (int i = 0; i < 7; ++i)
                 ASSERT_EQ(d(k, i), wanted) << call;
     }
+}
+
+// However operands meet: each element is read when it is needed, and written at once.
+TEST(Combinations, InOneMemory)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf(family))
+        for (const int len : {1, 3, 4, 6, 7, 18})
+            for (const int objects : {1, 3, 9}) {
+                if (objects > 1 && !e->argument("count"))
+                    continue;
+                OneMemory call(*e, seed++, objects);
+                const Operand &a = call.source("src1", {len}, Values::uniform);
+                const Operand &b = call.source("src2", {len}, Values::uniform);
+                const Operand &d = call.output("dst", {len});
+                call.set("len", len);
+                const auto value = setFactors(call, *e, {0.3, -1.7});
+                const auto reference = [&] {
+                    for (int k = 0; k < call.count(); ++k)
+                        for (int i = 0; i < len; ++i)
+                            d.set(k, i, 0, value(a(k, i), b(k, i)));
+                    return zonStsOk;
+                };
+                call.check(Meeting::any, reference);
+                call.checkThreads(reference);
+            }
 }
 
 } // namespace
