@@ -82,6 +82,38 @@ TEST(FixedMatrices, RotateByThePlatformsFunctions)
     }
 }
 
+// Where the two terms of an element nearly cancel, another order of their factors shows.
+TEST(FixedMatrices, RotationsWhoseTermsNearlyCancel)
+{
+    std::uint64_t seed = 1;
+    for (int repeat = 0; repeat < 800; ++repeat) {
+        KitCall call("zonmRotationYawPitchRoll_m4_32f", seed++);
+        call.apart();
+        const auto angle = [&] { return double(float(0.1 + 1.3 * call.random().unit())); };
+        const double yaw = angle(), pitch = angle(), t = std::tan(yaw), sp = std::sin(pitch);
+        const double ratios[] = {-1 / (t * sp), t / sp, t * sp, -sp / t};
+        call.set("yaw", yaw).set("pitch", pitch);
+        call.set("roll", double(float(std::atan(ratios[repeat % 4])))).compareWith(references);
+    }
+    for (int repeat = 0; repeat < 1800; ++repeat) {
+        KitCall call("zonmRotationAxis_v3m4_32f", seed++);
+        call.apart().fill(Values::uniform);
+        double a[3], sum = 0;
+        for (int i = 0; i < 3; ++i) {
+            a[i] = call.element("axis", i);
+            sum += a[i] * a[i];
+        }
+        for (double &x : a)
+            x /= std::sqrt(sum);
+        const int i = repeat % 3, j = (i + 1) % 3, k = (i + 2) % 3;
+        const double c = -a[i] * a[i] / (1 - a[i] * a[i]);
+        const double half = a[k] / (a[i] * a[j]);
+        const double angles[] = {std::acos(std::max(c, -1.0)), 2 * std::atan(half),
+                                 2 * std::atan(-half)};
+        call.set("angle", double(float(angles[repeat / 3 % 3]))).compareWith(references);
+    }
+}
+
 // Where dst meets a source, the stores of one element can be seen by the next.
 TEST(FixedMatrices, StoreInOrder)
 {
@@ -211,6 +243,47 @@ TEST(FixedMatrices, InverseAgreesWithTheReference)
     for (std::uint64_t seed = 1; seed <= 20000; ++seed) {
         KitCall call("zonmInvert_m4_32f", seed);
         EXPECT_EQ(invert(call, drawn(random), seed % 2), zonStsOk);
+    }
+}
+
+// The last element of row 0 nearly takes back what the others come to.
+TEST(FixedMatrices, DeterminantWhoseTermsNearlyCancel)
+{
+    Random random(3);
+    for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
+        Matrix m;
+        for (float &x : m)
+            x = float(2 * random.unit() - 1);
+        const auto minor = [&](std::size_t a, std::size_t b, std::size_t c) { // of rows 1 to 3
+            const auto lower = [&](std::size_t i, std::size_t j) {
+                return double(m[8 + i]) * m[12 + j] - double(m[8 + j]) * m[12 + i];
+            };
+            return (m[4 + a] * lower(b, c) - m[4 + b] * lower(a, c)) + m[4 + c] * lower(a, b);
+        };
+        m[3] = float((m[0] * minor(1, 2, 3) - m[1] * minor(0, 2, 3) + m[2] * minor(0, 1, 3)) /
+                     minor(0, 1, 2));
+        KitCall call("zonmDet_m4_32f", seed);
+        call.apart();
+        fill(call, "src", m);
+        call.compareWith(references);
+    }
+}
+
+// Pivots whose product rounds to another float if it is formed in another order.
+TEST(FixedMatrices, DeterminantInTheOrderOfThePivots)
+{
+    const float diagonals[][4] = {
+        {0x1.de25a4p+0f, 0x1.e2f02cp+0f, 0x1.8ee88ep+0f, 0x1.288f54p+0f},
+        {0x1.ff45fp+0f, 0x1.f0356ep+0f, 0x1.26ed2ep+0f, 0x1.73db2ep+0f},
+        {0x1.e055aep+0f, 0x1.bb07eep+0f, 0x1.8e6a3cp+0f, 0x1.f8940ep+0f},
+    };
+    std::uint64_t seed = 1;
+    for (const auto &diagonal : diagonals) {
+        Matrix m = unit;
+        for (int i = 0; i < 4; ++i)
+            m[std::size_t(5 * i)] = diagonal[i];
+        KitCall call("zonmInvert_m4_32f", seed++);
+        EXPECT_EQ(invert(call, m, true), zonStsOk);
     }
 }
 

@@ -67,6 +67,29 @@ TEST(Transforms, AgreeWithTheReference)
                     .compareWith(references);
 }
 
+// Two terms of each sum are large and take each other back: what is added between them is lost, so
+// that the order of the terms shows. The divisor has none of them.
+TEST(Transforms, SumsInOrder)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : kitExports())
+        for (int repeat = 0; e->argument("src1") && repeat < 240; ++repeat) {
+            KitCall call(e->name, seed++);
+            const double point[] = {2, -4, 8, elementsOf(*e, "src2") == 4 ? 16 : 1.};
+            const int a = repeat % 4, b = (a + 1 + repeat / 4 % 3) % 4;
+            call.arrays(3, 16, 16).apart().fill([&](std::string_view operand, int, int i) {
+                const double small = call.random().unit();
+                if (operand == "src2")
+                    return point[i];
+                const int row = i / 4;
+                return i % 4 == 3 || (row != a && row != b) ? small
+                       : row == a                           ? 0x1p55 / point[row]
+                                                            : -0x1p55 / point[row];
+            });
+            call.compareWith(references);
+        }
+}
+
 // Strides are taken as they are: zero, negative, no multiple of an element, less than a vector.
 TEST(Transforms, AnyStride)
 {
@@ -293,6 +316,32 @@ TEST(Transforms, SingularScenes)
         }
 }
 
+// A scene whose first pivot is a sum of products that nearly cancel: the order in which it is
+// added shows.
+TEST(Transforms, SceneWhoseTermsNearlyCancel)
+{
+    std::uint64_t seed = 1;
+    for (const char *name : {"zonmUnproject_m4v3_32f", "zonmUnproject_m4v3a_32f"})
+        for (int repeat = 0; repeat < 300; ++repeat) {
+            KitCall call(name, seed++);
+            const auto drawn = [&] { return float(1000 * (1 + call.random().unit())); };
+            const float w1 = drawn(), w2 = drawn(), w3 = drawn(), v2 = drawn();
+            const float v3 = drawn() / 1024; // its last bits do not fit into the sum
+            const float v1 = float(-(double(w2) * v2 + double(w3) * v3) / w1);
+            const std::array<float, 16> world = {0, w1, w2, w3, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+            const std::array<float, 16> view = {0,  1, 0,   0, v1, 0, w2, w3,
+                                                v2, 0, -w1, 0, v3, 0, 0,  -w1};
+            call.arrays(2, 12, 12).apart().fill([&](std::string_view operand, int, int i) {
+                return operand == "world"  ? double(world[std::size_t(i)])
+                       : operand == "view" ? double(view[std::size_t(i)])
+                       : operand == "proj" ? double(unit[std::size_t(i)])
+                                           : call.random().unit();
+            });
+            call.set("width", 400.0).set("height", 200.0).set("zMin", 0.0).set("zMax", 1.0);
+            EXPECT_EQ(call.compareWith(references), zonStsOk);
+        }
+}
+
 // The array form rounds the length of the depth range, the single form does not.
 TEST(Transforms, DepthRangeOfTheArrayForm)
 {
@@ -312,6 +361,19 @@ TEST(Transforms, DepthRangeOfTheArrayForm)
 // The general transformation of columns ----------------------------------------------------------
 
 constexpr const char *general = "zonmAffineTransform3DH_mva_32f";
+
+// 98 - 49 * 2^-24 over 49 lies between two floats; what 1 / 49 makes of it lies below.
+TEST(Transforms, ColumnsAreMultipliedByTheReciprocal)
+{
+    auto m = unit;
+    m[3] = -49 * 0x1p-24f;
+    m[15] = 49;
+    const Point v = {98, 0, 0};
+    Point d;
+    EXPECT_EQ(zonmAffineTransform3DH_mva_32f(m.data(), 16, 4, v.data(), 12, 4, d.data(), 12, 4, 1),
+              zonStsOk);
+    EXPECT_EQ(d[0], 2 - 0x1p-23f);
+}
 
 // Lays out the call, runs it and compares it with the formula.
 void checkGeneral(Call &call, const Operand &m, const Operand &v, const Operand &d)
