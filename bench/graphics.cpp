@@ -80,6 +80,13 @@ Row named(const char *operation, int n, int count)
     return {"graphics", operation, "32f", n, count};
 }
 
+// Whose entries this unit makes: those of all contestants, or only those of GLM without vectors.
+#if defined(BENCH_SCALAR)
+constexpr bool scalar = true;
+#else
+constexpr bool scalar = false;
+#endif
+
 // A row of calls, one per object, that write `d`. A peer stands inlined in the loop over the
 // objects; GLM also stands behind a function call, as zonm does.
 template <class... Arguments> class Single
@@ -93,14 +100,16 @@ template <class... Arguments> class Single
     }
     template <class F> Single &zonm(F *function)
     {
-        return add("zonm", [=](auto... a) { return function(a...); });
+        return scalar ? *this : add("zonm", [=](auto... a) { return function(a...); });
     }
     template <class F> Single &glm(F function)
     {
+        if (scalar)
+            return add("GLM scalar", function);
         add("GLM", function);
         return add("GLM called", [](auto... a) { behindACall<F>(a...); });
     }
-    template <class F> Single &cglm(F function) { return add("cglm", function); }
+    template <class F> Single &cglm(F function) { return scalar ? *this : add("cglm", function); }
 
   private:
     template <class F> Single &add(const char *contestant, F function)
@@ -113,6 +122,29 @@ template <class... Arguments> class Single
 
     Row row;
     std::tuple<Arguments...> arguments;
+};
+
+// A row of one call for all objects, of which a contestant is told the number.
+class Array
+{
+  public:
+    Array(const char *operation, int n, int count, Data d, std::function<double()> check)
+        : row(named(operation, n, count))
+    {
+        row.into(d.p, std::size_t(count) * d.step()).check(check);
+    }
+    template <class F> Array &zonm(F f) { return scalar ? *this : add("zonm", f); }
+    template <class F> Array &glm(F f) { return add(scalar ? "GLM scalar" : "GLM", f); }
+    template <class F> Array &cglm(F f) { return scalar ? *this : add("cglm", f); }
+
+  private:
+    template <class F> Array &add(const char *contestant, F f)
+    {
+        row.add(contestant, [f](int, int count) { return f(count); });
+        return *this;
+    }
+
+    Row row;
 };
 
 auto columns(float *p) { return reinterpret_cast<::vec4 *>(p); }
@@ -272,11 +304,6 @@ void transforms(int count)
     const auto coordinatesOf = [=](int k) { return coordinates(M, V3(k)); };
     const auto normalOf = [=](int k) { return glm::dmat3(M) * V3(k); };
     const auto pointOf = [=](int k) { return M * dvec4(V3(k), 1); };
-    const auto rowOf = [=](const char *operation, int n, Data d, std::function<double()> check) {
-        auto row = named(operation, n, count);
-        row.into(d.p, std::size_t(count) * d.step()).check(check);
-        return row;
-    };
 
     // One call per object.
     Single("zonmAffineTransform_m4v3", 3, count, d4, within(d4, count, tolerance, pointOf), p, v3,
@@ -299,52 +326,52 @@ void transforms(int count)
         });
 
     // All objects in one call.
-    auto vectors4 =
-        rowOf("zonmAffineTransform_m4v4a", 4, d4,
-              within(d4, count, tolerance, [=](int k) { return M * wide<dvec4, vec4>(v4, k); }));
-    vectors4
-        .add("zonm",
-             [=](int k, int n) {
-                 return zonmAffineTransform_m4v4a_32f(p, v4[k], v4.step(), d4[k], d4.step(), n);
-             })
-        .add("GLM", [=](int, int n) {
+    Array("zonmAffineTransform_m4v4a", 4, count, d4,
+          within(d4, count, tolerance, [=](int k) { return M * wide<dvec4, vec4>(v4, k); }))
+        .zonm([=](int n) {
+            return zonmAffineTransform_m4v4a_32f(p, v4.p, v4.step(), d4.p, d4.step(), n);
+        })
+        .glm([=](int n) {
             for (int k = 0; k < n; ++k)
                 d4.as<vec4>(k) = m * v4.as<vec4>(k);
+        })
+        .cglm([=](int n) {
+            ::mat4 c;
+            std::memcpy(c, p, sizeof c);
+            for (int k = 0; k < n; ++k)
+                glm_mat4_mulv(c, v4[k], d4[k]);
         });
-    auto points = rowOf("zonmAffineTransform_m4v3a", 3, d4, within(d4, count, tolerance, pointOf));
-    points
-        .add("zonm",
-             [=](int k, int n) {
-                 return zonmAffineTransform_m4v3a_32f(p, v3[k], v3.step(), d4[k], d4.step(), n);
-             })
-        .add("GLM", [=](int, int n) {
+    Array("zonmAffineTransform_m4v3a", 3, count, d4, within(d4, count, tolerance, pointOf))
+        .zonm([=](int n) {
+            return zonmAffineTransform_m4v3a_32f(p, v3.p, v3.step(), d4.p, d4.step(), n);
+        })
+        .glm([=](int n) {
             for (int k = 0; k < n; ++k)
                 d4.as<vec4>(k) = m * vec4(v3.as<vec3>(k), 1);
         });
-    auto divided =
-        rowOf("zonmAffineTransformCoord_m4v3a", 3, d3, within(d3, count, tolerance, coordinatesOf));
-    divided
-        .add("zonm",
-             [=](int k, int n) {
-                 return zonmAffineTransformCoord_m4v3a_32f(p, v3[k], v3.step(), d3[k], d3.step(),
-                                                           n);
-             })
-        .add("GLM", [=](int, int n) {
+    Array("zonmAffineTransformCoord_m4v3a", 3, count, d3,
+          within(d3, count, tolerance, coordinatesOf))
+        .zonm([=](int n) {
+            return zonmAffineTransformCoord_m4v3a_32f(p, v3.p, v3.step(), d3.p, d3.step(), n);
+        })
+        .glm([=](int n) {
             for (int k = 0; k < n; ++k)
                 d3.as<vec3>(k) = coordinates(m, v3.as<vec3>(k));
         });
-    auto normals =
-        rowOf("zonmAffineTransformNormal_m4v3a", 3, d3, within(d3, count, tolerance, normalOf));
-    normals
-        .add("zonm",
-             [=](int k, int n) {
-                 return zonmAffineTransformNormal_m4v3a_32f(p, v3[k], v3.step(), d3[k], d3.step(),
-                                                            n);
-             })
-        .add("GLM", [=](int, int n) {
+    Array("zonmAffineTransformNormal_m4v3a", 3, count, d3, within(d3, count, tolerance, normalOf))
+        .zonm([=](int n) {
+            return zonmAffineTransformNormal_m4v3a_32f(p, v3.p, v3.step(), d3.p, d3.step(), n);
+        })
+        .glm([=](int n) {
             const glm::mat3 linear(m);
             for (int k = 0; k < n; ++k)
                 d3.as<vec3>(k) = linear * v3.as<vec3>(k);
+        })
+        .cglm([=](int n) {
+            ::mat4 c;
+            std::memcpy(c, p, sizeof c);
+            for (int k = 0; k < n; ++k)
+                glm_mat4_mulv3(c, v3[k], 0, d3[k]);
         });
 
     const auto onScreen = [](const auto &t) {
@@ -355,34 +382,21 @@ void transforms(int count)
     const auto project = [=](const auto &proj, const auto &view, const auto &world, const auto &v) {
         return onScreen(coordinates(proj, coordinates(view, coordinates(world, v))));
     };
-    auto projected =
-        rowOf("zonmProject_m4v3a", 3, d3, within(d3, count, 1e-4, [=](int k) {
-                  return project(dmat4(scene.proj), dmat4(scene.view), dmat4(scene.world), V3(k));
-              }));
-    projected
-        .add("zonm",
-             [=](int k, int n) {
-                 return zonmProject_m4v3a_32f(&scene.proj[0][0], &scene.view[0][0],
-                                              &scene.world[0][0], v3[k], v3.step(), 640, 480, 0, 1,
-                                              d3[k], d3.step(), n);
-             })
-        .add("GLM", [=](int, int n) {
+    Array("zonmProject_m4v3a", 3, count, d3,
+          within(d3, count, 1e-4,
+                 [=](int k) {
+                     return project(dmat4(scene.proj), dmat4(scene.view), dmat4(scene.world),
+                                    V3(k));
+                 }))
+        .zonm([=](int n) {
+            return zonmProject_m4v3a_32f(&scene.proj[0][0], &scene.view[0][0], &scene.world[0][0],
+                                         v3.p, v3.step(), 640, 480, 0, 1, d3.p, d3.step(), n);
+        })
+        .glm([=](int n) {
             const Scene s = scene;
             for (int k = 0; k < n; ++k)
                 d3.as<vec3>(k) = project(s.proj, s.view, s.world, v3.as<vec3>(k));
         });
-    vectors4.add("cglm", [=](int, int n) {
-        ::mat4 c;
-        std::memcpy(c, p, sizeof c);
-        for (int k = 0; k < n; ++k)
-            glm_mat4_mulv(c, v4[k], d4[k]);
-    });
-    normals.add("cglm", [=](int, int n) {
-        ::mat4 c;
-        std::memcpy(c, p, sizeof c);
-        for (int k = 0; k < n; ++k)
-            glm_mat4_mulv3(c, v3[k], 0, d3[k]);
-    });
 }
 
 const Group group([] {

@@ -30,6 +30,14 @@ void dormqr_(const char *, const char *, const int *, const int *, const int *, 
              const int *, const double *, double *, const int *, double *, const int *, int *);
 void sgetri_(const int *, float *, const int *, const int *, float *, const int *, int *);
 void dgetri_(const int *, double *, const int *, const int *, double *, const int *, int *);
+void ssyev_(const char *, const char *, const int *, float *, const int *, float *, float *,
+            const int *, int *);
+void dsyev_(const char *, const char *, const int *, double *, const int *, double *, double *,
+            const int *, int *);
+void sgeev_(const char *, const char *, const int *, float *, const int *, float *, float *,
+            float *, const int *, float *, const int *, float *, const int *, int *);
+void dgeev_(const char *, const char *, const int *, double *, const int *, double *, double *,
+            double *, const int *, double *, const int *, double *, const int *, int *);
 }
 #endif
 
@@ -182,6 +190,38 @@ inline int getri(int n, double *a, const int *pivots, double *work, int size)
 {
     int info;
     dgetri_(&n, a, &n, pivots, work, &size, &info);
+    return info;
+}
+// Values of a symmetric matrix, the vectors in its place.
+inline int syev(bool withVectors, int n, float *a, float *values)
+{
+    static float work[lapackWork];
+    int info;
+    ssyev_(withVectors ? "V" : "N", "L", &n, a, &n, values, work, &lapackWork, &info);
+    return info;
+}
+inline int syev(bool withVectors, int n, double *a, double *values)
+{
+    static double work[lapackWork];
+    int info;
+    dsyev_(withVectors ? "V" : "N", "L", &n, a, &n, values, work, &lapackWork, &info);
+    return info;
+}
+// Values of a general matrix, which is lost, and its vectors where they are wanted.
+inline int geev(int n, float *a, float *re, float *im, float *left, float *right)
+{
+    static float work[lapackWork];
+    int info;
+    sgeev_(left ? "V" : "N", right ? "V" : "N", &n, a, &n, re, im, left, &n, right, &n, work,
+           &lapackWork, &info);
+    return info;
+}
+inline int geev(int n, double *a, double *re, double *im, double *left, double *right)
+{
+    static double work[lapackWork];
+    int info;
+    dgeev_(left ? "V" : "N", right ? "V" : "N", &n, a, &n, re, im, left, &n, right, &n, work,
+           &lapackWork, &info);
     return info;
 }
 #endif

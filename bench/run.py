@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Runs the benchmarks and writes benchmarks.json and benchmarks.md from one run, beside the program's
-build tree, or with --publish in docs/. A quick or filtered run prints its tables and writes nothing."""
+"""Runs the benchmarks and writes the figures, two pages and the pictures from one run, beside the program's
+build tree, or with --publish in docs/. A quick or filtered run prints its tables and writes nothing.
+With --against it compares two builds of the library instead."""
 
 import argparse
 import json
+import math
 import os
 import platform
 import re
@@ -19,6 +21,9 @@ import table
 
 FULL = {"repetitions": 9, "min_time": 0.01}
 QUICK = {"repetitions": 3, "min_time": 0.004}
+
+# The groups whose time is that on the clock: processor time is the main thread's alone.
+ELAPSED = {"scaling"}
 
 # Holds the binary peers to the 16-byte registers of the x86-64 baseline.
 NARROW = {"OPENBLAS_CORETYPE": "Nehalem", "LIBXSMM_TARGET": "wsm"}
@@ -104,7 +109,7 @@ def trim(raw, settings, command):
             group, operation, type_, size, count, contestant = b["name"].split("/")[:6]
             row = (group, operation, type_, int(size), int(count))
             samples.setdefault(row, {}).setdefault(contestant, []).append(
-                b["cpu_time"] / b["objects"])
+                b["real_time" if group in ELAPSED else "cpu_time"] / b["objects"])
     rows = [[*row, {who: [float(f"{min(t):.4g}"), float(f"{statistics.median(t):.4g}")]
                     for who, t in contestants.items()}]
             for row, contestants in sorted(samples.items())]
@@ -139,19 +144,59 @@ def arguments():
     parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
     parser.add_argument("--publish", action="store_true", help="write to docs/, files of the repository")
     parser.add_argument("--filter", default=".", help="regular expression on the names")
+    parser.add_argument("--against", type=Path, metavar="DIRECTORY",
+                        help="compare with the libzonm.so of another build, and print the ratios")
     parser.add_argument("--json", type=Path, help="also write the figures there")
     options = parser.parse_args()
-    if options.publish and (options.quick or options.filter != "."):
-        parser.error("only a full run is published: leave out --quick and --filter")
+    if options.publish and (options.quick or options.filter != "." or options.against):
+        parser.error("only a full run is published: leave out --quick, --filter and --against")
+    if options.against and not options.check_arguments and not list(options.against.glob("libzonm.so*")):
+        parser.error(f"no libzonm.so in {options.against}")
     if not options.program and not options.check_arguments:
         parser.error("--program is missing: the zonm_bench that was built")
     return options
+
+
+def against(program, other, pattern):
+    """Prints the time of this build's library over that of the other's, in one program, turn by turn."""
+    least = {}
+    libraries = {"this": program.resolve().parent.parent, "other": other.resolve()}
+    for _ in range(3):
+        for which, folder in libraries.items():
+            raw = run(program, QUICK, pattern, {"LD_LIBRARY_PATH": str(folder)})
+            for b in raw["benchmarks"]:
+                name = b["name"].split("/")[:6]
+                if b["run_type"] == "iteration" and name[5].startswith("zonm"):
+                    times = least.setdefault(tuple(name), {})
+                    times[which] = min(times.get(which, math.inf), b["cpu_time"])
+    operations = {}
+    for (group, operation, type_, size, *_), times in sorted(least.items()):
+        operations.setdefault((group, operation, type_), []).append((times["this"] / times["other"], size))
+    for names, ratios in operations.items():
+        mean = table.geometric_mean([ratio for ratio, _ in ratios])
+        worst, size = max(ratios)
+        print(f"{mean:.2f}  worst {worst:.2f} at N = {size:3}  {' '.join(names)}")
+    everything = table.geometric_mean([ratio for ratios in operations.values() for ratio, _ in ratios])
+    print(f"{everything:.2f}  all: this build's time over the other's")
+
+
+def interpreter_with(module):
+    """A Python that has the module: this one, or the system's, for which Debian's packages are."""
+    for python in (sys.executable, "/usr/bin/python3"):
+        if subprocess.run([python, "-c", f"import {module}"], stderr=subprocess.DEVNULL).returncode == 0:
+            return python
+    return None
 
 
 def main():
     options = arguments()
     if options.check_arguments:
         return
+    painter = interpreter_with("matplotlib")
+    if options.publish and not painter:
+        sys.exit("the pictures need matplotlib (apt install python3-matplotlib)")
+    if options.against:
+        return against(options.program, options.against, options.filter)
     settings = QUICK if options.quick else FULL
     print(f"about {'one minute' if options.quick else 'five minutes'} ...", file=sys.stderr)
     data = trim(run(options.program, settings, options.filter), settings, "./dev bench --publish")
@@ -166,12 +211,15 @@ def main():
     if options.json:
         write(options.json, data)
     if options.quick or not everything:
-        print(table.markdown(data))
+        print(table.tables(data))
         return
     docs = Path(__file__).resolve().parent.parent / "docs"
     folder = docs if options.publish else options.program.resolve().parent.parent
     write(folder / "benchmarks.json", data)
-    (folder / "benchmarks.md").write_text(table.markdown(data))
+    table.write(data, folder)
+    if painter:
+        pictures = Path(__file__).with_name("pictures.py")
+        subprocess.run([painter, pictures, folder / "benchmarks.json", folder / "benchmarks"], check=True)
     if options.publish:
         solvers.renew(docs / "solvers.md", data)
     print(f"wrote {folder / 'benchmarks.md'} and benchmarks.json", file=sys.stderr)

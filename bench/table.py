@@ -1,15 +1,20 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Markdown tables from the figures of a run: table.py docs/benchmarks.json > docs/benchmarks.md"""
+"""The pages of the benchmarks from the figures of a run: table.py FIGURES.json FOLDER
+
+Writes benchmarks.md, one page to decide by, and benchmarks-tables.md with every figure.
+"""
 
 import json
 import math
 import sys
+from pathlib import Path
 
-OURS = ["zonm", "zonm _L", "zonm _P"]
-PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "cglm", "memcpy",
-         "loop"]
+OURS = ["zonm", "zonm _L", "zonm _P", "zonm, two threads"]
+PEERS = ["Eigen", "Eigen by rows", "Eigen dynamic", "OpenBLAS", "LIBXSMM", "GLM", "GLM called", "GLM scalar",
+         "cglm", "memcpy", "loop"]
 
+WITHOUT_PEERS = {"scaling"}
 GROUPS = {
     "sums": ("Matrix sums", """\
 Dense rows. The last count of each size is beyond the caches. `zonmAdd_mm` is one call per object,
@@ -50,11 +55,20 @@ above; OpenBLAS forms the reflections' product with the right-hand side, then so
 Random matrices, 20000 different ones at sizes 5 and 6, 2000 at the others. Beside the single forms, Eigen stands
 behind a function call with run-time strides. OpenBLAS has no determinant: it is the product of the pivots of its
 decomposition. LAPACK's copying of what it overwrites is timed."""),
+    "eigen": ("Eigenproblems", """\
+4000 different random matrices; the symmetric ones have norm near 1 and are positive definite, and the few of `32f`
+that zonm refuses, its tolerances being absolute, are changed until it takes them. Eigen has a solver for each
+matrix, which keeps what it computed; the vectors of its general one are not scaled to length 1, zonm's and
+LAPACK's are. LAPACK's copying of what it overwrites is timed. Eigen has no left vectors."""),
     "graphics": ("Graphics kit", """\
 2048 objects, within the second-level cache, and 100000. Names that end with `a` take all of them in one call, the
-others one per call; beside these, `GLM called` stands behind a function call too, while `GLM` and cglm are
+others one per call; beside these, `GLM called` stands behind a function call too, while the others are
 inlined in the loop. zonm forms every result in double, the peers in single precision, so that half as many
-numbers fit into zonm's registers; GLM is compiled without intrinsics, cglm has them."""),
+numbers fit into zonm's registers. cglm has intrinsics. GLM is compiled without, and most of its products are
+vectorised by the compiler; `GLM scalar` is the same with the compiler's vectorisers off."""),
+    "scaling": ("From ten objects to a million", """\
+Nanoseconds of elapsed time per object in calls on more and more of them, and with two threads that take half of the
+array each, started and joined within the time. The caches end between 1000 and 100000 objects."""),
 }
 
 
@@ -127,15 +141,15 @@ def summary(chosen):
     return text + line(["**all**", ""] + [f"**{m}**" if m else "" for m in everything])
 
 
-def markdown(data):
-    rows = [row for row in data["rows"] if row[0] in GROUPS]
-    limits = {row[2]: 1 / row[5]["machine"][0] for row in data["rows"] if row[0] == "limit"}
-    limit = limits.get("64f")
-    spread = [t[1] / t[0] for row in rows for t in row[5].values()]
+def of_group(data, group):
+    return operations([row for row in data["rows"] if row[0] == group])
+
+
+def head(data):
     peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
     quick = "" if data["repetitions"] >= 9 else ", a quick run: the figures scatter"
     remarks = "".join(f"- **{remark}.**\n" for remark in data.get("remarks", []))
-    text = f"""<!-- SPDX-License-Identifier: Apache-2.0 -->
+    return f"""<!-- SPDX-License-Identifier: Apache-2.0 -->
 # Benchmarks
 
 Made by `{data["command"]}` on {data["date"]}{quick}; not to be edited. [How they are made](../bench/README.md).
@@ -143,24 +157,100 @@ Made by `{data["command"]}` on {data["date"]}{quick}; not to be edited. [How the
 - Machine: {data["machine"]}
 - Compiler: {data["compiler"]}, library and peers in source form with `{data["flags"]}`
 - Peers: {peers}
-{remarks}
+{remarks}"""
+
+
+def glance(data):
+    """One line per group and type: the mean ratio to each peer over sizes and operations."""
+    peers = [w for w in PEERS if any(w in times for row in data["rows"] for times in [row[5]])]
+    text = line(["", ""] + peers) + line(["---", "---"] + ["---:"] * len(peers))
+    for group, (title, _) in GROUPS.items():
+        chosen = of_group(data, group)
+        for type_ in ("64f", "32f"):
+            ratios = [[r for o in chosen if o.type == type_ for r in o.ratios(w)] for w in peers]
+            if group in WITHOUT_PEERS or not any(ratios):
+                continue
+            text += line([f"[{title}](#{anchor(title)})", type_] +
+                         [f"{geometric_mean(r):.2f}" if r else "" for r in ratios])
+    return text
+
+
+def anchor(title):
+    return "".join(c for c in title.lower().replace(" ", "-") if c.isalnum() or c == "-")
+
+
+def behind(chosen):
+    """The lines in which a peer is ahead by more than noise, the widest first."""
+    found = [(geometric_mean(o.ratios(who)), o, who) for o in chosen for who in o.peers]
+    found = sorted((f for f in found if f[0] > 1.05), key=lambda f: -f[0])
+    if not found:
+        return "No peer is ahead on the mean of an operation's sizes.\n"
+    names = [f"{who} on `{o.name}` {o.type} ({ratio:.2f})" for ratio, o, who in found]
+    more = f" and {len(names) - 8} more" if len(names) > 8 else ""
+    return f"A peer is ahead on the mean of the sizes: {', '.join(names[:8])}{more}.\n"
+
+
+def page(data):
+    """What one needs to decide: a table, and per group a picture and who is ahead."""
+    text = f"""{head(data)}
+Every figure on this page is zonm's time over a peer's for the same work on the same data: **below 1, zonm is faster**. The
+figures behind it, in nanoseconds per object, stand in [benchmarks-tables.md](benchmarks-tables.md). Geometric means over sizes
+and operations:
+
+{glance(data)}
+Why they differ. Across an array zonm puts several small objects into one register, which a peer that takes one matrix at
+a time cannot; that is where it is ahead most. One call per object pays for judging its arguments and for strides that
+are known at run time alone. zonm forms `32f` results in double and rounds once, as it promises; the peers stay in single
+precision, where twice as many numbers fit into a register. It uses the registers of its build, by default the 16 bytes of
+the platform's baseline, and never contracts; OpenBLAS and LIBXSMM take the widest there are, and contract. From size 16 on,
+OpenBLAS and LIBXSMM are what you want; zonm is made for the sizes below. Beyond the caches memory sets the pace, for all
+the same.
+
+In the pictures a dot is one size, the larger the greater; a bar is the mean of an operation's sizes.
+"""
+    for group, (title, note) in GROUPS.items():
+        chosen = of_group(data, group)
+        if not chosen:
+            continue
+        text += f"\n## {title}\n\n{first_words(note)}\n"
+        if group in WITHOUT_PEERS:
+            text += "".join(f"\n`{o.name}`, {o.type}, N = {o.rows[0][0]}:\n\n{o.table(None)}" for o in chosen)
+        else:
+            text += f"\n![Ratios of {title.lower()}](benchmarks/{group}.svg)\n\n{behind(chosen)}"
+    return text
+
+
+def first_words(note):
+    return note.split(" *Limit*")[0]
+
+
+def tables(data):
+    rows = [row for row in data["rows"] if row[0] in GROUPS]
+    limits = {row[2]: 1 / row[5]["machine"][0] for row in data["rows"] if row[0] == "limit"}
+    limit = limits.get("64f")
+    spread = [t[1] / t[0] for row in rows for t in row[5].values()]
+    text = f"""{head(data)}
 Figures are nanoseconds of processor time per object, the least of {data["repetitions"]} repetitions in random
 order in one process; the median of a line's repetitions lies {100 * (geometric_mean(spread) - 1):.1f} % above on the mean. In
 parentheses zonm's time over the peer's: **below 1, zonm is faster**. Means are geometric; `×` is the time of
 an `_L` or `_P` form over its strided twin.
 """
     for group, (title, note) in GROUPS.items():
-        chosen = operations([row for row in rows if row[0] == group])
-        if not chosen:
+        chosen = of_group(data, group)
+        if not chosen or group in WITHOUT_PEERS:
             continue
         of_product = limit if group.startswith("product") else None
-        note = note.format(limit=f"{limit:.1f}") if of_product else note.split(" *Limit*")[0]
+        note = note.format(limit=f"{limit:.1f}") if of_product else first_words(note)
         text += f"\n## {title}\n\n{note}\n\nRatio of zonm's time to the peer's:\n\n{summary(chosen)}"
         for o in chosen:
             text += f"\n### `{o.name}`, {o.type}\n\n{o.table(of_product)}"
     return text
 
 
+def write(data, folder):
+    (folder / "benchmarks.md").write_text(page(data))
+    (folder / "benchmarks-tables.md").write_text(tables(data))
+
+
 if __name__ == "__main__":
-    with open(sys.argv[1]) as file:
-        print(markdown(json.load(file)), end="")
+    write(json.loads(Path(sys.argv[1]).read_text()), Path(sys.argv[2]))

@@ -20,8 +20,10 @@ foreach(language C CXX)
     message(FATAL_ERROR "zonm must not be compiled with ${CMAKE_MATCH_0}: results would change")
   endif()
 endforeach()
-if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86|i[3-6]86")
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86|AMD64|i[3-6]86")
   list(APPEND ZONM_ARITHMETIC -msse2 -mfpmath=sse)
+  # Callers keep the stack to 4 bytes there, as the platform's oldest convention has it.
+  set(ZONM_CALLED -mstackrealign)
 endif()
 if(ZONM_ARCH)
   list(APPEND ZONM_ARITHMETIC -march=${ZONM_ARCH})
@@ -59,6 +61,13 @@ set_source_files_properties(${with_packs} PROPERTIES
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
   COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-ter>)
 
+# The loops of the general eigenproblems run over a few elements: widened and unrolled, as -O3 does,
+# they are larger and slower.
+foreach(family eigen_values eigen_vectors)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/src/eigen/${family}.cpp PROPERTIES
+    COMPILE_OPTIONS $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-O2>)
+endforeach()
+
 # One set of objects serves the shared and the static library. In an object library all units get
 # the same options and definitions.
 function(zonm_objects name)
@@ -75,7 +84,7 @@ function(zonm_objects name)
   target_compile_definitions(${name} PRIVATE ZONM_BUILDING ${arg_DEFINITIONS})
   target_compile_options(${name} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wno-psabi
-    ${ZONM_ARITHMETIC}
+    ${ZONM_ARITHMETIC} ${ZONM_CALLED}
     # Nothing of the C++ run-time library is needed.
     -fno-exceptions -fno-rtti -fno-threadsafe-statics
     ${arg_OPTIONS})

@@ -3897,7 +3897,11 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmLUBackSubst_mava_64f_P(
  * spreads.
  * Bits: the same in every form, products subtracted in ascending order. A 32f element is rounded
  * when it is stored, and later rows use what is stored.
- * In place: dst may be src with the same layout; the upper triangle stays.
+ * In place: dst may be src with the same layout; the upper triangle stays. Beyond that, matrices
+ * are taken one after the other: where dst meets the src of a later matrix, that is read as it has
+ * become, and where elements of dst share an address the last store remains. A matrix of size 3 to
+ * 6 is read whole before its dst is written; other sizes work in dst, element by element.
+ * All count matrices of src must be readable, also those behind one that fails.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,
@@ -3951,7 +3955,10 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyDecomp_ma_64f_P(
  * Nothing can fail after them.
  * Bits: the same in every form. At size 3 to 6 nothing is rounded to the element type before the
  * final store; at other sizes each dst(i) is rounded when it is stored.
- * In place: dst may be src2 with the same layout.
+ * In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+ * other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+ * matrix of mva at size 3 to 6 is read once, before the first. A system of size 3 to 6 is read
+ * whole before its dst is written; other sizes work in dst, element by element.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2,
@@ -4050,7 +4057,10 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmCholeskyBackSubst_mava_64f_P(
  * them zonStsDivByZero, at the first matrix that fails: those before it are complete, those
  * behind it untouched, and its dst is src with the reflections so far applied. NaN passes.
  * Bits: the same in every form, sums formed in ascending order of the rows.
- * In place: dst may be src with the same layout.
+ * In place: dst may be src with the same layout. Beyond that, matrices are taken one after the
+ * other: where dst meets the src of a later matrix, that is read as it has become. The elements of
+ * one dst must not share an address.
+ * All count matrices of src must be readable, also those behind one that fails.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
@@ -4107,7 +4117,11 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmQRDecomp_ma_64f_P(
  * can fail after them; a zero on the diagonal of R gives infinities or NaNs with zonStsOk.
  * Bits: the same in every form. At the square sizes 3 to 6 nothing is rounded to the element type
  * before the final store, and the buffer is not touched.
- * In place: dst may be src2 with the same layout.
+ * In place: dst may be src2 with the same layout. Beyond that, systems are taken one after the
+ * other: where dst meets src1 or src2 of a later one, those are read as they have become; the
+ * matrix of mva at the square sizes 3 to 6 is read once, before the first. A system of these sizes
+ * is read whole before its dst is written; others read src2 whole, and then the triangle between
+ * one store to dst and the next.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmQRBackSubst_mv_32f(
     const float *src1, int32_t src1Stride1, int32_t src1Stride2, void *buffer,
@@ -4325,21 +4339,27 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmInvert_ma_64f_P(
  *
  * src = V * diag(dstValues) * transpose(V),  V = dstVectors, column j for value j
  *
- * size is the order n. src is not tested for symmetry: size 2 uses its upper triangle, larger
- * sizes all of it. dstValues has n numbers per matrix, back to back in every description;
- * dstVectors is described by the dst arguments.
+ * The arguments are src, buffer, dstVectors (of the second function), dstValues, size, count.
+ * src and dstVectors are size by size, n = size. src is not tested for symmetry: size 2 uses its
+ * upper triangle, larger sizes all of it. dstValues has n numbers per matrix, back to back in
+ * every description.
  * buffer: n*n elements of the element type, required at every size; an array reuses it.
  * Values are in descending order; at size 2 the one of larger magnitude comes first, so a negative
  * trace gives ascending order. Vectors have length 1 and no fixed sign.
- * Tolerance, absolute: 2^-23 (32f), 2^-52 (64f). zonmEigenValuesVectorsSym_ma_64f decides about
- * singularity at 2^-23 from size 3 on; a few 32f forms use 2^-52 in part.
+ * Limits, absolute, eps = 2^-23 (32f), 2^-52 (64f): a subdiagonal element counts as zero at or
+ * below 2*eps, everything else at eps. zonmEigenValuesVectorsSym_ma_64f decides about singularity
+ * at 2^-23 from size 3 on; a few 32f forms use 2^-52 in part.
  * Checks: standard orders; arrays judge pointers, size, count, shifts, strides. After them
- *     zonStsSingular        the product of the values (size 2: the determinant) is within the
- *                           tolerance. Size 2: nothing written. From 3 on values and vectors
- *                           stand, but not in every form in descending order.
+ *     zonStsSingular        the product of the values (size 2: the determinant) is within eps.
+ *                           Size 2: nothing written. From 3 on values and vectors stand, but not
+ *                           in every form in descending order.
  *     zonStsNoConvergence   30 sweeps for one value did not do; the outputs hold scratch.
  * Both end an array: matrices before are complete, those behind untouched. Size 1 cannot fail.
  * Some diagonal values count more than once in that product; do not read it as the determinant.
+ * A NaN raises no zonStsSingular and ends no iteration.
+ * Bits: single matrices and arrays differ in the last bits; where a limit decides, in the status.
+ * In place: dstVectors may be src with the same layout, except at size 1. A matrix is read whole
+ * before its results are written.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesSym_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, void *buffer,
@@ -4439,18 +4459,22 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsSym_ma_64f_P(
  *
  * det(src[k] - (dstValuesRe[r] + i*dstValuesIm[r]) * I) = 0
  *
- * size is the order n. dstValuesRe and dstValuesIm have n numbers per matrix, back to back in
- * every description, in no sorted order. A real value has imaginary part 0; a complex pair is
- * adjacent, the positive imaginary part first.
- * buffer: as zonmEigenValuesGetBufSize tells; an array reuses it. It stands last, behind count.
- * Reduction to Hessenberg form, then double-shift QR. A subdiagonal element counts as zero at or
- * below 2^-23 (32f), 2^-52 (64f), whatever the scale of the matrix: scale tiny matrices up first.
+ * The arguments are src, dstValuesRe, dstValuesIm, size, count, buffer: buffer stands last.
+ * src is size by size, n = size. dstValuesRe and dstValuesIm have n numbers per matrix, back to
+ * back in every description, in no sorted order. A real value has imaginary part 0; a complex
+ * pair is adjacent, the positive imaginary part first.
+ * buffer: as many bytes as zonmEigenValuesGetBufSize tells; an array reuses it.
+ * Reduction to Hessenberg form, then double-shift QR, without balancing.
+ * Limits, absolute: a subdiagonal element counts as zero at or below 2^-23 (32f), 2^-52 (64f),
+ * whatever the scale of the matrix: scale tiny matrices up first.
  * A real pair in a 2x2 block with equal diagonal elements is reported as a complex one:
  * rows (1, 2), (2, 1) give 1 + 2i and 1 - 2i.
  * Checks: standard orders; arrays judge pointers, size, count, shifts, strides. After them
  * zonStsNoConvergence, when 30*n sweeps did not do: the values found so far stand at their places
- * at the end. It ends an array: matrices before are complete, those behind untouched. A singular
- * matrix is no failure.
+ * at the end, the others are not written. It ends an array: matrices before are complete, those
+ * behind untouched. A singular matrix is no failure; a NaN ends in that status or in NaN values.
+ * Bits: the same in every form.
+ * In place: the values may lie on src. A matrix is read whole before its values are written.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2, float *dstValuesRe,
@@ -4499,20 +4523,30 @@ ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValues_ma_64f_P(
  *        lambda src * y = lambda * y
  * zonmEigenValuesVectors writes both, as dstRight and dstLeft
  *
+ * The arguments are src, dstVectors or dstRight and dstLeft, dstValuesRe, dstValuesIm, size,
+ * count, buffer: buffer stands last. src and the vectors are size by size, n = size.
  * Right and left are meant of the transpose of src: mind which one you want. Eigenvalue c
- * stands in dstValuesRe[c] and dstValuesIm[c], as for zonmEigenValues; the zero test is
- * relative here, so the values can differ. For a complex pair c, c+1, column c holds the real
- * and column c+1 the imaginary part of the vector of value c; that of value c+1 is the
- * conjugate. Vectors have length 1 (a pair over both columns, its largest component real) and
- * no fixed sign.
- * buffer: as zonmEigenValuesVectorsGetBufSize tells; an array reuses it. It stands last.
+ * stands in dstValuesRe[c] and dstValuesIm[c], as for zonmEigenValues. For a complex pair c, c+1,
+ * column c holds the real and column c+1 the imaginary part of the vector of value c; that of
+ * value c+1 is the conjugate. Vectors have length 1 (a pair over both columns, its largest
+ * component real) and no fixed sign.
+ * buffer: as many bytes as zonmEigenValuesVectorsGetBufSize tells; an array reuses it.
+ * Limits: a subdiagonal element counts as zero beside its diagonal neighbours, at 2^-23 (32f),
+ * 2^-52 (64f) of their magnitudes: the values can differ from those of zonmEigenValues.
  * Checks: standard orders; arrays judge pointers, size, count, then without suffix the strides,
  * with _L and _P shifts and strides of src, shifts and strides of the outputs. After them
  *     zonStsNoConvergence   30*n sweeps did not do (the values found so far stand), or a complex
- *                           right vector vanished; vectors unwritten
+ *                           right vector vanished, all components within 2^-23 (32f), 2^-52
+ *                           (64f); vectors unwritten
  *     zonStsBlockSingular   a complex 2x2 system had no element above its limit; vectors unwritten
  *     zonStsOk              also when a real one had none: vectors unwritten, values complete
  * Each of these ends an array at its matrix: those before are complete, those behind untouched.
+ * Size 1 cannot fail.
+ * A 2x2 block with equal diagonal elements and off-diagonal ones of equal sign has no rotation
+ * here: Right and Left use that of the block before, in an array also of the matrix before.
+ * Bits: the same in every form of a function; the three functions differ, also in signs.
+ * In place: an output may be src with the same layout, except at size 1. A matrix is read whole
+ * before its results are written.
  */
 ZONM_NODISCARD ZONM_API ZonStatus zonmEigenValuesVectorsRight_m_32f(
     const float *src, int32_t srcStride1, int32_t srcStride2,

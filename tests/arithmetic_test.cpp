@@ -4,7 +4,6 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <dlfcn.h>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -12,6 +11,8 @@
 #include <string>
 
 #include "arithmetic/patterns.hpp"
+
+#include "support/posix.hpp"
 
 namespace
 {
@@ -107,7 +108,7 @@ TEST_P(UserFlags, ChangeNoBit)
 {
     const std::string name = GetParam(), directory = ZONM_ARITHMETIC_DIRECTORY "/arithmetic_";
     ASSERT_TRUE(denormalsLive());
-    const Results results = evaluated(directory + "library_" + name + ".so");
+    const Results results = evaluated(directory + "library_" + name + ZONM_MODULE_SUFFIX);
     EXPECT_TRUE(denormalsLive()) << "loading the library turned denormals off";
     compare(results, stepByStep(), [](const char *what, double found, double expected) {
         EXPECT_PRED2(sameBits, found, expected) << what;
@@ -118,7 +119,7 @@ TEST_P(UserFlags, ChangeNoBit)
 TEST_P(UserFlags, AloneMay)
 {
     const std::string name = GetParam(), directory = ZONM_ARITHMETIC_DIRECTORY "/arithmetic_";
-    const std::string module = directory + "alone_" + name + ".so";
+    const std::string module = directory + "alone_" + name + ZONM_MODULE_SUFFIX;
     ASSERT_TRUE(std::ifstream(module).good());
     std::string changed;
     EXPECT_EXIT(

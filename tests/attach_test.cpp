@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading the library, with and without the core library in the process. This program is not linked
 // with it.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include "support/posix.hpp"
 #include "zonm.h"
 
 namespace

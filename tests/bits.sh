@@ -1,20 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # The same bits from every build: the tests that compare with references run once per build of the
-# library, and the digests of all their results are compared.
+# library, and the digests of all their results are compared. Arguments name the builds that are
+# compared with that of g++ -O3; without any all are.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-cmake --preset release -B build/test-release -DZONM_TESTS=ON >/dev/null
-cmake --build build/test-release
-# <family>_test and <family>_*_test of every family; each program demands a digest for each export.
-programs=$(python3 -c '
-import glob, json
-families = sorted({e["family"] for e in json.load(open("zonm.json"))["exports"]})
-found = {p for f in families for p in glob.glob(f"build/test-release/tests/{f}_test") +
-         glob.glob(f"build/test-release/tests/{f}_*_test")}
-print(*sorted(found), sep="\n")')
-exports=$(sed -n 's/^ZONM_EXPORT(\(.*\))$/\1/p' tests/generated/exports.inc | sort)
+only_check=
+[ "${1:-}" != --check ] || { only_check=1; shift; }
 
 # name, where it is built, compiler, build type, ZONM_ARCH. The trees of ./dev test serve if they are there.
 builds=(
@@ -28,11 +21,27 @@ if grep -qw avx2 /proc/cpuinfo && grep -qw fma /proc/cpuinfo; then
 else
   echo "this processor has no AVX2 and FMA: the build for wider registers is not compared"
 fi
+for name in "$@"; do
+  [[ " ${builds[*]%% *} g++-v3 " == *" $name "* ]] || { echo "no build '$name'; there are ${builds[*]%% *}" >&2; exit 2; }
+done
+[ -z "$only_check" ] || exit 0
+
+cmake --preset release -B build/test-release -DZONM_TESTS=ON >/dev/null
+cmake --build build/test-release
+# <family>_test and <family>_*_test of every family; each program demands a digest for each export.
+programs=$(python3 -c '
+import glob, json
+families = sorted({e["family"] for e in json.load(open("zonm.json"))["exports"]})
+found = {p for f in families for p in glob.glob(f"build/test-release/tests/{f}_test") +
+         glob.glob(f"build/test-release/tests/{f}_*_test")}
+print(*sorted(found), sep="\n")')
+exports=$(sed -n 's/^ZONM_EXPORT(\(.*\))$/\1/p' tests/generated/exports.inc | sort)
 
 mkdir -p build/bits
 rm -f build/bits/*.digest
 for build in "${builds[@]}"; do
   read -r name tree compiler type arch <<<"$build"
+  [ $# -eq 0 ] || [[ " g++-O3 $* " == *" $name "* ]] || continue
   [ -f "$tree/CMakeCache.txt" ] ||
     cmake -S . -B "$tree" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
       -DCMAKE_BUILD_TYPE="$type" -DZONM_ARCH="${arch:-}" >/dev/null

@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
-#include <sys/mman.h>
 
 #include "support/call.hpp"
 #include "support/grammar.hpp"
 #include "support/one_memory.hpp"
+#include "support/posix.hpp"
 
 using namespace test;
 
@@ -165,6 +165,8 @@ TEST(Checks, SoundCallsStayWithTheirElements)
     for (const Export *e : exportsWithChecks())
         for (const Spread spread : {Spread::fenced, Spread::vast})
             for (int size = 1; size <= 8; ++size) {
+                if (spread == Spread::vast && !hasVastSpace)
+                    continue;
                 Call call(*e, seed++, e->argument("count") ? 5 : 1, spread);
                 laySound(call, *e, size);
                 EXPECT_EQ(call.run(), zonStsOk) << call;

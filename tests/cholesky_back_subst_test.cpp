@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <limits>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "cholesky_reference.hpp"
 #include "support/call.hpp"
+#include "support/posix.hpp"
 
 using namespace test;
 
@@ -202,30 +201,33 @@ TEST(CholeskyBackSubst, SolvesWhatWasDecomposed)
 // a call of its own gives.
 TEST(CholeskyBackSubst, OfManyLargeSystemsIsThatOfEach)
 {
-    constexpr int n = 12, count = 4000, row = n * sizeof(double), element = sizeof(double);
-    Random random(1);
-    std::vector<double> a(std::size_t(n * n * count)), b(std::size_t(n * count)), x(b), shared(b),
-        one(n);
-    for (double &v : a)
-        v = random.unit() - 0.5;
-    for (double &v : b)
-        v = random.unit() - 0.5;
-    ASSERT_EQ(zonmCholeskyBackSubst_mava_64f(a.data(), n * row, row, element, b.data(), row,
-                                             element, x.data(), row, element, n, count),
-              zonStsOk);
-    ASSERT_EQ(zonmCholeskyBackSubst_mva_64f(a.data(), row, element, b.data(), row, element,
-                                            shared.data(), row, element, n, count),
-              zonStsOk);
-    for (std::size_t k = 0; k < count; ++k) {
-        const auto compare = [&](const double *matrix, const std::vector<double> &solved) {
-            ASSERT_EQ(zonmCholeskyBackSubst_mv_64f(matrix, row, element, &b[k * n], element,
-                                                   one.data(), element, n),
-                      zonStsOk);
-            for (std::size_t i = 0; i < n; ++i)
-                ASSERT_TRUE(sameBits(one[i], solved[k * n + i])) << "system " << k << ", " << i;
-        };
-        compare(&a[k * n * n], x);
-        compare(a.data(), shared);
+    for (const auto &[size, number] : {std::pair{12, 4000}, {64, 20}, {65, 20}}) {
+        const int n = size, count = number; // lambdas cannot hold a binding
+        const int element = sizeof(double), row = n * element;
+        Random random(1);
+        std::vector<double> a(std::size_t(n * n * count)), b(std::size_t(n * count)), x(b),
+            shared(b), one(static_cast<std::size_t>(n));
+        for (std::vector<double> *values : {&a, &b})
+            for (double &v : *values)
+                v = random.unit() - 0.5;
+        ASSERT_EQ(zonmCholeskyBackSubst_mava_64f(a.data(), n * row, row, element, b.data(), row,
+                                                 element, x.data(), row, element, n, count),
+                  zonStsOk);
+        ASSERT_EQ(zonmCholeskyBackSubst_mva_64f(a.data(), row, element, b.data(), row, element,
+                                                shared.data(), row, element, n, count),
+                  zonStsOk);
+        for (int k = 0; k < count; ++k) {
+            const auto compare = [&](const double *matrix, const std::vector<double> &solved) {
+                ASSERT_EQ(zonmCholeskyBackSubst_mv_64f(matrix, row, element, &b[std::size_t(k * n)],
+                                                       element, one.data(), element, n),
+                          zonStsOk);
+                for (int i = 0; i < n; ++i)
+                    ASSERT_TRUE(sameBits(one[std::size_t(i)], solved[std::size_t(k * n + i)]))
+                        << "system " << k << " of size " << n << ", " << i;
+            };
+            compare(&a[std::size_t(k * n * n)], x);
+            compare(a.data(), shared);
+        }
     }
 }
 
@@ -291,8 +293,8 @@ TEST(CholeskyBackSubst, DoesNotReadTheUpperTriangle)
         }
 }
 
-// One matrix for all vectors is read before the first of them at the sizes 3 to 6; arrangements in
-// which dst meets it are nobody's promise.
+// One matrix for all vectors is read before the first of them at the sizes 3 to 6. Beyond that,
+// systems go one after the other, each read whole before it is written at these sizes.
 TEST(CholeskyBackSubst, InOneMemory)
 {
     std::uint64_t seed = 1;
@@ -302,44 +304,26 @@ TEST(CholeskyBackSubst, InOneMemory)
                 if (!isArray(*e) && count > 1)
                     continue;
                 OneMemory call(*e, seed++, count);
-                const int m = n * n;
                 const Operand &factor = call.source("src1", {n, n}, Values::uniform);
                 const Operand &b = call.source("src2", {n}, Values::uniform);
                 const Operand &dst = call.output("dst", {n});
                 call.set("size", n);
                 const auto reference = [&] {
+                    std::vector<double> first;
+                    for (int i = 0; i < n * n; ++i)
+                        first.push_back(factor(0, i / n, i % n));
+                    const MatrixIn shared{
+                        [&](int i, int j) { return first[std::size_t(i * n + j)]; }, nullptr};
                     for (int k = 0; k < call.count(); ++k)
-                        cholesky::substitute(dst.element, matrixOf(factor, k), vectorOf(b, k),
-                                             vectorOf(dst, k), n);
+                        cholesky::substitute(
+                            dst.element,
+                            isShared(*e) && cholesky::isStraight(n) ? shared : matrixOf(factor, k),
+                            vectorOf(b, k), vectorOf(dst, k), n);
                     return zonStsOk;
                 };
-                call.check(Meeting::none, reference);
+                call.check(n == 2 || n == 3 || n == 6 || n == 7 ? Meeting::any : Meeting::none,
+                           reference);
                 call.checkThreads(reference);
-
-                const Element element = dst.element;
-                const int vectors = 9 * m;
-                const Place matrices = placeAt(element, 0, m, n, 1);
-                const auto dense = [&](int base, int stride0) {
-                    return placeAt(element, base, stride0, 0, 1);
-                };
-                const auto beside = [&](int base) { return placeAt(element, base, 1, 0, count); };
-                const struct {
-                    const char *what;
-                    Place b, dst;
-                } arrangements[] = {
-                    {"in place", dense(vectors, n), dense(vectors, n)},
-                    {"dst a vector ahead", dense(vectors, n), dense(vectors + n, n)},
-                    {"dst an element ahead", dense(vectors, n), dense(vectors + 1, n)},
-                    {"dst a vector behind", dense(vectors + n, n), dense(vectors, n)},
-                    {"dst in steps of their own", dense(vectors, n), dense(vectors + 2, n + 3)},
-                    {"side by side, in place", beside(vectors), beside(vectors)},
-                    {"side by side, one ahead", beside(vectors), beside(vectors + 1)},
-                    {"all dst in one place", dense(vectors, n), dense(vectors + 9 * n, 1)},
-                    {"dst in the next matrices", dense(vectors, n),
-                     isShared(*e) ? dense(vectors, n) : dense(m, m)},
-                };
-                for (const auto &a : arrangements)
-                    call.checkAt({matrices, a.b, a.dst}, a.what, reference);
             }
 }
 

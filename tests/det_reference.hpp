@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Determinants by the letter: the formulas of sizes 3 and 4 as they stand in books, recursion for
-// sizes 5 and 6, elimination elsewhere.
+// Determinants by the letter: the formulas of sizes 3 and 4 as they stand in books, tables of
+// minors for sizes 5 and 6, elimination elsewhere.
 #pragma once
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
@@ -104,21 +105,25 @@ inline double ofSize4(const Square &m)
     return ((d0 * -m(3, 0) + d1 * m(3, 1)) - d2 * m(3, 2)) + d3 * m(3, 3);
 }
 
-// Of the first rows over some columns, along the last of these rows, by ascending columns.
-inline double byLastRow(const Square &m, const std::vector<int> &columns)
+// Along the last row, by ascending columns; the minors of the rows above it in the same way, each
+// formed once.
+inline double byLastRow(const Square &m)
 {
-    const int last = int(columns.size()) - 1;
-    if (last == 0)
-        return m(0, columns[0]);
-    double sum = 0;
-    for (int j = 0; j <= last; ++j) {
-        std::vector<int> others = columns;
-        others.erase(others.begin() + j);
-        const double product = m(last, columns[std::size_t(j)]) * byLastRow(m, others);
-        const double term = (last + j) % 2 == 0 ? product : -product;
-        sum = j == 0 ? term : sum + term;
+    std::vector<double> minor(std::size_t(1) << m.n); // by the set of columns
+    for (unsigned columns = 1; columns < minor.size(); ++columns) {
+        const int last = std::popcount(columns) - 1;
+        int place = 0;
+        for (int j = 0; j < m.n; ++j) {
+            const unsigned others = columns & ~(1u << j);
+            if (others == columns)
+                continue;
+            const double product = others ? m(last, j) * minor[others] : m(last, j);
+            const double term = (last + place) % 2 == 0 ? product : -product;
+            minor[columns] = place == 0 ? term : minor[columns] + term;
+            ++place;
+        }
     }
-    return sum;
+    return minor.back();
 }
 
 inline double byElimination(Element e, const Square &m, bool array)
@@ -144,12 +149,10 @@ inline double byElimination(Element e, const Square &m, bool array)
 // What the exports of arrays, or of single matrices, give.
 inline double of(Element e, const Square &m, bool array)
 {
-    std::vector<int> columns(std::size_t(m.n));
-    std::iota(columns.begin(), columns.end(), 0);
     return !hasClosedFormula(m.n) ? byElimination(e, m, array)
                                   : rounded(e, m.n == 3   ? ofSize3(m)
                                                : m.n == 4 ? ofSize4(m)
-                                                          : byLastRow(m, columns));
+                                                          : byLastRow(m));
 }
 
 } // namespace det

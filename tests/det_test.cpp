@@ -241,12 +241,15 @@ TEST(Det, TakesNotANumberAndInfinitiesAtEachPlace)
                 }
 }
 
-// The factor of the limit wraps: at 1023 it is near its maximum, at 1024 it is negative.
+// The factor of the limit wraps: at 1023 it is near its maximum, at 1024 it is negative. There each
+// call is a long elimination: one of each type and form.
 TEST(Det, HasANegativeLimitFromSize1024On)
 {
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("det"))
         for (const int n : {1023, 1024}) {
+            if (n == 1024 && e->name != "zonmDet_m_64f" && e->name != "zonmDet_ma_32f")
+                continue;
             const double small = elementOf(*e) == Element::f32 ? 0x1p-100 : 0x1p-995;
             Determinants d(*e, seed++, n, 1, [&](int, int i, int j) {
                 return i != j ? 0 : i == 0 || i == n - 1 ? small : i == 1 ? 1 / small : 1;
@@ -293,6 +296,8 @@ TEST(Det, ReadsNoRowTooFar)
 
 TEST(Det, ReachesAllOfTheAddressSpace)
 {
+    if (!hasVastSpace)
+        GTEST_SKIP();
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("det"))
         for (const int n : {1, 2, 3, 4, 5, 6, 7})
@@ -306,9 +311,10 @@ TEST(Det, InOneMemory)
 {
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("det"))
-        for (int n = 1; n <= 8; ++n)
+        for (int n = 1; n <= 7; ++n)
             for (const int count : {1, 4, 9}) {
-                if (!isArray(*e) && count > 1)
+                // Sizes without a formula have no groups.
+                if (count > (isArray(*e) ? hasClosedFormula(n) ? 9 : 4 : 1))
                     continue;
                 OneMemory call(*e, seed++, count);
                 const Operand &src = call.source("src", {n, n}, Values::uniform);

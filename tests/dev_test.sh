@@ -18,7 +18,7 @@ expect() {
 }
 
 before=$(find . -path ./build -prune -o -path ./.git -prune -o -type f -newer "$0" -print | sort)
-for command in demo run test bench bits size fresh generate format; do
+for command in demo run test bench bits platforms size fresh generate format; do
   expect 0 "usage: ./dev $command" ./dev "$command" --help
   expect 0 "usage: ./dev $command" ./dev help "$command"
   expect 0 "  $command " ./dev
@@ -29,10 +29,14 @@ expect 2 "not '--chek'" ./dev format --chek
 expect 2 "demo takes no arguments" ./dev demo --quick
 expect 2 "generate takes no arguments" ./dev generate --check
 expect 2 "no preset 'relase'" ./dev test relase
+expect 2 "no build 'g++-O4'" ./dev bits g++-O4
 expect 2 "test takes one preset" ./dev test release debug
 expect 2 "needs a C file" ./dev run
 expect 2 "unrecognized arguments: --quikc" ./dev bench --quikc
+expect 2 "no platform 'vax'" ./dev platforms vax
+expect 0 "ci           = win32" ./dev platforms --list
 expect 2 "only a full run is published" ./dev bench --publish --quick
+expect 2 "only a full run is published" ./dev bench --publish --against clang
 
 # A peer that does not know the processor is marked.
 expect 0 "OpenBLAS ran with kernels for 16-byte registers, below the processor's 32" python3 -B -c '

@@ -108,7 +108,7 @@ TEST(DotProduct, TellsItsOrderFromEveryOther)
                 sums.push_back([=](const Numbers &xy) {
                     double fused = xy[0] * xy[n];
                     for (std::size_t i = 1; i < n; ++i)
-                        fused = std::fma(xy[i], xy[n + i], fused);
+                        fused = fusedStep(xy[i], xy[n + i], fused);
                     return fused;
                 });
             else

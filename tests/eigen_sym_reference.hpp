@@ -58,7 +58,9 @@ struct Result {
     double product = 0;
     bool isQL = false;
     int sweeps = 0, brokenSweeps = 0;
-    bool leavesColumns = false; // that the reduction passed over
+    // The 2-norm, at most, of what the stages left out of the matrix: the results are those of a
+    // matrix that differs by as much, and by roundings.
+    double neglected = 0;
 };
 
 class Solver
@@ -178,21 +180,29 @@ class Solver
             out.status = zonStsSingular;
     }
 
+    // Column k-1 stays as it is, and what stands below its subdiagonal is not read again.
+    void passOver(int k)
+    {
+        double tail = 0;
+        for (int i = k + 1; i < n; ++i)
+            tail += W(i, k - 1) * W(i, k - 1);
+        out.neglected += std::sqrt(tail);
+    }
+
     void reduce(int k)
     {
         double s = 0;
         for (int i = k; i < n; ++i)
             s += W(i, k - 1) * W(i, k - 1);
         s = R(s);
-        const bool left = std::exchange(out.leavesColumns, true);
         if (form.smallColumnTest && s <= form.reductionEps)
-            return;
+            return passOver(k);
         const double r = R(std::sqrt(s));
         for (int i = k + 1; i < n; ++i)
             value(i) = W(i, k - 1);
         const double a = W(k, k - 1);
         if (form.reducedColumnTest && std::abs(r - a) <= form.reductionEps)
-            return;
+            return passOver(k);
         double h;
         if (a > form.reductionEps) {
             value(k) = R(a + r);
@@ -205,8 +215,7 @@ class Solver
             h = R(2 * (s - r * a));
         }
         if (h <= form.reductionEps)
-            return;
-        out.leavesColumns = left;
+            return passOver(k);
         const double beta = R(2 / h);
         std::vector<double> u(static_cast<std::size_t>(n));
         for (int i = k; i < n; ++i)
@@ -250,6 +259,14 @@ class Solver
         }
     }
 
+    // A sweep that breaks off leaves elements as they were before it, or clears them, where the
+    // rotations so far have made them others: by so much each.
+    template <class... Differences> void breakOff(Differences... d)
+    {
+        ++out.brokenSweeps;
+        out.neglected += (std::abs(d) + ...);
+    }
+
     bool iterateQL()
     {
         const double eps = form.eps;
@@ -276,6 +293,7 @@ class Solver
                     if (i != m - 1)
                         e(i + 1) = r;
                     if (std::abs(r) <= eps) {
+                        breakOff(f, g, b - e(i), e(m - 1));
                         d(i + 1) = R(d(i + 1) - p);
                         e(m - 1) = 0;
                         break;
@@ -305,7 +323,8 @@ class Solver
                     g = R(c * r - b);
                 }
                 if (std::abs(r) <= eps && i >= 0) {
-                    ++out.brokenSweeps;
+                    if (i < l)
+                        breakOff(p, g - e(l));
                     continue;
                 }
                 d(l) = R(d(l) - p);
@@ -346,12 +365,15 @@ class Solver
                 const double wide = g > eps ? R(g + r) : R(g - r);
                 g = R(d(m) - d(l) + e(l - 1) / wide);
                 double s = 1, c = 1, p = 0;
+                bool wasLeft = false;
                 for (int i = m; i <= l - 1; ++i) {
                     const double f = R(s * e(i)), b = R(c * e(i));
                     r = R(std::sqrt(g * g + f * f));
                     if (i != m)
                         e(i - 1) = r;
                     if (std::abs(r) <= eps) {
+                        wasLeft = true;
+                        breakOff(f, g, b - e(i), e(m));
                         d(i) = R(d(i) - p);
                         e(m) = 0;
                         break;
@@ -381,7 +403,8 @@ class Solver
                     g = R(c * r - b);
                 }
                 if (std::abs(r) <= eps) {
-                    ++out.brokenSweeps;
+                    if (!wasLeft)
+                        breakOff(p, g - e(l - 1));
                     continue;
                 }
                 d(l) = R(d(l) - p);

@@ -436,6 +436,8 @@ std::vector<std::pair<const char *, std::function<double(int n, int i, int j)>>>
     };
 }
 
+// Up to roundings and to what the stages neglect: a column that the reduction passes over, the
+// elements of a sweep that counts as broken off. Its update is then lost, however large it is.
 TEST(EigenSym, GivesTheMatrixBack)
 {
     int solved = 0, broken = 0;
@@ -445,26 +447,23 @@ TEST(EigenSym, GivesTheMatrixBack)
                 Problem p(*e, std::uint64_t(n), n, 3, [&, element = element](int k, int i, int j) {
                     return element(n, i, j) * (1 + 0.125 * k);
                 });
-                if (p.check() != zonStsOk)
-                    continue; // small products are singular
+                p.check();
                 const double eps = e->element == "32f" ? 0x1p-23 : 0x1p-52;
                 for (int k = 0; k < p.call.count(); ++k) {
-                    // A sweep that counts as broken off may cost any accuracy; a column that the
-                    // reduction passed over, the square root of the tolerance.
                     const auto r = p.reference(k);
-                    const double bound = r.leavesColumns ? 4 * std::sqrt(eps) : 8 * n * eps;
-                    if (r.brokenSweeps > 0) {
-                        ++broken;
-                        continue;
-                    }
+                    if (r.status == zonStsNoConvergence || (r.status != zonStsOk && n == 2))
+                        break;
                     ++solved;
+                    broken += r.brokenSweeps > 0;
+                    const double rounding = 8 * n * eps, bound = rounding + r.neglected;
                     const auto a = [&](int i, int j) { return (*p.src)(k, i, j); };
                     const auto value = [&](int i) { return (*p.values)(0, k * n + i); };
+                    const bool isSorted = r.status == zonStsOk || p.form().decidesAfterSort;
                     long double trace = 0, sum = 0;
                     for (int i = 0; i < n; ++i) {
                         trace += a(i, i);
                         sum += value(i);
-                        if (n > 2 && i > 0) {
+                        if (n > 2 && i > 0 && isSorted) {
                             EXPECT_GE(value(i - 1), value(i)) << p.call << ' ' << what;
                         }
                     }
@@ -473,24 +472,29 @@ TEST(EigenSym, GivesTheMatrixBack)
                     }
                     EXPECT_LE(std::fabs(trace - sum), bound) << p.call << ' ' << what;
                     for (int c = 0; p.vectors && c < n; ++c) {
+                        long double length = 0;
                         for (int i = 0; i < n; ++i) {
                             long double residual = -(long double)value(c) * (*p.vectors)(k, i, c);
                             for (int j = 0; j < n; ++j)
                                 residual += (long double)a(i, j) * (*p.vectors)(k, j, c);
-                            EXPECT_LE(std::fabs(residual), bound) << p.call << ' ' << what;
+                            length += residual * residual;
                         }
+                        EXPECT_LE(std::sqrt(length), bound)
+                            << p.call << ' ' << what << ", neglected " << r.neglected;
                         for (int d = 0; d <= c; ++d) {
                             long double product = c == d ? -1 : 0;
                             for (int i = 0; i < n; ++i)
                                 product +=
                                     (long double)(*p.vectors)(k, i, c) * (*p.vectors)(k, i, d);
-                            EXPECT_LE(std::fabs(product), bound) << p.call << ' ' << what;
+                            EXPECT_LE(std::fabs(product), rounding) << p.call << ' ' << what;
                         }
                     }
+                    if (r.status != zonStsOk)
+                        break;
                 }
             }
-    EXPECT_GT(solved, 2000);
-    EXPECT_LT(broken, solved / 5);
+    EXPECT_GT(solved, 3000);
+    EXPECT_GT(broken, 100);
 }
 
 // The tolerances are absolute: scaled down far enough, everything off the diagonal counts as zero.

@@ -95,6 +95,8 @@ TEST(Status, HasTheStatedValues)
     EXPECT_EQ(zonStsNoConvergence, -205);
 }
 
+#if !defined(_WIN32) // dll_test.py looks into a DLL
+
 // The lines that a command prints.
 std::vector<std::string> linesOf(const std::string &command)
 {
@@ -115,7 +117,7 @@ std::vector<std::string> linesOf(const std::string &command)
 std::set<std::string> symbolsOf(const std::string &options)
 {
     std::set<std::string> symbols;
-    for (const std::string &line : linesOf("nm -D " + options + " '" ZONM_LIBRARY "'")) {
+    for (const std::string &line : linesOf(ZONM_NM " -D " + options + " '" ZONM_LIBRARY "'")) {
         const std::string last = line.substr(line.rfind(' ') + 1);
         symbols.insert(last.substr(0, last.find('@')));
     }
@@ -135,15 +137,28 @@ TEST(LibraryFile, NeedsNothingButTheCLibrary)
     if (sanitized)
         GTEST_SKIP() << "the sanitizers add symbols of their own";
     static const std::set<std::string> allowed = {
-        "memcpy", "memmove", "memset", "memcmp", "sin", "cos", "sincos", "sqrt",
+        "memcpy",
+        "memmove",
+        "memset",
+        "memcmp",
+        "sin",
+        "cos",
+        "sincos",
+        "sqrt",
         // Asked for if the process has it.
         "zonGetEnabledCpuFeatures",
         // Every shared object of this platform asks for these.
-        "__cxa_finalize", "__gmon_start__", "_ITM_deregisterTMCloneTable",
-        "_ITM_registerTMCloneTable"};
+        "__cxa_finalize",
+        "__gmon_start__",
+        "_ITM_deregisterTMCloneTable",
+        "_ITM_registerTMCloneTable",
+#if defined(__arm__)
+        "raise", // by the divisions of 64-bit integers
+#endif
+    };
     for (const std::string &symbol : symbolsOf("--undefined-only"))
         EXPECT_TRUE(allowed.contains(symbol)) << symbol;
-    for (const std::string &line : linesOf("readelf -d '" ZONM_LIBRARY "'")) {
+    for (const std::string &line : linesOf(ZONM_READELF " -d '" ZONM_LIBRARY "'")) {
         if (line.find("(NEEDED)") == std::string::npos)
             continue;
         EXPECT_TRUE(line.find("[libc.so.6]") != std::string::npos ||
@@ -154,7 +169,7 @@ TEST(LibraryFile, NeedsNothingButTheCLibrary)
 
 TEST(LibraryFile, IsNamedByItsMajorVersion)
 {
-    const auto lines = linesOf("readelf -d '" ZONM_LIBRARY "'");
+    const auto lines = linesOf(ZONM_READELF " -d '" ZONM_LIBRARY "'");
     EXPECT_EQ(std::ranges::count_if(lines,
                                     [](const std::string &line) {
                                         return line.find("(SONAME)") != std::string::npos &&
@@ -163,7 +178,8 @@ TEST(LibraryFile, IsNamedByItsMajorVersion)
               1);
 }
 
-// The one byte that the library writes of its own is what it records when it is loaded.
+// The one byte that the library writes of its own is what it records when it is loaded; s390x
+// rounds its section up.
 TEST(LibraryFile, HasNoWritableDataButOneByte)
 {
     if (sanitized)
@@ -171,7 +187,7 @@ TEST(LibraryFile, HasNoWritableDataButOneByte)
     static const std::set<std::string> writable = {".data", ".bss", ".tdata", ".tbss", "COMMON"};
     std::string object;
     int objects = 0, bytesOfAttach = 0;
-    for (const std::string &line : linesOf("size -A -d '" ZONM_STATIC_LIBRARY "'")) {
+    for (const std::string &line : linesOf(ZONM_SIZE " -A -d '" ZONM_STATIC_LIBRARY "'")) {
         std::istringstream words(line);
         std::string section;
         int bytes = 0;
@@ -191,7 +207,14 @@ TEST(LibraryFile, HasNoWritableDataButOneByte)
         }
     }
     EXPECT_GE(objects, 4);
-    EXPECT_LE(bytesOfAttach, 1);
+#if defined(__s390x__)
+    constexpr int oneByte = 2;
+#else
+    constexpr int oneByte = 1;
+#endif
+    EXPECT_LE(bytesOfAttach, oneByte);
 }
+
+#endif
 
 } // namespace

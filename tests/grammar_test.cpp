@@ -2,7 +2,6 @@
 // The manifest against a derivation of its own: names, arguments, check orders, counts, ordinals.
 #include <algorithm>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -13,6 +12,7 @@
 
 #include "support/grammar.hpp"
 #include "support/manifest.hpp"
+#include "support/posix.hpp"
 #include "zonm.h"
 
 using namespace test;

@@ -2,54 +2,57 @@
 // Inverses by the letter.
 #pragma once
 
+#include <bit>
+
 #include "det_reference.hpp"
 
 namespace test::inverse
 {
 
-// The minor of some rows over some columns, expanded along the row that comes last in `added`, the
-// others before it having been expanded in the same way.
-inline double minorOf(const Square &m, const std::vector<int> &added,
-                      const std::vector<int> &columns)
-{
-    const int row = added.back();
-    if (added.size() == 1)
-        return m(row, columns[0]);
-    const std::vector<int> before(added.begin(), added.end() - 1);
-    int above = 0;
-    for (const int r : before)
-        above += r < row;
-    double sum = 0;
-    for (std::size_t j = 0; j < columns.size(); ++j) {
-        std::vector<int> others = columns;
-        others.erase(others.begin() + std::ptrdiff_t(j));
-        const double product = m(row, columns[j]) * minorOf(m, before, others);
-        const double term = (above + int(j)) % 2 == 0 ? product : -product;
-        sum = j == 0 ? term : sum + term;
-    }
-    return sum;
-}
-
-// The other half's rows first, then those of the half that row i stands in.
-inline double minorWithout(const Square &m, int i, int j)
+// The minors without row i, each over all columns but one. Rows are added one by one, the other
+// half's first and then those of the half that row i stands in; each expands the minors of the rows
+// before it, over every set of as many columns, along itself.
+inline std::vector<double> minorsWithout(const Square &m, int i)
 {
     const int middle = m.n / 2;
-    std::vector<int> added, columns;
+    std::vector<int> rows;
     for (const bool otherHalf : {true, false})
         for (int r = 0; r < m.n; ++r)
             if (r != i && ((r < middle) != (i < middle)) == otherHalf)
-                added.push_back(r);
-    for (int c = 0; c < m.n; ++c)
-        if (c != j)
-            columns.push_back(c);
-    return minorOf(m, added, columns);
+                rows.push_back(r);
+    const unsigned all = (1u << m.n) - 1;
+    std::vector<double> minor(all); // by the set of columns, which is larger than its subsets
+    for (unsigned columns = 1; columns < all; ++columns) {
+        const int last = std::popcount(columns) - 1, row = rows[std::size_t(last)];
+        int sign = 1;
+        for (int r = 0; r < last; ++r)
+            sign = rows[std::size_t(r)] < row ? -sign : sign;
+        bool first = true;
+        for (int j = 0; j < m.n; ++j) {
+            const unsigned others = columns & ~(1u << j);
+            if (others == columns)
+                continue;
+            const double product = others ? m(row, j) * minor[others] : m(row, j);
+            const double term = sign > 0 ? product : -product;
+            minor[columns] = first ? term : minor[columns] + term;
+            first = false;
+            sign = -sign;
+        }
+    }
+    std::vector<double> withoutColumn;
+    for (int j = 0; j < m.n; ++j)
+        withoutColumn.push_back(minor[all & ~(1u << j)]);
+    return withoutColumn;
 }
 
 // False where the matrix is singular; otherwise `x` is the inverse before it is rounded.
 inline bool byFormula(Element e, const Square &m, Square &x)
 {
     const int n = m.n;
-    const Square minor(n, [&](int i, int j) { return minorWithout(m, i, j); });
+    std::vector<std::vector<double>> minors;
+    for (int i = 0; i < n; ++i)
+        minors.push_back(minorsWithout(m, i));
+    const auto minor = [&](int i, int j) { return minors[std::size_t(i)][std::size_t(j)]; };
     double det = 0;
     for (int i = 0; i < n; ++i) {
         const double product = m(i, 0) * minor(i, 0);

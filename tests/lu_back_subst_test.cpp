@@ -313,6 +313,8 @@ TEST(LUBackSubst, ReadsAndWritesNoRowTooFar)
 
 TEST(LUBackSubst, ReachesAllOfTheAddressSpace)
 {
+    if (!hasVastSpace)
+        GTEST_SKIP();
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("lu_back_subst"))
         for (const int n : sizes)
@@ -359,7 +361,8 @@ TEST(LUBackSubst, InOneMemory)
                     substituteAll(call, a, pivots, b, dst, n, isShared(*e));
                     return zonStsOk;
                 };
-                call.check(Meeting::any, reference);
+                const bool isPathOfItsOwn = n == 2 || n == 3 || n == 6 || n == 7;
+                call.check(isPathOfItsOwn ? Meeting::any : Meeting::none, reference);
                 call.checkThreads(reference);
             }
 }

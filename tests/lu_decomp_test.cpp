@@ -364,6 +364,8 @@ TEST(LUDecomp, ReadsAndWritesNoRowTooFar)
 
 TEST(LUDecomp, ReachesAllOfTheAddressSpace)
 {
+    if (!hasVastSpace)
+        GTEST_SKIP();
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("lu_decomp"))
         for (const int n : sizes)
@@ -394,7 +396,8 @@ TEST(LUDecomp, InOneMemory)
                             return zonStsSingular;
                     return zonStsOk;
                 };
-                call.check(Meeting::any, reference);
+                const bool isPathOfItsOwn = n == 2 || n == 3 || n == 6 || n == 7;
+                call.check(isPathOfItsOwn ? Meeting::any : Meeting::none, reference);
                 call.checkThreads(reference);
             }
 }

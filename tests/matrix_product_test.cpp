@@ -134,6 +134,20 @@ TEST(MatrixProduct, OfManyObjects)
                 checkOnce(*e, seed++, {n, n, n}, 40, Values::uniform, spread);
 }
 
+// Registers of several objects, and the last ones again.
+TEST(MatrixProduct, OfInterleavedObjects)
+{
+    std::uint64_t seed = 1;
+    for (const Export *e : exportsOf("matrix_product")) {
+        for (int n = 1; n <= 9; ++n)
+            for (const int count : {1, 3, 4, 5, 6, 7, 8, 9, 17})
+                checkOnce(*e, seed++, {n, n, n}, count,
+                          n % 2 ? Values::manyExponents : Values::signedZeros, Spread::interleaved);
+        for (const ProductShape shape : {ProductShape{1, 9, 4}, {9, 1, 4}, {2, 7, 3}, {5, 3, 1}})
+            checkOnce(*e, seed++, shape, 9, Values::manyExponents, Spread::interleaved);
+    }
+}
+
 TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
 {
     std::uint64_t seed = 1;
@@ -152,6 +166,8 @@ TEST(MatrixProduct, ReadsAndWritesNoRowTooFar)
 
 TEST(MatrixProduct, ReachesAllOfTheAddressSpace)
 {
+    if (!hasVastSpace)
+        GTEST_SKIP();
     std::uint64_t seed = 1;
     for (const Export *e : exportsOf("matrix_product"))
         for (const ProductShape shape :
@@ -279,9 +295,9 @@ std::vector<double> otherSums(const Terms &t, Element type)
     const std::size_t n = t.size();
     double fused = product(t[0]), fusedFromZero = 0, narrowed = 0, fromFloats = 0;
     for (std::size_t p = 0; p < n; ++p) {
-        fusedFromZero = std::fma(t[p].first, t[p].second, fusedFromZero);
+        fusedFromZero = fusedStep(t[p].first, t[p].second, fusedFromZero);
         if (p > 0)
-            fused = std::fma(t[p].first, t[p].second, fused);
+            fused = fusedStep(t[p].first, t[p].second, fused);
         narrowed = rounded(type, narrowed + product(t[p]));
         fromFloats += rounded(type, product(t[p]));
     }

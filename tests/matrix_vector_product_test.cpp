@@ -141,7 +141,7 @@ TEST(MatrixVectorProduct, IsOneChainInAscendingOrder)
                         return chain(Path::inDst, type, productsOf(xy));
                     double fused = 0;
                     for (std::size_t i = 0; i < n; ++i)
-                        fused = std::fma(xy[i], xy[n + i], fused);
+                        fused = fusedStep(xy[i], xy[n + i], fused);
                     return fused;
                 }};
             const Numbers xy = searchTelling(type, sums, [&](Random &r) {

@@ -29,11 +29,4 @@ inline VectorIn vectorOf(const Operand &o, int k)
     return {[&o, k](int i) { return o(k, i); }, [&o, k](int i, double v) { o.set(k, i, 0, v); }};
 }
 
-// A place in elements: of the first object, and between objects, rows and elements.
-inline Place placeAt(Element e, int base, int stride0, int stride1, int stride2)
-{
-    const int size = sizeOf(e);
-    return {base * size, stride0 * size, stride1 * size, stride2 * size};
-}
-
 } // namespace test

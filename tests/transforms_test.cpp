@@ -6,10 +6,10 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <sys/mman.h>
 
 #include "graphics_reference.hpp"
 #include "support/call.hpp"
+#include "support/posix.hpp"
 
 using namespace test;
 

@@ -25,6 +25,12 @@ VERSION_RECORD = [
 ]
 
 
+# These call the platform's sin and cos.
+ROUNDED_BY_THE_PLATFORM = {
+    "zonmRotationX_m4_32f", "zonmRotationY_m4_32f", "zonmRotationZ_m4_32f", "zonmRotationAxis_v3m4_32f",
+    "zonmRotationYawPitchRoll_m4_32f", "zonmPerspectiveFovLH_m4_32f", "zonmPerspectiveFovRH_m4_32f",
+}
+
 # Shapes and lengths ---------------------------------------------------------------------------
 
 

@@ -259,6 +259,29 @@ def export_list():
     return f"// {LICENSE}\n// {NOTE}\n{names}"
 
 
+def digested_exports():
+    """One macro line for each export that returns a status: its family and its arguments' roles."""
+    lines = [f"// {LICENSE}", f"// {NOTE}"]
+    for e in BY_NAME:
+        if e.returns == "ZonStatus":
+            family = "sin and cos" if e.name in description.ROUNDED_BY_THE_PLATFORM else e.family
+            lines.append(f'ZONM_EXPORT({e.name}, "{family}", "{"".join(digested_role(e, a) for a in e.arguments)}")')
+    return "\n".join(lines) + "\n"
+
+
+def digested_role(e, argument):
+    """As tools/digests/digests.cpp has them."""
+    role = argument.role
+    if role == "table":
+        described = next((o.description for o in e.operands if o.name == argument.operand), "")
+        return "e" if described == ELEMENTS else "l"
+    if role == "size":
+        name = argument.name.lower()
+        return "n" if name == "size" else "w" if name.endswith("width") else "h"
+    return {"pointer": "p", "stride0": "0", "stride1": "1", "stride2": "2", "shift": "s", "count": "c",
+            "value": "v", "scratch": "b"}[role]
+
+
 # Linker scripts -------------------------------------------------------------------------------
 
 
@@ -282,6 +305,7 @@ def outputs():
         generated + "zonm.def": definition_file(),
         "zonm.json": description.document(VERSION, shape_condition),
         "tests/generated/exports.inc": export_list(),
+        "tools/digests/generated/exports.inc": digested_exports(),
     }
     for key, built in BUILT.items():
         if built.functions:

@@ -15,7 +15,6 @@
 #include "eigen/tridiagonal.hpp"
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
-#include "frame/overlap.hpp"
 
 namespace zonm
 {
@@ -216,43 +215,28 @@ ZonStatus solveTwo(const SymmetricForm &form, const Place<const T> &src, const P
     return zonStsOk;
 }
 
-inline constexpr int32_t largestPaired = 8;
-
-// The stages of one object.
-template <class T, Rotation rotation, class Storage> struct Staged {
-    static constexpr bool withVectors = rotation != Rotation::ofValues;
-
-    [[gnu::noinline]] static void reduce(const SymmetricForm &form, Storage &s,
-                                         const Place<const T> &src)
-    {
-        const int n = s.order();
-        for (int i = 0; i < n; ++i)
-            for (int j = 0; j < n; ++j)
-                s.w(i, j) = load<T>(src.at(i, j));
-        if constexpr (withVectors)
-            for (int i = 0; i < n; ++i)
-                for (int j = 0; j < n; ++j)
-                    s.q(i, j) = i == j;
-        Reduction<T, withVectors, Storage>{s, form}.run();
-    }
-    [[gnu::noinline]] static ZonStatus decide(const SymmetricForm &form, Storage &s,
-                                              const Iteration<T, rotation, Storage> &iteration)
-    {
-        if (iteration.status != zonStsOk)
-            return iteration.status;
-        const bool isSingular = isWithin(iteration.product, form.singular);
-        if (!isSingular || form.decidedBy == DecidedBy::sortedOrder)
-            sortDescending<withVectors>(s);
-        return isSingular ? zonStsSingular : zonStsOk;
-    }
-    static ZonStatus solve(const SymmetricForm &form, Storage &s, const Place<const T> &src)
-    {
-        reduce(form, s, src);
-        Iteration<T, rotation, Storage> iteration(s, form);
-        iteration.run();
-        return decide(form, s, iteration);
-    }
-};
+// The stages before and after the iteration do not depend on the rotation.
+template <class T, class Storage>
+[[gnu::noinline]] void reduce(const SymmetricForm &form, Storage &s, const Place<const T> &src,
+                              bool withVectors)
+{
+    const int n = s.order();
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            s.w(i, j) = load<T>(src.at(i, j));
+    for (int i = 0; withVectors && i < n; ++i)
+        for (int j = 0; j < n; ++j)
+            s.q(i, j) = i == j;
+    Reduction<T, Storage>{s, form, withVectors}.run();
+}
+template <bool WithVectors, class Storage>
+[[gnu::noinline]] ZonStatus decide(const SymmetricForm &form, Storage &s, double product)
+{
+    const bool isSingular = isWithin(product, form.singular);
+    if (!isSingular || form.decidedBy == DecidedBy::sortedOrder)
+        sortDescending<WithVectors>(s);
+    return isSingular ? zonStsSingular : zonStsOk;
+}
 
 template <class T, Rotation rotation>
 [[gnu::noinline]] ZonStatus solveAny(const SymmetricForm &form, const Place<const T> &src,
@@ -267,7 +251,11 @@ template <class T, Rotation rotation>
     if (n == 2)
         return solveTwo<T, withVectors>(form, src, dst, values);
     CallersStorage<T> storage(buffer, dst, values, n);
-    return Staged<T, rotation, CallersStorage<T>>::solve(form, storage, src);
+    reduce<T>(form, storage, src, withVectors);
+    Iteration<T, rotation, CallersStorage<T>> iteration(storage, form);
+    iteration.run();
+    return iteration.status == zonStsOk ? decide<withVectors>(form, storage, iteration.product)
+                                        : iteration.status;
 }
 
 // Two objects, whose sweeps hide behind one another. Nothing is written unless all goes well.
@@ -277,14 +265,15 @@ template <class T, Rotation rotation, int N, bool isFixed>
 {
     constexpr bool withVectors = rotation != Rotation::ofValues;
     using Storage = LocalStorage<T, N, isFixed>;
-    using Steps = Staged<T, rotation, Storage>;
     Storage s[2];
     s[0].n = s[1].n = n;
-    Steps::reduce(form, s[0], src[0]);
-    Steps::reduce(form, s[1], src[1]);
+    reduce<T>(form, s[0], src[0], withVectors);
+    reduce<T>(form, s[1], src[1], withVectors);
     Iteration<T, rotation, Storage> one(s[0], form), other(s[1], form);
     runTogether(one, other);
-    if (Steps::decide(form, s[0], one) != zonStsOk || Steps::decide(form, s[1], other) != zonStsOk)
+    if (one.status != zonStsOk || other.status != zonStsOk ||
+        decide<withVectors>(form, s[0], one.product) != zonStsOk ||
+        decide<withVectors>(form, s[1], other.product) != zonStsOk)
         return false;
     s[0].template write<withVectors>(dst[0], values);
     s[1].template write<withVectors>(dst[1], values.from(n));
@@ -303,33 +292,31 @@ bool solvePair(const SymmetricForm &form, const Place<const T> (&src)[2], const 
 }
 
 // All objects, in pairs where neither can tell: where the outputs of the first lie apart from the
-// source of the second. `dst` is empty, or the vectors' objects.
-template <class T, Rotation rotation, class A, class... D>
-ZonStatus solveAll(const SymmetricForm &form, const A &src, void *buffer, T *dstValues, int32_t n,
-                   int32_t count, const D &...dst)
+// source of the second.
+template <class T, Rotation rotation>
+[[gnu::noinline]] ZonStatus solveAll(const SymmetricForm &form, const Places<const T> &src,
+                                     const Places<T> &dst, T *dstValues, void *buffer, int32_t n,
+                                     int32_t count)
 {
-    const auto values = runsOf(dstValues, n);
-    const auto placeOfVectors = [&](ptrdiff_t k) {
-        if constexpr (sizeof...(D) == 1)
-            return (placeOf(dst(k)), ...);
-        else
-            return Place<T>{};
+    constexpr bool withVectors = rotation != Rotation::ofValues;
+    const bool inPairs = rotation != Rotation::divided && n >= smallestPaired && n <= largestPaired;
+    const auto areApart = [&](ptrdiff_t k) {
+        const Extent next = src.extentOf(k + 1);
+        return !meet(extentOfRun(dstValues, n, k), next) &&
+               !(withVectors && meet(dst.extentOf(k), next));
     };
-    const Regions writes(count, values, dst...);
-    const Regions reads(count, src);
-    const bool inPairs = rotation != Rotation::divided && n >= 3 && n <= largestPaired;
+    const auto vectors = [&](ptrdiff_t k) { return withVectors ? dst(k) : Place<T>{}; };
     for (ptrdiff_t k = 0; k < count;) {
-        const StoredRun<T> valuesOfObject{values(k).base};
-        if (inPairs && k + 1 < count && !anyMeet(writes.ofObject(k), reads.ofObject(k + 1))) {
-            const Place<const T> sources[] = {placeOf(src(k)), placeOf(src(k + 1))};
-            const Place<T> outputs[] = {placeOfVectors(k), placeOfVectors(k + 1)};
-            if (solvePair<T, rotation>(form, sources, outputs, valuesOfObject, n)) {
+        const StoredRun<T> values = runAt(dstValues).from(k * n);
+        if (inPairs && k + 1 < count && areApart(k)) {
+            const Place<const T> sources[] = {src(k), src(k + 1)};
+            const Place<T> outputs[] = {vectors(k), vectors(k + 1)};
+            if (solvePair<T, rotation>(form, sources, outputs, values, n)) {
                 k += 2;
                 continue;
             }
         }
-        const ZonStatus status = solveAny<T, rotation>(form, placeOf(src(k)), placeOfVectors(k),
-                                                       valuesOfObject, buffer, n);
+        const ZonStatus status = solveAny<T, rotation>(form, src(k), vectors(k), values, buffer, n);
         if (status != zonStsOk)
             return status;
         ++k;
@@ -347,8 +334,7 @@ ZonStatus eigenValuesSym(const A &src, void *buffer, T *dstValues, int32_t size,
     if constexpr (A::many && A::description == Description::strided)
         if (isDense(src))
             form = valuesOfDenseArray<T>();
-    return solveAll<T, row.rotation>(form, objects<Layout::strided>(src, size, size), buffer,
-                                     dstValues, size, count);
+    return solveAll<T, row.rotation>(form, placesOf(src, size), {}, dstValues, buffer, size, count);
 }
 
 template <class A, class D, class T>
@@ -364,9 +350,8 @@ ZonStatus eigenValuesVectorsSym(const A &src, void *buffer, const D &dst, T *dst
         if (isObjectTable<A> && contiguous)
             form = vectorsOfDenseTable<T>();
     }
-    return solveAll<T, row.rotation>(form, objects<Layout::strided>(src, size, size), buffer,
-                                     dstValues, size, count,
-                                     objects<Layout::strided>(dst, size, size));
+    return solveAll<T, row.rotation>(form, placesOf(src, size), placesOf(dst, size), dstValues,
+                                     buffer, size, count);
 }
 
 } // namespace

@@ -15,6 +15,8 @@
 #include "eigen/working_matrix.hpp"
 #include "zonm.h"
 
+#include <bit>
+
 namespace zonm::eigen
 {
 
@@ -54,11 +56,19 @@ inline double signOf(double x) { return x < 0 ? -1 : 1; }
 
 // Reflectors -----------------------------------------------------------------------------------
 
+// Of the two the one that `x` is not.
+inline double otherOf(double a, double b, double x)
+{
+    const auto bits = [](double v) { return std::bit_cast<std::uint64_t>(v); };
+    return std::bit_cast<double>(bits(a) ^ bits(b) ^ bits(x));
+}
+
 // sqrt(p*p + q*q), with a floor.
 template <class T> double hypotenuse(double p, double q)
 {
     const double a = magnitude(p), b = magnitude(q);
-    const double larger = a > b ? a : b, smaller = a > b ? b : a;
+    // The other one by its bits: a branch here is a guess.
+    const double larger = a > b ? a : b, smaller = otherOf(a, b, larger);
     const double result = smaller >= Limits<T>::safeMinimum
                               ? larger * squareRoot(smaller * smaller / (larger * larger) + 1)
                               : larger;
@@ -67,7 +77,8 @@ template <class T> double hypotenuse(double p, double q)
 
 // I - t*v*transpose(v) with v = (1, x) takes (alpha, x) to (beta, 0). Returns t; alpha becomes
 // beta.
-template <class T, class X> Number<T> makeReflector(Number<T> &alpha, X &&x, int length)
+// `length` is a number, or a constant.
+template <class T, class X, class N> inline Number<T> makeReflector(Number<T> &alpha, X x, N length)
 {
     if (length == 0)
         return 0.0;
@@ -140,7 +151,8 @@ template <class T> struct PlaneRotation {
 template <class T> struct Block {
     Number<T> a, b, c, d;
 
-    void standardise(PlaneRotation<T> &rotation)
+    // Whether there is a rotation; if not, the last one stays in force.
+    bool standardise(PlaneRotation<T> &rotation)
     {
         constexpr double zero = Limits<T>::safeMinimum;
         if (isNegligible(c, zero)) {
@@ -153,9 +165,9 @@ template <class T> struct Block {
             b = -c;
             c = 0.0;
         } else if (isNegligible(a - d, zero)) {
-            // Agreeing signs leave the rotation what it was.
-            if (signOf(b) != signOf(c))
-                rotation = {1.0, 0.0};
+            if (signOf(b) == signOf(c))
+                return false;
+            rotation = {1.0, 0.0};
         } else {
             const Number<T> difference = a - d, p = 0.5 * difference;
             const double absB = magnitude(b), absC = magnitude(c);
@@ -169,6 +181,7 @@ template <class T> struct Block {
             else
                 equaliseDiagonal(rotation, difference, p);
         }
+        return true;
     }
 
   private:
@@ -231,32 +244,94 @@ template <class T> struct Block {
 template <class T> struct Carried {
     PlaneRotation<T> rotation = {0.0, 0.0};
     Number<T> u[3] = {0.0, 0.0, 0.0};
+    // Of the object at hand: whether it has set them, and whether it has used them before.
+    bool hasRotation = false, hasStart = false, usesFormer = false;
+
+    Carried forNext() const
+    {
+        Carried next = *this;
+        next.hasRotation = next.hasStart = next.usesFormer = false;
+        return next;
+    }
+    // What is left behind this object and the next one, which began with the same.
+    Carried followedBy(const Carried &next) const
+    {
+        Carried both = forNext();
+        if (next.hasRotation)
+            both.rotation = next.rotation;
+        for (int i = 0; i < 3 && next.hasStart; ++i)
+            both.u[i] = next.u[i];
+        return both;
+    }
 };
 
+// A reflector of a sweep is a chain of roots and divisions, and mostly waits: a sweep goes in steps
+// of one reflector, so that two objects can take theirs in turn.
 template <class T, bool withVectors> class QrIteration
 {
   public:
+    ZonStatus status = zonStsOk;
+
     QrIteration(const SchurForm &f, ColumnMatrix<T> matrix, ColumnMatrix<T> transform,
                 StoredRun<T> valuesRe, StoredRun<T> valuesIm, Carried<T> &c)
-        : form(f), h(matrix), z(transform), re(valuesRe), im(valuesIm), carried(c), n(matrix.n)
+        : form(f), h(matrix), z(transform), re(valuesRe), im(valuesIm), carried(c), n(matrix.n),
+          budget(30 * n), last(n)
     {
+        findSweep();
     }
 
-    ZonStatus run()
+    void run()
     {
-        int budget = 30 * n;
-        for (last = n; last >= 1; last = first - 1) {
-            first = 1;
-            int sweeps = 0;
-            for (; sweeps < budget; ++sweeps) {
+        while (goesOn)
+            step();
+    }
+    friend void runTogether(QrIteration &a, QrIteration &b)
+    {
+        while (a.goesOn && b.goesOn) {
+            a.step();
+            b.step();
+        }
+        a.run();
+        b.run();
+    }
+
+  private:
+    const SchurForm &form;
+    const ColumnMatrix<T> h, z;
+    const StoredRun<T> re, im;
+    Carried<T> &carried;
+    const int n;
+    int budget; // of sweeps, for all values that are left
+    int sweeps = 0;
+    bool goesOn = true;     // there is a sweep to be done
+    int first = 1, last;    // the active block
+    int begin = 1, row = 1; // where the sweep began, and where it stands
+    Number<T> h33, h44, h43h34;
+
+    void step()
+    {
+        row + 2 <= last ? reflect<3>() : reflect<2>();
+        if (++row == last) {
+            ++sweeps;
+            findSweep();
+        }
+    }
+
+    // Takes all values that have split off.
+    [[gnu::noinline]] void findSweep()
+    {
+        for (; last >= 1; last = first - 1, first = 1, sweeps = 0) {
+            if (sweeps < budget)
                 split();
-                if (first >= last - 1)
-                    break;
-                chooseShifts(sweeps == 10 || sweeps == 20);
-                chaseBulge(beginSweep());
+            if (first < last - 1) {
+                goesOn = sweeps < budget;
+                if (goesOn) {
+                    chooseShifts(sweeps == 10 || sweeps == 20);
+                    begin = row = beginSweep();
+                } else
+                    status = zonStsNoConvergence;
+                return;
             }
-            if (first < last - 1)
-                return zonStsNoConvergence;
             if (first == last) {
                 re[last - 1] = h(last, last);
                 im[last - 1] = 0;
@@ -264,17 +339,8 @@ template <class T, bool withVectors> class QrIteration
                 takeBlock();
             budget -= sweeps;
         }
-        return zonStsOk;
+        goesOn = false;
     }
-
-  private:
-    const SchurForm &form;
-    ColumnMatrix<T> h, z;
-    StoredRun<T> re, im;
-    Carried<T> &carried;
-    const int n;
-    int first = 1, last = 1; // the active block
-    Number<T> h33, h44, h43h34;
 
     bool isSplitAt(int k) const
     {
@@ -353,8 +419,11 @@ template <class T, bool withVectors> class QrIteration
         for (int m = last - 2;; --m) {
             const Number<T> h11 = h(m, m), h22 = h(m + 1, m + 1), h21 = h(m + 1, m),
                             h12 = h(m, m + 1);
-            if (form.guardsDivisions && isNegligible(h21, guardLimit))
+            if (form.guardsDivisions && isNegligible(h21, guardLimit)) {
+                carried.usesFormer |= !carried.hasStart;
                 return m;
+            }
+            carried.hasStart = true;
             const Number<T> h44s = h44 - h11, h33s = h33 - h11;
             u[0] = (h33s * h44s - h43h34) / h21 + h12;
             u[1] = h22 - h11 - h33s - h44s;
@@ -373,60 +442,53 @@ template <class T, bool withVectors> class QrIteration
         }
     }
 
-    void chaseBulge(int m)
+    // One reflector on `rows` rows and columns from `row` on.
+    template <int rows> [[gnu::noinline]] void reflect()
     {
-        Number<T>(&u)[3] = carried.u;
-        for (int q = m; q < last; ++q) {
-            const int rows = q + 2 <= last ? 3 : 2;
-            if (q > m)
-                for (int i = 0; i < rows; ++i)
-                    u[i] = h(q + i, q - 1);
-            const Number<T> t1 = makeReflector(u[0], &u[1], rows - 1);
-            if (q > m) {
-                h(q, q - 1) = u[0];
-                h(q + 1, q - 1) = 0;
-                if (q < last - 1)
-                    h(q + 2, q - 1) = 0;
-            } else if (m > first)
-                h(q, q - 1) = -h(q, q - 1);
-            const int begin = withVectors ? 1 : first, end = withVectors ? n : last;
-            const int reach = q + 3 < last ? q + 3 : last;
-            const Reflection reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
-            if (rows == 3) {
-                reflection.onThreeRows(h, q, q, end);
-                reflection.onThreeColumns(h, q, begin, reach);
-                if constexpr (withVectors)
-                    reflection.onThreeColumns(z, q, 1, n);
-            } else {
-                reflection.onTwoRows(h, q, q, end);
-                reflection.onTwoColumns(h, q, begin, last);
-                if constexpr (withVectors)
-                    reflection.onTwoColumns(z, q, 1, n);
-            }
-        }
+        const int q = row;
+        const ColumnMatrix<T> m = h;
+        Number<T> u[3] = {carried.u[0], carried.u[1], carried.u[2]};
+        if (q > begin)
+            for (int i = 0; i < rows; ++i)
+                u[i] = m(q + i, q - 1);
+        const Number<T> t1 = makeReflector<T>(u[0], &u[1], std::integral_constant<int, rows - 1>{});
+        if (q > begin) {
+            m(q, q - 1) = u[0];
+            m(q + 1, q - 1) = 0;
+            if (rows == 3)
+                m(q + 2, q - 1) = 0;
+        } else if (begin > first)
+            m(q, q - 1) = -m(q, q - 1);
+        for (int i = 0; i < rows; ++i)
+            carried.u[i] = u[i];
+        const Reflection<rows> reflection{u[1], u[2], t1, t1 * u[1], t1 * u[2]};
+        reflection.onRows(m, q, q, withVectors ? n : last);
+        reflection.onColumns(m, q, withVectors ? 1 : first, q + 3 < last ? q + 3 : last);
+        if constexpr (withVectors)
+            reflection.onColumns(z, q, 1, n);
     }
 
     // Values of its own: a store to the caller's memory could change others.
-    struct Reflection {
+    template <int rows> struct Reflection {
         Number<T> u2, u3, t1, t2, t3;
 
         void of(Stored<T> x, Stored<T> y, Stored<T> w) const
         {
-            const double one = x, two = y, three = w;
-            const Number<T> sum = u2 * two + one + u3 * three;
-            x = one - sum * t1;
-            y = two - sum * t2;
-            w = three - sum * t3;
-        }
-        void of(Stored<T> x, Stored<T> y) const
-        {
             const double one = x, two = y;
-            const Number<T> sum = u2 * two + one;
-            x = one - sum * t1;
-            y = two - sum * t2;
+            if constexpr (rows == 3) {
+                const double three = w;
+                const Number<T> sum = u2 * two + one + u3 * three;
+                x = one - sum * t1;
+                y = two - sum * t2;
+                w = three - sum * t3;
+            } else {
+                const Number<T> sum = u2 * two + one;
+                x = one - sum * t1;
+                y = two - sum * t2;
+            }
         }
         // Rows or columns q, q+1 and q+2 of m, from element `from` to element `to`.
-        void onThreeRows(ColumnMatrix<T> m, int q, int from, int to) const
+        void onRows(ColumnMatrix<T> m, int q, int from, int to) const
         {
             const Reflection self = *this;
             for (int c = from; c <= to; ++c) {
@@ -434,28 +496,12 @@ template <class T, bool withVectors> class QrIteration
                 self.of(x[0], x[1], x[2]);
             }
         }
-        void onTwoRows(ColumnMatrix<T> m, int q, int from, int to) const
+        void onColumns(ColumnMatrix<T> m, int q, int from, int to) const
         {
             const Reflection self = *this;
-            for (int c = from; c <= to; ++c) {
-                const StoredRun<T> x = m.columnFrom(q, c);
-                self.of(x[0], x[1]);
-            }
-        }
-        void onThreeColumns(ColumnMatrix<T> m, int q, int from, int to) const
-        {
-            const Reflection self = *this;
-            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1),
-                               w = m.columnFrom(from, q + 2);
+            const StoredRun<T> x = m.columnFrom(from, q), y = x.from(m.n), w = y.from(m.n);
             for (int r = 0; r <= to - from; ++r)
                 self.of(x[r], y[r], w[r]);
-        }
-        void onTwoColumns(ColumnMatrix<T> m, int q, int from, int to) const
-        {
-            const Reflection self = *this;
-            const StoredRun<T> x = m.columnFrom(from, q), y = m.columnFrom(from, q + 1);
-            for (int r = 0; r <= to - from; ++r)
-                self.of(x[r], y[r]);
         }
     };
 
@@ -464,7 +510,10 @@ template <class T, bool withVectors> class QrIteration
     {
         const int i = last;
         Block<T> block{h(i - 1, i - 1), h(i - 1, i), h(i, i - 1), h(i, i)};
-        block.standardise(carried.rotation);
+        if (block.standardise(carried.rotation))
+            carried.hasRotation = true;
+        else
+            carried.usesFormer |= !carried.hasRotation;
         h(i - 1, i - 1) = block.a;
         h(i - 1, i) = block.b;
         h(i, i - 1) = block.c;

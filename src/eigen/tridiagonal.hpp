@@ -35,9 +35,10 @@ inline bool isWithin(double x, double limit) { return magnitude(x) <= limit; }
 
 // Reduction ------------------------------------------------------------------------------------
 
-template <class T, bool WithVectors, class Storage> struct Reduction {
+template <class T, class Storage> struct Reduction {
     Storage &s;
     const SymmetricForm &form;
+    const bool withVectors;
     const int n = s.order();
 
     void run() const
@@ -78,7 +79,7 @@ template <class T, bool WithVectors, class Storage> struct Reduction {
             return;
         const Number<T> beta = 2 / h;
         reflect(k, beta);
-        if constexpr (WithVectors)
+        if (withVectors)
             k == 1 ? beginTransform(beta) : accumulate(k, beta);
     }
 

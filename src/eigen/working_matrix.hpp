@@ -3,12 +3,13 @@
 // gathered into a working copy, the stages run there, the results are scattered.
 //
 //   Place     where one object of an operand lies
+//   Places    the same for all its objects
 //   Number    a number that is stored as T and computed with in double
 //   Stored    the same in memory at any address
 #pragma once
 
+#include "frame/overlap.hpp"
 #include "frame/square_root.hpp"
-#include "frame/views.hpp"
 
 #include <cmath>
 #include <functional>
@@ -33,13 +34,48 @@ template <class T> struct Place {
     }
 };
 
-template <class T> Place<T> placeOf(const StridedMatrix<T> &m)
+// The objects of an operand under any description. The operand block must outlive this.
+template <class T> struct Places {
+    T *const *table; // of elements, or null
+    LocatedOrigins<T> origins;
+    ptrdiff_t rowStep, columnStep;
+    Extent reach; // of an object, relative to its origin
+
+    Place<T> operator()(ptrdiff_t k) const
+    {
+        if (table)
+            return {table, nullptr, offset(k), rowStep, columnStep};
+        return {nullptr, origins(k), 0, rowStep, columnStep};
+    }
+    Extent extentOf(ptrdiff_t k) const
+    {
+        const auto origin = table ? std::uintptr_t(offset(k)) : std::uintptr_t(origins(k));
+        return {reach.begin + origin, reach.size};
+    }
+
+  private:
+    ptrdiff_t offset(ptrdiff_t k) const { return origins.shift + k * origins.step; }
+};
+
+template <class Block> auto placesOf(const Block &operand, ptrdiff_t n)
 {
-    return {nullptr, m.base, 0, m.rowStep, m.columnStep};
+    using T = typename Block::Value;
+    const auto o = objects<Layout::strided>(operand, n, n);
+    const Extent reach = reachOf(o.first, n, n);
+    if constexpr (isElementTable<Block>)
+        return Places<T>{o.first.table,
+                         {nullptr, 0, o.origins.shift, o.origins.step},
+                         o.first.rowPitch,
+                         o.first.columnPitch,
+                         reach};
+    else
+        return Places<T>{nullptr, o.origins, o.first.rowStep, o.first.columnStep, reach};
 }
-template <class T> Place<T> placeOf(const ScatteredMatrix<T> &m)
+
+// Number k of runs that lie back to back.
+template <class T> Extent extentOfRun(const T *runs, ptrdiff_t length, ptrdiff_t k)
 {
-    return {m.table, nullptr, m.offset, m.rowPitch, m.columnPitch};
+    return {std::uintptr_t(runs) + k * length * sizeof(T), length * sizeof(T)};
 }
 
 // Numbers --------------------------------------------------------------------------------------
@@ -111,7 +147,17 @@ template <class T> struct StoredRun {
     StoredRun from(ptrdiff_t i) const { return {base + i * ptrdiff_t(sizeof(T))}; }
 };
 
-template <class T> StoredRun<T> runAt(DenseVector<T> v) { return {v.base}; }
+template <class T> StoredRun<T> runAt(T *p) { return {bytes(p)}; }
+template <class T> StoredRun<T> runIn(void *buffer) { return {static_cast<std::byte *>(buffer)}; }
+
+template <class T> void copyRun(StoredRun<T> from, StoredRun<T> to, ptrdiff_t length)
+{
+    for (ptrdiff_t i = 0; i < length; ++i)
+        to[i] = from[i];
+}
+
+// Where two objects are taken together: the sizes that have sweeps, up to what the stack may hold.
+inline constexpr int32_t smallestPaired = 3, largestPaired = 8;
 
 inline double magnitude(double x) { return std::fabs(x); }
 

@@ -50,7 +50,7 @@ template <class Bits> void moveByElement(const Movement<Bits> &m)
 
 template <class Bits> inline constexpr int tileWidth = 16 / int(sizeof(Bits));
 
-#if defined(__GNUC__)
+#if defined(ZONM_VECTORS)
 
 inline void moveTile(std::byte *dst, ptrdiff_t dstStep, const std::byte *src, ptrdiff_t srcStep,
                      std::uint64_t)
@@ -109,7 +109,7 @@ inline void transposeObject(std::byte *dst, ptrdiff_t dstStep, const std::byte *
     });
 }
 
-#if defined(__GNUC__)
+#if defined(ZONM_VECTORS)
 
 // Without gaps an object is a run of packs on both sides, and each pack of the result is gathered
 // from packs of the source. Of the first two elements and the last two, each pair takes a shuffle
@@ -158,7 +158,7 @@ template <class Bits, int N> struct PackedTranspose {
 template <class Bits, int N> inline void transposePacked(std::byte *dst, const std::byte *src)
 {
     constexpr ptrdiff_t row = N * sizeof(Bits);
-#if defined(__GNUC__)
+#if defined(ZONM_VECTORS)
     if constexpr (N % 4 != 0)
         return PackedTranspose<Bits, N>::move(dst, src);
 #endif

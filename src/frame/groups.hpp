@@ -94,7 +94,7 @@ ZONM_INLINED inline auto viewsOf(const Objects &objects, GroupOf<Registers> grou
 
 // Gather and scatter -----------------------------------------------------------------------------
 
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
 // Row i of dense float matrices: a pair that is widened as it is loaded takes half the shuffles of
 // two elements.
 template <int Columns, class Views>
@@ -118,7 +118,7 @@ template <int Rows, int Columns, class Views>
 ZONM_INLINED inline void gatherMatrices(Lanes (&x)[Rows][Columns], const Views &views)
 {
     unrolled<0, Rows>([&](auto i) ZONM_INLINED {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
         using View = typename Views::value_type;
         if constexpr (hasDenseRows<View> && sizeof(typename View::Element) == 4 && Columns > 1)
             return gatherRowInPairs(x[i], views, i);

@@ -20,7 +20,7 @@
 namespace zonm
 {
 
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
 
 // Intrinsics, since a compiler that sees bits as integers regroups their operations, and moves
 // numbers between the integer and the floating-point units.
@@ -40,7 +40,7 @@ inline __m128d bitXor(__m128d a, __m128d b) { return _mm_xor_pd(a, b); }
 inline __m128d bitAndNot(__m128d a, __m128d b) { return _mm_andnot_pd(b, a); }
 template <class P> inline auto laneOf(const P &a, int l) { return a[l]; }
 
-#elif defined(__GNUC__)
+#else
 
 inline constexpr int objectLanes = doublesPerRegister;
 using LaneRegister = Doubles<objectLanes>;
@@ -62,30 +62,21 @@ inline LaneRegister rootsOf(LaneRegister a)
         a[l] = squareRoot(a[l]);
     return a;
 }
-inline LaneRegister largerOf(LaneRegister a, LaneRegister b) { return a > b ? a : b; }
+inline LaneRegister largerOf(LaneRegister a, LaneRegister b)
+{
+#if defined(ZONM_VECTORS)
+    return a > b ? a : b;
+#else
+    for (int l = 0; l < objectLanes; ++l)
+        a[l] = a[l] > b[l] ? a[l] : b[l];
+    return a;
+#endif
+}
 inline LaneIntegers bitAnd(LaneIntegers a, LaneIntegers b) { return a & b; }
 inline LaneIntegers bitOr(LaneIntegers a, LaneIntegers b) { return a | b; }
 inline LaneIntegers bitXor(LaneIntegers a, LaneIntegers b) { return a ^ b; }
 inline LaneIntegers bitAndNot(LaneIntegers a, LaneIntegers b) { return a & ~b; }
 template <class P> inline auto laneOf(const P &a, int l) { return a[l]; }
-
-#else
-
-inline constexpr int objectLanes = 1;
-using LaneRegister = double;
-using LaneIntegers = std::int64_t;
-using LaneRegisterBits = std::int64_t;
-
-inline bool anySet(std::int64_t mask) { return mask != 0; }
-inline std::int64_t largerMask(double a, double b) { return -std::int64_t(a > b); }
-inline std::int64_t notLargerMask(double a, double b) { return -std::int64_t(a <= b); }
-inline double rootsOf(double a) { return squareRoot(a); }
-inline double largerOf(double a, double b) { return a > b ? a : b; }
-inline std::int64_t bitAnd(std::int64_t a, std::int64_t b) { return a & b; }
-inline std::int64_t bitOr(std::int64_t a, std::int64_t b) { return a | b; }
-inline std::int64_t bitXor(std::int64_t a, std::int64_t b) { return a ^ b; }
-inline std::int64_t bitAndNot(std::int64_t a, std::int64_t b) { return a & ~b; }
-template <class T> inline T laneOf(T a, int) { return a; }
 
 #endif
 
@@ -160,7 +151,7 @@ template <class F> ZONM_INLINED inline Lanes gather(F element)
 // are not gathered beside them.
 template <class T, class F> ZONM_INLINED inline Lanes gatherFrom(F at)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     if constexpr (sizeof(T) == sizeof(double))
         return {_mm_loadh_pd(_mm_set_sd(load<T>(at(0))), reinterpret_cast<const double *>(at(1)))};
 #endif

@@ -139,12 +139,27 @@ template <class Objects> inline bool areApart(const Objects &o)
     return std::size_t(o.origins.step) >= reach;
 }
 
-// Whether it is certain that no two elements of a matrix share an address. An element table is
-// taken to name every address once.
+// Whether no two entries of a table lie within an element of one another.
+template <class T> [[gnu::noinline]] bool entriesAreApart(T *const *table, ptrdiff_t entries)
+{
+    const auto element = [=](ptrdiff_t e) { return Extent{std::uintptr_t(table[e]), sizeof(T)}; };
+    bool ascend = true;
+    for (ptrdiff_t e = 1; e < entries; ++e)
+        ascend &= element(e).begin >= element(e - 1).begin + sizeof(T);
+    bool met = false;
+    for (ptrdiff_t e = 1; e < entries && !ascend; ++e)
+        for (ptrdiff_t earlier = 0; earlier < e; ++earlier)
+            met |= meet(element(earlier), element(e));
+    return !met;
+}
+
+// Whether it is certain that no two elements of an object share an address.
 template <class View, class Origins> inline bool elementsAreApart(const Objects<View, Origins> &o)
 {
     if constexpr (requires { o.first.table; }) {
-        return true;
+        return entriesAreApart(o.first.table, o.rows * o.columns);
+    } else if constexpr (View::rank == 1) {
+        return true; // a stride is no shorter than an element
     } else {
         const auto m = stridedView(o.first);
         const std::int64_t rowStep = m.rowStep, columnStep = m.columnStep;
@@ -177,8 +192,22 @@ template <class A, class B> inline bool areSame(const A &a, const B &b)
     }
 }
 
-// Whether they are interleaved as well, so that all objects' elements of one place lie together.
-// Their extents meet, but an object shares bytes with itself only.
+// Whether objects are interleaved: all elements of one place lie together, and no two share a byte.
+template <class T>
+inline bool areInterleaved(const Objects<StridedMatrix<T>, LocatedOrigins<T>> &o, int32_t count)
+{
+    const auto &m = o.first;
+    // Objects within the smaller of the two steps, and those of a line within the larger.
+    const std::size_t place = (count - 1) * std::size_t(o.origins.step) + sizeof(T);
+    const auto alongRow = place + (o.columns - 1) * std::size_t(m.columnStep);
+    const auto alongColumn = place + (o.rows - 1) * std::size_t(m.rowStep);
+    return !o.origins.isTable() && std::size_t(o.origins.step) >= sizeof(T) &&
+           ((place <= std::size_t(m.columnStep) && alongRow <= std::size_t(m.rowStep)) ||
+            (place <= std::size_t(m.rowStep) && alongColumn <= std::size_t(m.columnStep)));
+}
+
+// Whether two operands are the same and interleaved. Their extents meet, but an object shares bytes
+// with itself only.
 template <class A, class B> inline bool areSameInterleaved(const A &, const B &, int32_t)
 {
     return false;
@@ -188,14 +217,7 @@ inline bool areSameInterleaved(const Objects<StridedMatrix<TA>, LocatedOrigins<T
                                const Objects<StridedMatrix<TB>, LocatedOrigins<TB>> &b,
                                int32_t count)
 {
-    const auto &m = a.first;
-    // Objects within the smaller of the two steps, and those of a line within the larger.
-    const std::size_t place = (count - 1) * std::size_t(a.origins.step) + sizeof(TA);
-    const auto alongRow = place + (a.columns - 1) * std::size_t(m.columnStep);
-    const auto alongColumn = place + (a.rows - 1) * std::size_t(m.rowStep);
-    return !a.origins.isTable() && areSame(a, b) && std::size_t(a.origins.step) >= sizeof(TA) &&
-           ((place <= std::size_t(m.columnStep) && alongRow <= std::size_t(m.rowStep)) ||
-            (place <= std::size_t(m.rowStep) && alongColumn <= std::size_t(m.columnStep)));
+    return areInterleaved(a, count) && areSame(a, b);
 }
 
 // Whether no object can write what another reads, whatever order they are taken in.

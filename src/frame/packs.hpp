@@ -1,15 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 // Short vectors of elements. `Pack<T, W>` has the element-wise operators of the language and
-// nothing else is assumed of the processor; a compiler without vector extensions gets the same in
-// scalars. `Doubles<W>` are W numbers in the working type, whatever the element type: elements are
-// widened as they are loaded and narrowed as they are stored.
+// nothing else is assumed of the processor; without vectors it is the same in scalars. `Doubles<W>`
+// are W numbers in the working type, whatever the element type: elements are widened as they are
+// loaded and narrowed as they are stored.
 #pragma once
 
 #include "frame/memory.hpp"
 #include "frame/sizes.hpp"
 
+#include <functional>
+
+// ZONM_VECTORS: packs are vectors of the compiler. On 32-bit ARM they are not, since its vector
+// unit flushes denormal floats. ZONM_SSE2: some of their operations are called by name. ZONM_SCALAR
+// does without either.
+#if defined(__GNUC__) && !defined(__arm__) && !defined(ZONM_SCALAR)
+#define ZONM_VECTORS
 #if defined(__SSE2__)
+#define ZONM_SSE2
 #include <emmintrin.h>
+#endif
 #endif
 
 namespace zonm
@@ -23,7 +32,7 @@ inline constexpr int registerBytes = 32;
 inline constexpr int registerBytes = 16;
 #endif
 
-#if defined(__GNUC__)
+#if defined(ZONM_VECTORS)
 
 template <class T, int W> struct PackOf {
     typedef T type __attribute__((vector_size(sizeof(T) * W)));
@@ -34,23 +43,36 @@ template <class T, int W> using Pack = typename PackOf<T, W>::type;
 
 template <class T, int W> struct Pack {
     T lane[W];
+
     T &operator[](int i) { return lane[i]; }
     const T &operator[](int i) const { return lane[i]; }
-    friend Pack operator+(Pack a, const Pack &b)
+
+    friend Pack operator+(Pack a, const Pack &b) { return each(a, b, std::plus<T>()); }
+    friend Pack operator-(Pack a, const Pack &b) { return each(a, b, std::minus<T>()); }
+    friend Pack operator*(Pack a, const Pack &b) { return each(a, b, std::multiplies<T>()); }
+    friend Pack operator/(Pack a, const Pack &b) { return each(a, b, std::divides<T>()); }
+    friend Pack operator&(Pack a, const Pack &b) { return each(a, b, std::bit_and<T>()); }
+    friend Pack operator|(Pack a, const Pack &b) { return each(a, b, std::bit_or<T>()); }
+    friend Pack operator^(Pack a, const Pack &b) { return each(a, b, std::bit_xor<T>()); }
+    friend Pack operator-(Pack a)
     {
-        return each(a, b, [](T x, T y) { return x + y; });
+        return each(a, a, [](T x, T) { return -x; });
     }
-    friend Pack operator-(Pack a, const Pack &b)
+    friend Pack operator~(Pack a)
     {
-        return each(a, b, [](T x, T y) { return x - y; });
+        return each(a, a, [](T x, T) { return ~x; });
     }
-    friend Pack operator*(Pack a, const Pack &b)
+    friend Pack operator-(T x, const Pack &b)
     {
-        return each(a, b, [](T x, T y) { return x * y; });
+        return each(b, b, [x](T y, T) { return x - y; });
     }
-    friend Pack operator/(Pack a, const Pack &b)
+
+    // All ones where it is true, all zeros elsewhere.
+    using Mask = Pack<std::int64_t, W>;
+    friend Mask operator>(const Pack &a, const Pack &b) { return mask(a, b, std::greater<T>()); }
+    friend Mask operator<=(const Pack &a, const Pack &b)
     {
-        return each(a, b, [](T x, T y) { return x / y; });
+        return mask(a, b, std::less_equal<T>());
     }
 
   private:
@@ -59,6 +81,13 @@ template <class T, int W> struct Pack {
         for (int i = 0; i < W; ++i)
             a.lane[i] = f(a.lane[i], b.lane[i]);
         return a;
+    }
+    template <class F> static Mask mask(const Pack &a, const Pack &b, F f)
+    {
+        Mask m{};
+        for (int i = 0; i < W; ++i)
+            m.lane[i] = -std::int64_t(f(a.lane[i], b.lane[i]));
+        return m;
     }
 };
 
@@ -106,7 +135,7 @@ template <int W> ZONM_INLINED inline Doubles<W> inAllLanes(double x)
 // float for the pack that they came from.
 template <class To, class From> ZONM_INLINED inline To converted(const From &from)
 {
-#if defined(__GNUC__)
+#if defined(ZONM_VECTORS)
     return __builtin_convertvector(from, To);
 #else
     To to;
@@ -123,7 +152,7 @@ template <class T, int W> ZONM_INLINED inline auto narrowed(Doubles<W> v)
         return v;
     else if constexpr (W == 1)
         return float(v);
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     else if constexpr (W == 2) // compilers know the conversion of a single pair by name only
         return Pack<float, 4>(_mm_cvtpd_ps(__m128d(v)));
 #endif
@@ -138,7 +167,7 @@ template <class T, int W> ZONM_INLINED inline Doubles<W> rounded(Doubles<W> v)
         return v;
     else if constexpr (W == 1)
         return double(float(v));
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     else if constexpr (W == 2)
         return Doubles<2>(_mm_cvtps_pd(_mm_cvtpd_ps(__m128d(v))));
 #endif
@@ -153,7 +182,7 @@ template <class T, int W> ZONM_INLINED inline Doubles<W> loadDoubles(const std::
         return double(load<T>(p));
     else if constexpr (sizeof(T) == sizeof(double))
         return loadPack<double, W>(p);
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     else if constexpr (W == 2) {
 #if defined(__clang__)
         return Doubles<2>(

@@ -17,92 +17,101 @@ namespace zonm
 namespace
 {
 
-// A column of a matrix, rows in pairs.
-struct Column {
-    Pair rows[2];
-
-    ZONM_INLINED double operator[](int r) const { return rows[r / 2][r % 2]; }
-};
-
-// What is left of the source, its columns in the order `perm`, and what the identity has become.
-// The columns of the identity that no step has reached yet are alike but for their ones: `rest` has
-// the zeros of them all, signed by the steps, and the NaNs that infinite numbers make of them.
+// What has become of source and identity, in one matrix: as step K ends, column K of the source is
+// done with, and that of the identity takes its place. Of the columns that the identity still has,
+// row r is `rest[r]` but for its one: a zero signed by the steps, or the NaN that infinite numbers
+// make of it.
 struct Elimination {
-    Column a[4], b[4], rest;
+    alignas(16) float row[4][4];
+    double rest[4];
+    float pivots[4];
     int perm[4];
-    double determinant;
 };
 
-// A column without its multiple of the pivot column; row K becomes q.
-template <int K>
-ZONM_INLINED inline Column eliminated(const Column &column, const Column &pivots, double q)
+template <int K, int J> ZONM_INLINED inline void swapColumns(Elimination &e)
 {
-    const Pair factor = inAllLanes<2>(q);
-    Column c;
-    unrolled<0, 2>([&](auto h) ZONM_INLINED {
-        c.rows[h] = rounded<float, 2>(column.rows[h] - factor * pivots.rows[h]);
-    });
-    c.rows[K / 2][K % 2] = q;
-    return c;
+    const auto from = [](int c) { return c == K ? J : c == J ? K : c; };
+    for (auto &row : e.row)
+        storeRow(row, shuffled<from(0), from(1), from(2), from(3)>(loadRow(row)));
+    std::swap(e.perm[K], e.perm[J]);
+}
+
+// Whether an element behind that of column K has the larger magnitude.
+template <int K> ZONM_INLINED inline bool isBeaten(const Row &row)
+{
+#if defined(ZONM_SSE2)
+    const __m128 magnitudes = _mm_andnot_ps(_mm_set1_ps(-0.f), __m128(row));
+    const __m128 first = _mm_shuffle_ps(magnitudes, magnitudes, K * 0b01010101);
+    return _mm_movemask_ps(_mm_cmplt_ps(first, magnitudes)) >> (K + 1) != 0;
+#else
+    bool beaten = false;
+    unrolled<K + 1, 4>([&](auto j)
+                           ZONM_INLINED { beaten |= std::fabs(row[j.value]) > std::fabs(row[K]); });
+    return beaten;
+#endif
 }
 
 template <int K> ZONM_INLINED inline bool eliminationStep(Elimination &e)
 {
-    constexpr double limit = 1.430511474609375e-06;
+    constexpr float limit = 1.430511474609375e-06f;
 
-    int winner = K;
-    double largest = std::fabs(e.a[K][K]);
-    unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
-        const double candidate = std::fabs(e.a[j][K]);
-        if (candidate > largest) {
-            largest = candidate;
-            winner = j;
-        }
-    });
-    if (largest < limit)
-        return false;
     // A branch: like matrices have like pivots, and nothing then waits for the search.
-    unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
-        if (winner == j) {
-            std::swap(e.a[K], e.a[j]);
-            std::swap(e.perm[K], e.perm[j]);
+    Row pivotRow = loadRow(e.row[K]);
+    if (isBeaten<K>(pivotRow)) {
+        int winner = K;
+        float largest = std::fabs(e.row[K][K]);
+        for (int j = K + 1; j < 4; ++j) {
+            const float candidate = std::fabs(e.row[K][j]);
+            if (candidate > largest) {
+                largest = candidate;
+                winner = j;
+            }
+        }
+        unrolled<K + 1, 4>([&](auto j) ZONM_INLINED {
+            if (winner == j)
+                swapColumns<K, j>(e);
+        });
+        pivotRow = loadRow(e.row[K]);
+    }
+
+    const float p = pivotRow[K];
+    if (std::fabs(p) < limit)
+        return false;
+    e.pivots[K] = p;
+    pivotRow[K] = float(1 + e.rest[K]);
+    const Row quotients = pivotRow / Row{p, p, p, p}; // a single operation on stored values
+    storeRow(e.row[K], quotients);
+
+    const auto q = widened(quotients);
+    const double qRest = q[K] * 0; // rest[K] / p, since rest[K] is a zero without a sign or a NaN
+    unrolled<0, 4>([&](auto r) ZONM_INLINED {
+        if constexpr (r != K) {
+            auto row = loadNumbers<4>(e.row[r]);
+            const double f = row[K];
+            row.pair[K / 2][K % 2] = e.rest[r];
+            storeRow(e.row[r], narrowed(row - q * f));
+            e.rest[r] = e.rest[r] - qRest * f;
         }
     });
-
-    const Column pivots = e.a[K];
-    const double p = pivots[K];
-    e.determinant = e.determinant * p;
-
-    // The columns that are looked at again: three of a and b, column K of b, and the rest.
-    const auto column = [&](int i) ZONM_INLINED -> Column & { return i < K ? e.b[i] : e.a[i + 1]; };
-    const auto divided = [p](double x, double y) ZONM_INLINED {
-        return rounded<float, 2>(Pair{x, y} / inAllLanes<2>(p));
-    };
-    const Pair q = divided(column(0)[K], column(1)[K]);
-    const Pair q2 = divided(column(2)[K], 1 + e.rest[K]);
-    const double qRest = e.rest[K] / p;
-    column(0) = eliminated<K>(column(0), pivots, q[0]);
-    column(1) = eliminated<K>(column(1), pivots, q[1]);
-    column(2) = eliminated<K>(column(2), pivots, q2[0]);
-    e.b[K] = eliminated<K>(e.rest, pivots, q2[1]);
-    e.rest = eliminated<K>(e.rest, pivots, qRest);
+    e.rest[K] = qRest;
     return true;
 }
 
 } // namespace
 
-bool invert(const Matrix4 &source, Matrix4 &inverse, double *det)
+bool invert(const float *source, float *inverse, double *det)
 {
-    Elimination e = {{}, {}, {}, {0, 1, 2, 3}, 1};
-    unrolled<0, 4>([&](auto c) ZONM_INLINED {
-        e.a[c] = {Pair{source(0, c), source(1, c)}, Pair{source(2, c), source(3, c)}};
+    Elimination e;
+    unrolled<0, 4>([&](auto r) ZONM_INLINED {
+        storeRow(e.row[r], loadRow(source + 4 * r));
+        e.rest[r] = 0;
+        e.perm[r] = r;
     });
     if (!eliminationStep<0>(e) || !eliminationStep<1>(e) || !eliminationStep<2>(e) ||
         !eliminationStep<3>(e))
         return false;
-    unrolled<0, 4>([&](auto r) ZONM_INLINED {
-        inverse.row[e.perm[r]] = {Pair{e.b[0][r], e.b[1][r]}, Pair{e.b[2][r], e.b[3][r]}};
-    });
+    unrolled<0, 4>([&](auto r)
+                       ZONM_INLINED { storeRow(inverse + 4 * e.perm[r], loadRow(e.row[r])); });
     if (det) {
         bool odd = false;
         for (int i = 0; i < 4; ++i)
@@ -111,7 +120,9 @@ bool invert(const Matrix4 &source, Matrix4 &inverse, double *det)
                     std::swap(e.perm[j], e.perm[i]);
                     odd = !odd;
                 }
-        *det = odd ? -e.determinant : e.determinant;
+        const auto &p = e.pivots;
+        const double product = ((double(p[0]) * p[1]) * p[2]) * p[3];
+        *det = odd ? -product : product;
     }
     return true;
 }
@@ -121,11 +132,8 @@ namespace
 
 ZonStatus invertMatrix4(const float *src, float *det, float *dst)
 {
-    Matrix4 inverse;
     double d = 0;
-    const bool regular = invert(loadMatrix(src), inverse, det ? &d : nullptr);
-    if (regular)
-        storeMatrix(dst, inverse);
+    const bool regular = invert(src, dst, det ? &d : nullptr);
     if (det)
         setElement(det, 0, d);
     return regular ? zonStsOk : zonStsSingular;
@@ -177,61 +185,61 @@ ZONM_INLINED inline double elementOfProduct(const float *a, const float *b, int 
             setElement(dst, r * rowStep + c * columnStep, elementOfProduct(a, b, r, c));
 }
 
-ZONM_INLINED inline bool apart(const float *dst, const float *a, const float *b)
+template <bool transposed>
+ZONM_INLINED inline ZonStatus multiply(const float *src1, const float *src2, float *dst)
 {
-    return !overlap<16>(dst, a) && !overlap<16>(dst, b);
-}
-
-ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
-{
-    if (!apart(dst, src1, src2)) {
-        multiplyInOrder(src1, src2, dst, 4, 1);
-        return zonStsOk;
-    }
-    const Matrix4 b = loadMatrix(src2);
-    unrolled<0, 4>([&](auto r) ZONM_INLINED {
-        storeNumbers(dst + 4 * r, rowOfProduct(loadNumbers<4>(src1 + 4 * r), b));
-    });
-    return zonStsOk;
-}
-
-ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
-{
-    if (!apart(dst, src1, src2)) {
-        multiplyInOrder(src1, src2, dst, 1, 4);
+    if (overlap<16>(dst, src1) || overlap<16>(dst, src2)) {
+        multiplyInOrder(src1, src2, dst, transposed ? 1 : 4, transposed ? 4 : 1);
         return zonStsOk;
     }
     const Matrix4 b = loadMatrix(src2);
     unrolled<0, 4>([&](auto r) ZONM_INLINED {
         const auto row = rowOfProduct(loadNumbers<4>(src1 + 4 * r), b);
-        unrolled<0, 4>([&](auto c) ZONM_INLINED { setElement(dst, 4 * c + r, row[c]); });
+        if constexpr (transposed)
+            unrolled<0, 4>([&](auto c) ZONM_INLINED { setElement(dst, 4 * c + r, row[c]); });
+        else
+            storeNumbers(dst + 4 * r, row);
     });
     return zonStsOk;
 }
 
+ZonStatus multiplyMatrices4(const float *src1, const float *src2, float *dst)
+{
+    return multiply<false>(src1, src2, dst);
+}
+
+ZonStatus multiplyTransposed(const float *src1, const float *src2, float *dst)
+{
+    return multiply<true>(src1, src2, dst);
+}
+
 // Determinant ----------------------------------------------------------------------------------
 
-// The expansion along row 0, with the minors of rows 2 and 3, two at a time:
+// The expansion along row 0, with the minors of rows 2 and 3
 //     s0 of columns 2 3    s1 of 1 3    s2 of 1 2    s3 of 0 1    u of 0 3    w of 0 2
-// The first four are rounded, u and w are not.
+// of which the first four are rounded, u and w are not. Two stand in a pair, in the order in which
+// most factors are neighbours in memory, where a pair of them is read at the cost of one.
 ZonStatus determinant(const float *src, float *dst)
 {
-    const auto [row0, row1, row2, row3] = loadMatrix(src).row;
+    const auto from = [=](int i) ZONM_INLINED { // elements i and i + 1
+        return loadDoubles<float, 2>(bytes(src) + i * ptrdiff_t(sizeof(float)));
+    };
     const auto both = [](double x) ZONM_INLINED { return inAllLanes<2>(x); };
 
-    const Pair ws2 = row2.pair[0] * both(row3[2]) - row3.pair[0] * both(row2[2]);
-    const Pair us1 = row2.pair[0] * both(row3[3]) - row3.pair[0] * both(row2[3]);
-    const Pair s0s3 = rounded<float, 2>(Pair{row2[2], row3[1]} * Pair{row3[3], row2[0]} -
-                                        Pair{row2[3], row2[1]} * Pair{row3[2], row3[0]});
-    const double u = us1[0], w = ws2[0];
-    const double s1 = rounded<float, 2>(us1)[1], s2 = rounded<float, 2>(ws2)[1];
+    const Pair m8 = from(8), m9 = from(9), m10 = from(10);
+    const Pair m12 = from(12), m13 = from(13), m14 = from(14);
+    const Pair s1s0 = rounded<float, 2>(both(m14[1]) * m9 - both(m10[1]) * m13);
+    const Pair s3s2 = rounded<float, 2>(m13 * m8 - m9 * m12);
+    const Pair wu = m14 * both(m8[0]) - m10 * both(m12[0]);
 
-    const Pair of0and1 = (Pair{row1[1], row1[0]} * both(s0s3[0]) - both(row1[2]) * Pair{s1, u}) +
-                         both(row1[3]) * Pair{s2, w};
-    const Pair of2and3 = (both(row1[0]) * Pair{s1, s2} - both(row1[1]) * Pair{u, w}) +
-                         Pair{row1[3], row1[2]} * both(s0s3[1]);
-    const Pair terms = of0and1 * row0.pair[0], terms2 = of2and3 * row0.pair[1];
-    setElement(dst, 0, ((terms[0] - terms[1]) + terms2[0]) - terms2[1]);
+    const Pair m4 = from(4), m5 = from(5), m6 = from(6);
+    const Pair of2and0 = (m4 * s1s0 - m5 * Pair{wu[1], s1s0[0]}) + both(m6[1]) * s3s2;
+    const Pair of3and1 =
+        (both(m4[0]) * Pair{s3s2[1], s1s0[1]} - m5 * wu) + m6 * Pair{s3s2[0], wu[0]};
+
+    const Pair m0 = from(0), m2 = from(2);
+    const Pair even = of2and0 * Pair{m2[0], m0[0]}, odd = of3and1 * Pair{m2[1], m0[1]};
+    setElement(dst, 0, ((even - odd)[1] + even[0]) - odd[0]);
     return zonStsOk;
 }
 

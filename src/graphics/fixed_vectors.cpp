@@ -28,11 +28,15 @@ ZONM_INLINED inline ZonStatus combine(const float *src1, const float *src2, floa
     return zonStsOk;
 }
 
-// The same for the operators of the language, four elements at once.
-template <int N, class F>
-ZONM_INLINED inline ZonStatus add(const float *src1, const float *src2, float *dst, F operation)
+// The same for what the language does with vectors, four elements at once. Compilers without them
+// have no choice by lanes.
+template <class P> inline constexpr bool hasChoice = requires(P a, P b) { a < b ? a : b; };
+
+template <int N, bool packed = true, class F>
+ZONM_INLINED inline ZonStatus combinePacked(const float *src1, const float *src2, float *dst,
+                                            F operation)
 {
-    if constexpr (N == 4) {
+    if constexpr (N == 4 && packed) {
         storePack(bytes(dst),
                   operation(loadPack<float, 4>(bytes(src1)), loadPack<float, 4>(bytes(src2))));
         return zonStsOk;
@@ -43,12 +47,12 @@ ZONM_INLINED inline ZonStatus add(const float *src1, const float *src2, float *d
 
 template <int N> ZonStatus addVectors(const float *src1, const float *src2, float *dst)
 {
-    return add<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a + b; });
+    return combinePacked<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a + b; });
 }
 
 template <int N> ZonStatus subtractVectors(const float *src1, const float *src2, float *dst)
 {
-    return add<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a - b; });
+    return combinePacked<N>(src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return a - b; });
 }
 
 template <int N> ZonStatus scaleVector(const float *src, float val, float *dst)
@@ -60,12 +64,14 @@ template <int N> ZonStatus scaleVector(const float *src, float val, float *dst)
 // Equal elements and NaNs give that of src2.
 template <int N> ZonStatus minimum(const float *src1, const float *src2, float *dst)
 {
-    return combine<N>(src1, src2, dst, [](float a, float b) ZONM_INLINED { return b > a ? a : b; });
+    return combinePacked<N, hasChoice<Row>>(
+        src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return b > a ? a : b; });
 }
 
 template <int N> ZonStatus maximum(const float *src1, const float *src2, float *dst)
 {
-    return combine<N>(src1, src2, dst, [](float a, float b) ZONM_INLINED { return b < a ? a : b; });
+    return combinePacked<N, hasChoice<Row>>(
+        src1, src2, dst, [](auto a, auto b) ZONM_INLINED { return b < a ? a : b; });
 }
 
 // Products and lengths -------------------------------------------------------------------------

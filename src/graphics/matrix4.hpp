@@ -4,6 +4,8 @@
 
 #include "graphics/vectors.hpp"
 
+#include <bit>
+
 namespace zonm
 {
 
@@ -85,27 +87,19 @@ template <int N> ZONM_INLINED inline TwoPoints loadTwo(const float *p, const flo
     return t;
 }
 
+// One after the other, since they may share bytes.
 template <int N> ZONM_INLINED inline void storeTwo(float *p, float *q, const TwoPoints &t)
 {
-    const auto &x = t.coordinate[0];
-    const auto &y = t.coordinate[1];
-    [[maybe_unused]] const auto &z = t.coordinate[2];
-    Numbers<N> a, b;
-    a.pair[0] = Pair{x[0], y[0]};
-    b.pair[0] = Pair{x[1], y[1]};
-    if constexpr (N == 3) {
-        a.pair[1] = z;
-        b.pair[1] = Pair{z[1], z[1]};
-    }
-    storeNumbers(p, a);
-    storeNumbers(q, b);
-}
-
-ZONM_INLINED inline TwoPoints rounded(TwoPoints t)
-{
-    for (Pair &c : t.coordinate)
-        c = rounded<float, 2>(c);
-    return t;
+    const auto x = narrowed<float, 2>(t.coordinate[0]), y = narrowed<float, 2>(t.coordinate[1]);
+    const auto z = narrowed<float, 2>(t.coordinate[2]);
+    const auto xy = std::bit_cast<Pair>(Row{x[0], y[0], x[1], y[1]});
+    constexpr ptrdiff_t size = sizeof(float);
+    store(bytes(p), xy[0]);
+    if constexpr (N == 3)
+        store(bytes(p) + 2 * size, z[0]);
+    store(bytes(q), xy[1]);
+    if constexpr (N == 3)
+        store(bytes(q) + 2 * size, z[1]);
 }
 
 // A matrix for two points: each element stands in both lanes.
@@ -138,6 +132,6 @@ ZONM_INLINED inline TwoPoints transformedPoint(const MatrixForTwo &matrix, const
 // Gauss-Jordan elimination with a pivot search along each row. All that is kept between steps is
 // rounded to 32f. False, with nothing written, if the largest candidate of a row is below the
 // limit; a NaN is not below it. `inverse` may be `source`; `det` may be null.
-bool invert(const Matrix4 &source, Matrix4 &inverse, double *det);
+bool invert(const float *source, float *inverse, double *det);
 
 } // namespace zonm

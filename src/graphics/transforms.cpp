@@ -31,23 +31,35 @@ template <class T> ZONM_INLINED inline T *vectorAt(T *p, int32_t stride0, ptrdif
     return reinterpret_cast<T *>(bytes(p) + k * stride0);
 }
 
-// dst[k] = of(src[k]) two by two, for operands that are apart: of a plane's points z is not looked
-// at.
+// An array through one matrix, two by two. Where dst meets a source, `inOrder` takes one vector
+// after the other.
 template <int N, class F>
-ZONM_INLINED inline void forEachTwo(const float *src, int32_t srcStride0, float *dst,
-                                    int32_t dstStride0, ptrdiff_t count, F of)
+ZONM_INLINED inline ZonStatus
+transformEach(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
+              int32_t dstStride0, int32_t count,
+              void (*inOrder)(const float *matrix, const float *src, float *dst), F ofTwo)
 {
+    if (count < 1)
+        return zonStsOk;
+    const Extent written = extentOf(dst, N, dstStride0, count);
+    if (meet(written, extentOf(src1, 16)) || meet(written, extentOf(src2, N, src2Stride0, count))) {
+        for (ptrdiff_t k = 0; k < count; ++k)
+            inOrder(src1, vectorAt(src2, src2Stride0, k), vectorAt(dst, dstStride0, k));
+        return zonStsOk;
+    }
+    const MatrixForTwo matrix(src1);
     const auto two = [&](ptrdiff_t k, ptrdiff_t l) ZONM_INLINED {
-        const float *p = vectorAt(src, srcStride0, k), *q = vectorAt(src, srcStride0, l);
-        float *const d = vectorAt(dst, dstStride0, k), *const e = vectorAt(dst, dstStride0, l);
-        const TwoPoints t = of(loadTwo<N>(p, q));
-        storeTwo<N>(d, e, t);
+        const auto t = loadTwo<N>(vectorAt(src2, src2Stride0, k), vectorAt(src2, src2Stride0, l));
+        const auto &[x, y, z] = t.coordinate;
+        storeTwo<N>(vectorAt(dst, dstStride0, k), vectorAt(dst, dstStride0, l),
+                    ofTwo(matrix.m, x, y, z));
     };
     ptrdiff_t k = 0;
     for (; k + 1 < count; k += 2)
         two(k, k + 1);
     if (k < count) // the last one by itself, as both
         two(k, k);
+    return zonStsOk;
 }
 
 // Whole vectors --------------------------------------------------------------------------------
@@ -101,21 +113,7 @@ template <int N>
 ZonStatus transformPoint(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
                          int32_t dstStride0, int32_t count)
 {
-    if (count < 1)
-        return zonStsOk;
-    const Extent written = extentOf(dst, N, dstStride0, count);
-    if (meet(written, extentOf(src1, 16)) || meet(written, extentOf(src2, N, src2Stride0, count))) {
-        for (ptrdiff_t k = 0; k < count; ++k)
-            transformPointInOrder<N>(src1, vectorAt(src2, src2Stride0, k),
-                                     vectorAt(dst, dstStride0, k));
-        return zonStsOk;
-    }
-    const MatrixForTwo matrix(src1);
-    const auto &m = matrix.m;
-    forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
-        const auto &x = t.coordinate[0];
-        const auto &y = t.coordinate[1];
-        [[maybe_unused]] const auto &z = t.coordinate[2];
+    const auto ofTwo = [](const auto &m, Pair x, Pair y, [[maybe_unused]] Pair z) ZONM_INLINED {
         Pair outer[4], inner[4];
         unrolled<0, 4>([&](auto j) ZONM_INLINED {
             outer[j] = y * m[1][j] + m[3][j];
@@ -128,8 +126,9 @@ ZonStatus transformPoint(const float *src1, const float *src2, int32_t src2Strid
         });
         const Pair w = outer[3];
         return TwoPoints{outer[0] / w, inner[1] / w, inner[2] / w};
-    });
-    return zonStsOk;
+    };
+    return transformEach<N>(src1, src2, src2Stride0, dst, dstStride0, count,
+                            transformPointInOrder<N>, ofTwo);
 }
 
 // Normals --------------------------------------------------------------------------------------
@@ -162,7 +161,7 @@ template <int N> struct Linear {
 
 template <int N> ZonStatus transformNormal(const float *src1, const float *src2, float *dst)
 {
-    if (meet(extentOf(dst, N), extentOf(src1, 16)) || overlap<N>(dst, src2))
+    if (overlap<N, 16>(dst, src1) || overlap<N>(dst, src2))
         transformNormalInOrder<N>(src1, src2, dst);
     else
         storeNumbers(dst, Linear<N>(src1)(loadNumbers<N>(src2)));
@@ -173,21 +172,7 @@ template <int N>
 ZonStatus transformNormal(const float *src1, const float *src2, int32_t src2Stride0, float *dst,
                           int32_t dstStride0, int32_t count)
 {
-    if (count < 1)
-        return zonStsOk;
-    const Extent written = extentOf(dst, N, dstStride0, count);
-    if (meet(written, extentOf(src1, 16)) || meet(written, extentOf(src2, N, src2Stride0, count))) {
-        for (ptrdiff_t k = 0; k < count; ++k)
-            transformNormalInOrder<N>(src1, vectorAt(src2, src2Stride0, k),
-                                      vectorAt(dst, dstStride0, k));
-        return zonStsOk;
-    }
-    const MatrixForTwo matrix(src1);
-    const auto &m = matrix.m;
-    forEachTwo<N>(src2, src2Stride0, dst, dstStride0, count, [&](const TwoPoints &t) ZONM_INLINED {
-        const auto &x = t.coordinate[0];
-        const auto &y = t.coordinate[1];
-        [[maybe_unused]] const auto &z = t.coordinate[2];
+    const auto ofTwo = [](const auto &m, Pair x, Pair y, [[maybe_unused]] Pair z) ZONM_INLINED {
         TwoPoints normals = {};
         unrolled<0, N>([&](auto j) ZONM_INLINED {
             normals.coordinate[j] = m[0][j] * x + m[1][j] * y;
@@ -195,8 +180,9 @@ ZonStatus transformNormal(const float *src1, const float *src2, int32_t src2Stri
                 normals.coordinate[j] = normals.coordinate[j] + m[2][j] * z;
         });
         return normals;
-    });
-    return zonStsOk;
+    };
+    return transformEach<N>(src1, src2, src2Stride0, dst, dstStride0, count,
+                            transformNormalInOrder<N>, ofTwo);
 }
 
 // Projection -----------------------------------------------------------------------------------
@@ -242,21 +228,35 @@ ZonStatus project(const float *proj, const float *view, const float *world, cons
     const Viewport<Pair> viewport = {both(width), both(height), both(zMin),
                                      both(zMax),  both(1),      both(0.5)};
     // Some points through one matrix after the other: those of one step do not wait for each other.
+    // Between the matrices they are 32f.
     constexpr int pairs = 16;
-    TwoPoints points[pairs];
+    float points[pairs][3][2];
+    const auto keep = [&](int i, const TwoPoints &t) ZONM_INLINED {
+        unrolled<0, 3>([&](auto c) ZONM_INLINED {
+            storeDoubles<float, 2>(bytes(points[i][c]), t.coordinate[c]);
+        });
+    };
+    const auto kept = [&](int i) ZONM_INLINED {
+        TwoPoints t;
+        unrolled<0, 3>([&](auto c) ZONM_INLINED {
+            t.coordinate[c] = loadDoubles<float, 2>(bytes(points[i][c]));
+        });
+        return t;
+    };
     const auto at = [=](ptrdiff_t k) ZONM_INLINED { return std::min<ptrdiff_t>(k, count - 1); };
     for (ptrdiff_t k = 0; k < count; k += 2 * pairs) {
         const int n = int(std::min<ptrdiff_t>(pairs, (count - k + 1) / 2));
         for (int i = 0; i < n; ++i)
-            points[i] = loadTwo<3>(vectorAt(src, srcStride0, k + 2 * i),
-                                   vectorAt(src, srcStride0, at(k + 2 * i + 1)));
-        for (const MatrixForTwo &matrix : matrices)
-            for (int i = 0; i < n; ++i)
-                points[i] = rounded(transformedPoint(matrix, points[i]));
+            keep(i, transformedPoint(matrices[0],
+                                     loadTwo<3>(vectorAt(src, srcStride0, k + 2 * i),
+                                                vectorAt(src, srcStride0, at(k + 2 * i + 1)))));
+        for (int i = 0; i < n; ++i)
+            keep(i, transformedPoint(matrices[1], kept(i)));
+        for (int i = 0; i < n; ++i)
+            keep(i, transformedPoint(matrices[2], kept(i)));
         for (int i = 0; i < n; ++i) {
-            const auto &x = points[i].coordinate[0];
-            const auto &y = points[i].coordinate[1];
-            [[maybe_unused]] const auto &z = points[i].coordinate[2];
+            const auto t = kept(i);
+            const auto &[x, y, z] = t.coordinate;
             storeTwo<3>(vectorAt(dst, dstStride0, k + 2 * i),
                         vectorAt(dst, dstStride0, at(k + 2 * i + 1)),
                         TwoPoints{viewport.x(x), viewport.y(y), viewport.z(z)});
@@ -275,10 +275,11 @@ ZONM_INLINED inline Numbers<3> normalizedCoordinates(const Numbers<3> &point, do
                               Pair{(point[2] - zMin) / depth, 0}});
 }
 
-bool invertScene(const float *proj, const float *view, const float *world, Matrix4 &inverse)
+bool invertScene(const float *proj, const float *view, const float *world, float *inverse)
 {
     const Matrix4 toCamera = productFromLast(loadMatrix(world), loadMatrix(view));
-    return invert(productFromLast(toCamera, loadMatrix(proj)), inverse, nullptr);
+    storeMatrix(inverse, productFromLast(toCamera, loadMatrix(proj)));
+    return invert(inverse, inverse, nullptr);
 }
 
 ZonStatus unproject(const float *proj, const float *view, const float *world, const float *src,
@@ -287,10 +288,10 @@ ZonStatus unproject(const float *proj, const float *view, const float *world, co
     const auto point = normalizedCoordinates(loadNumbers<3>(src), width, height, zMin,
                                              double(zMax) - double(zMin));
     storeNumbers(dst, point); // what a singular scene leaves
-    Matrix4 inverse;
+    float inverse[16];
     if (!invertScene(proj, view, world, inverse))
         return zonStsSingular;
-    storeNumbers(dst, transformedPoint(inverse, point));
+    storeNumbers(dst, transformedPoint(loadMatrix(inverse), point));
     return zonStsOk;
 }
 
@@ -298,14 +299,15 @@ ZonStatus unproject(const float *proj, const float *view, const float *world, co
                     int32_t srcStride0, float width, float height, float zMin, float zMax,
                     float *dst, int32_t dstStride0, int32_t count)
 {
-    Matrix4 inverse;
+    float inverse[16];
     if (!invertScene(proj, view, world, inverse))
         return zonStsSingular;
+    const Matrix4 m = loadMatrix(inverse);
     const float depth = zMax - zMin; // rounded, unlike that of the single form
     for (ptrdiff_t k = 0; k < count; ++k) {
         const auto point = normalizedCoordinates(loadNumbers<3>(vectorAt(src, srcStride0, k)),
                                                  width, height, zMin, depth);
-        storeNumbers(vectorAt(dst, dstStride0, k), transformedPoint(inverse, point));
+        storeNumbers(vectorAt(dst, dstStride0, k), transformedPoint(m, point));
     }
     return zonStsOk;
 }

@@ -33,11 +33,11 @@ ZONM_INLINED inline Extent extentOf(const float *p, ptrdiff_t elements, ptrdiff_
             std::size_t(spread < 0 ? -spread : spread) + std::size_t(elements) * sizeof(float)};
 }
 
-// Whether two objects of N elements share a byte.
-template <int N> ZONM_INLINED inline bool overlap(const float *p, const float *q)
+// Whether an object of N elements and one of M share a byte.
+template <int N, int M = N> ZONM_INLINED inline bool overlap(const float *p, const float *q)
 {
-    constexpr std::uintptr_t reach = N * sizeof(float) - 1;
-    return std::uintptr_t(p) - std::uintptr_t(q) + reach <= 2 * reach;
+    constexpr std::uintptr_t before = N * sizeof(float) - 1, behind = M * sizeof(float) - 1;
+    return std::uintptr_t(p) - std::uintptr_t(q) + before <= before + behind;
 }
 
 // Numbers --------------------------------------------------------------------------------------
@@ -109,6 +109,47 @@ template <int M, int N> ZONM_INLINED inline Numbers<M> firstOf(const Numbers<N> 
     Numbers<M> first;
     unrolled<0, Numbers<M>::pairs>([&](auto h) ZONM_INLINED { first.pair[h] = v.pair[h]; });
     return first;
+}
+
+// Four elements ----------------------------------------------------------------------------------
+
+using Row = Pack<float, 4>;
+
+// By name, since compilers move what they know only as bytes in halves.
+ZONM_INLINED inline Row loadRow(const float *p)
+{
+#if defined(ZONM_SSE2)
+    return Row(_mm_loadu_ps(p));
+#else
+    return loadPack<float, 4>(bytes(p));
+#endif
+}
+
+ZONM_INLINED inline void storeRow(float *p, const Row &row) { storePack(bytes(p), row); }
+
+template <int... L> ZONM_INLINED inline Row shuffled(const Row &row) { return Row{row[L]...}; }
+
+ZONM_INLINED inline Numbers<4> widened(const Row &row)
+{
+#if defined(ZONM_SSE2)
+    return {Pair(_mm_cvtps_pd(__m128(row))),
+            Pair(_mm_cvtps_pd(_mm_movehl_ps(__m128(row), __m128(row))))};
+#else
+    float elements[4];
+    storeRow(elements, row);
+    return loadNumbers<4>(elements);
+#endif
+}
+
+ZONM_INLINED inline Row narrowed(const Numbers<4> &v)
+{
+#if defined(ZONM_SSE2)
+    return Row(_mm_movelh_ps(_mm_cvtpd_ps(__m128d(v.pair[0])), _mm_cvtpd_ps(__m128d(v.pair[1]))));
+#else
+    float elements[4];
+    storeNumbers(elements, v);
+    return loadRow(elements);
+#endif
 }
 
 // Formulas -------------------------------------------------------------------------------------

@@ -101,7 +101,7 @@ ZONM_INLINED inline void loadRows(Doubles<W> (&rows)[R], const M &m, ptrdiff_t i
 // One lane of a pair in both.
 template <int I> ZONM_INLINED inline Doubles<2> laneInBoth(Doubles<2> pair)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     // Unlike the unpacking instructions this one leaves the pair as it is.
     constexpr int both = I == 0 ? 0x44 : 0xee;
     return Doubles<2>(_mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(__m128d(pair)), both)));

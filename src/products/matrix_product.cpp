@@ -13,6 +13,7 @@
 #include "frame/checks.hpp"
 #include "frame/generated/export_table.hpp"
 #include "frame/overlap.hpp"
+#include "products/interleaved_products.hpp"
 #include "products/square_products.hpp"
 #include "products/tiled_products.hpp"
 
@@ -159,6 +160,10 @@ template <class A, class B, class D>
 [[gnu::noinline]] ZonStatus multiplyStrided(const A &a, const B &b, const D &d, int size,
                                             int32_t count)
 {
+    // A chain that begins with its first product begins with -0.0 here: added to that, it changes
+    // nothing.
+    if (areInterleavedProducts(a, b, d, count))
+        return multiplyInterleaved(a, b, d, size != 0 ? -0.0 : 0.0, count);
     return withSize(size, [&](auto n) {
         if constexpr (n != 0)
             return squareProducts<n, Start::product, Held::none>(a, b, d, count);

@@ -24,14 +24,12 @@ using LaneSums = Doubles<objectLanes>;
 
 inline LaneSums squareRoots(LaneSums x)
 {
-#if defined(__SSE2__)
+#if defined(ZONM_SSE2)
     return LaneSums(_mm_sqrt_pd(__m128d(x)));
-#elif defined(__GNUC__)
+#else
     for (int l = 0; l < objectLanes; ++l)
         x[l] = squareRoot(x[l]);
     return x;
-#else
-    return squareRoot(x);
 #endif
 }
 
@@ -39,9 +37,7 @@ inline LaneSums squareRoots(LaneSums x)
 // with its first term.
 struct RootOfSquares {
     static double finish(double sum) { return squareRoot(sum); }
-#if defined(__GNUC__)
     static LaneSums finish(LaneSums sums) { return squareRoots(sums); }
-#endif
 };
 
 // One object -----------------------------------------------------------------------------------

@@ -187,8 +187,9 @@ template <bool Shared, class A, class B, class D>
         solveInDst(stridedView(src1(k)), stridedView(src2(k)), stridedView(dst(k)), n);
     };
     const ptrdiff_t matrix = ptrdiff_t(n) * n * ptrdiff_t(sizeof(typename D::Element));
-    // A group reads its systems whole; where they overlap otherwise, that could be seen.
-    if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) &&
+    // A group reads its systems whole and works on copies; where they overlap otherwise, or the
+    // elements of one dst do, that could be seen.
+    if (n <= largestTogether && (Shared || !isStreamed(matrix, count)) && elementsAreApart(dst) &&
         areIndependent(Regions(count, dst), Regions(count, src1), count) &&
         areIndependentOrSame(dst, src2, count))
         substituteGroups(
@@ -218,10 +219,14 @@ template <bool Shared, class A, class B, class D>
                                          int32_t count)
 {
     withSize(size, [&](auto n) {
+        // Dense rows pay where a small matrix is read for each vector.
+        const auto a = stridedObjects(src1);
+        const auto b = stridedObjects(src2);
+        const auto d = stridedObjects(dst);
         if constexpr (n == 0)
-            solveGeneral<Shared>(src1, src2, dst, size, count);
+            solveGeneral<Shared>(a, b, d, size, count);
         else if constexpr (Shared)
-            solveShared<n>(lowerTriangle<n>(src1(0)), src2, dst, count);
+            solveShared<n>(lowerTriangle<n>(a(0)), b, d, count);
         else
             solveOwn<n>(src1, src2, dst, count);
     });

@@ -241,8 +241,9 @@ template <class A, class B, class D>
         solveInBuffer(stridedView(src1(k)), buffer, stridedView(src2(k)), stridedView(dst(k)),
                       shape);
     };
-    // A group reads its matrices before it writes, which could be seen where dst lies in them.
-    if (shape.height <= largestTogether &&
+    // A group reads its matrices before it writes, and works on copies, which could be seen where
+    // dst lies in them, or the elements of one dst overlap.
+    if (shape.height <= largestTogether && elementsAreApart(dst) &&
         areIndependent(Regions(count, dst), Regions(count, src1), count))
         substituteGroups(
             count, std::tie(dst), std::tie(src1, src2),
@@ -272,10 +273,14 @@ template <bool Shared, class A, class B, class D>
                                          Shape shape, int32_t count)
 {
     withSquareSize(shape, [&](auto n) {
+        // Dense rows pay where a small matrix is read for each vector.
+        const auto a = stridedObjects(src1);
+        const auto b = stridedObjects(src2);
+        const auto d = stridedObjects(dst);
         if constexpr (n == 0)
-            solveGeneral(src1, buffer, src2, dst, shape, count);
+            solveGeneral(a, buffer, b, d, shape, count);
         else if constexpr (Shared)
-            solveShared<n>(factorsOf<n>(src1(0)), src2, dst, count);
+            solveShared<n>(factorsOf<n>(a(0)), b, d, count);
         else
             solveOwn<n>(src1, src2, dst, count);
     });

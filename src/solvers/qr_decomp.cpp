@@ -191,7 +191,7 @@ template <class A, class D>
         return factorObject(stridedView(src(k)), stridedView(dst(k)), shape);
     };
     // A group reads its objects whole and works on copies; where they overlap otherwise, or the
-    // rows of one do, that could be seen.
+    // elements of one do, that could be seen.
     if (std::int64_t(shape.width) * shape.height > largestTogether || !elementsAreApart(dst) ||
         !areIndependentOrSame(dst, src, count))
         return decomposeEach(count, one);

@@ -5,9 +5,10 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 #include <unordered_map>
 #include <utility>
+
+#include "support/posix.hpp"
 
 namespace test
 {

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <sys/mman.h>
+
+#include "support/posix.hpp"
 
 namespace test
 {

@@ -23,6 +23,8 @@ std::ptrdiff_t nest(std::vector<Dimension> dimensions, int element, Spread sprea
 {
     if (spread == Spread::strided)
         random.shuffle(dimensions);
+    else if (spread == Spread::interleaved) // the objects come first
+        std::rotate(dimensions.begin(), dimensions.begin() + 1, dimensions.end());
     else if (spread == Spread::denseRows && dimensions.size() == 3 && random.oneIn(2))
         std::swap(dimensions[0], dimensions[1]);
 
@@ -30,7 +32,7 @@ std::ptrdiff_t nest(std::vector<Dimension> dimensions, int element, Spread sprea
     const Dimension *innermost = &dimensions.back();
     for (auto d = dimensions.rbegin(); d != dimensions.rend(); ++d) {
         const bool padded =
-            spread == Spread::strided || (spread == Spread::denseRows && &*d != innermost);
+            spread == Spread::strided || (spread != Spread::dense && &*d != innermost);
         if (padded)
             step += element * random.pick({0, 1, 1, 2, 3, 7});
         *d->stride = std::int32_t(step);

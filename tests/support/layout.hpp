@@ -26,15 +26,17 @@ struct Block {
 };
 
 enum class Spread {
-    dense,     // objects, rows and elements without gaps
-    denseRows, // the elements of a stored row without gaps, the rest as it comes
-    strided,   // gaps everywhere, dimensions nested in any order
-    any,       // one of these, drawn for each call
+    dense,       // objects, rows and elements without gaps
+    denseRows,   // the elements of a stored row without gaps, the rest as it comes
+    strided,     // gaps everywhere, dimensions nested in any order
+    interleaved, // the elements of one place side by side for all objects, the rest as it comes
+    any,         // one of these, drawn for each call
     // Not drawn by `any`, since they cost more:
     fenced, // every row, or every element of an element table, between two forbidden pages and
             // flush with one of them
     vast,   // strides of a GiB and more: offsets need more than 32 bits
 };
+inline constexpr bool hasVastSpace = sizeof(void *) > 4;
 
 struct Layout {
     int objects;

@@ -6,9 +6,8 @@
 #include <map>
 #include <stdexcept>
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 
+#include "support/posix.hpp"
 #include "support/values.hpp"
 
 namespace test

@@ -225,11 +225,13 @@ std::vector<Place> OneMemory::vast(bool rows)
 void OneMemory::check(Meeting meeting, const Reference &reference)
 {
     tried = compared = 0;
+    const bool meetsSources = meeting == Meeting::any || meeting == Meeting::anyButWithinObjects;
+    const bool meetsItself = meeting == Meeting::any || meeting == Meeting::ofDst;
     for (const Style style : {Style::dense, Style::rowsApart, Style::elementsApart,
                               Style::sideBySide, Style::byColumns}) {
         try_(apart(style), "apart", reference);
-        if (meeting == Meeting::any)
-            meetAll(style, reference);
+        if (meetsSources)
+            meetAll(style, meetsItself, reference);
         if (meeting == Meeting::none)
             continue;
         for (std::size_t o = 0; o < parts.size(); ++o) {
@@ -238,6 +240,8 @@ void OneMemory::check(Meeting meeting, const Reference &reference)
             auto places = apart(style);
             places[o].step0 = parts[o].size();
             try_(places, "all objects of " + parts[o].name + " in one place", reference);
+            if (!meetsItself)
+                continue;
             places = apart(style);
             places[o].step1 = std::max(places[o].step1 - parts[o].size(), parts[o].size());
             try_(places, "rows of " + parts[o].name + " overlap", reference);
@@ -263,18 +267,19 @@ void OneMemory::check(Meeting meeting, const Reference &reference)
             tables = true;
             const bool ofObjects = p.form.block.stride2 || p.form.block.constant;
             const int entries = ofObjects ? p.objects : p.rows() * p.columns();
-            places[n].order = again && (!p.output || meeting != Meeting::none)
-                                  ? repeated(entries, generator)
-                                  : shuffled(entries, generator);
+            places[n].order = again && (!p.output || meetsItself) ? repeated(entries, generator)
+                                                                  : shuffled(entries, generator);
         }
         if (tables)
             try_(places, again ? "tables with entries twice" : "shuffled tables", reference);
     }
-    if (sizeof(void *) > 4)
+    if (hasVastSpace) {
+        const NoDigest notEverywhere;
+        const Random before = generator;
         for (const bool rows : {false, true}) {
             auto places = vast(rows);
             try_(places, "vast", reference);
-            for (std::size_t o = 0; o < parts.size() && meeting == Meeting::any; ++o)
+            for (std::size_t o = 0; o < parts.size() && meetsSources; ++o)
                 for (std::size_t s = 0; s < parts.size(); ++s)
                     if (parts[o].output && parts[o].described && !parts[s].output &&
                         parts[s].described)
@@ -286,18 +291,19 @@ void OneMemory::check(Meeting meeting, const Reference &reference)
                             try_(met, "vast, " + parts[o].name + " on " + parts[s].name, reference);
                         }
         }
-    if (meeting == Meeting::any)
-        for (int n = 0; n < 12; ++n)
-            try_(anywhere(n % 4), "anywhere", reference);
+        generator = before;
+    }
+    for (int n = 0; n < 12 && meetsSources; ++n)
+        try_(anywhere(meetsItself ? n % 4 : 0), "anywhere", reference);
     EXPECT_GT(compared * 2, tried) << callee.name << ": too many NaN to compare";
 }
 
-void OneMemory::meetAll(Style style, const Reference &reference)
+void OneMemory::meetAll(Style style, bool rowsToo, const Reference &reference)
 {
     for (std::size_t o = 0; o < parts.size(); ++o)
         for (std::size_t s = 0; s < parts.size(); ++s)
             if (parts[o].output && !parts[s].output && parts[s].described)
-                meet(o, s, !parts[o].described, style, reference);
+                meet(o, s, !parts[o].described, style, rowsToo, reference);
 }
 
 void OneMemory::checkMeeting(std::string_view output, std::string_view source,
@@ -311,11 +317,12 @@ void OneMemory::checkMeeting(std::string_view output, std::string_view source,
     };
     for (const Style style : {Style::dense, Style::rowsApart, Style::elementsApart,
                               Style::sideBySide, Style::byColumns})
-        meet(named(output), named(source), true, style, reference);
+        meet(named(output), named(source), true, style, true, reference);
 }
 
-// `output` displaced against `source`; alone: no other operand is within its reach.
-void OneMemory::meet(std::size_t output, std::size_t source, bool alone, Style style,
+// `output` displaced against `source`, and with rows that overlap if `rowsToo`; alone: no other
+// operand is within its reach.
+void OneMemory::meet(std::size_t output, std::size_t source, bool alone, Style style, bool rowsToo,
                      const Reference &reference)
 {
     const Part &o = parts[output], &s = parts[source];
@@ -350,6 +357,8 @@ void OneMemory::meet(std::size_t output, std::size_t source, bool alone, Style s
             continue;
         met[output].step0 += 2 * o.size();
         try_(met, what + ", in steps of its own", reference);
+        if (!rowsToo)
+            continue;
         met[output] = places[output];
         met[output].base = at.base + ahead;
         met[output].step1 = std::max(met[output].step1 - o.size(), o.size());

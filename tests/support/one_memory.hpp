@@ -29,6 +29,7 @@ enum class Meeting {
            // strides of a GiB
     ofDst, // also elements of an output with one another: the last store remains
     any,   // also an output with a source, the integers and scalars of plain outputs among them
+    anyButWithinObjects, // but no two elements of the same object of an output
 };
 
 class OneMemory
@@ -92,8 +93,9 @@ class OneMemory
     std::vector<Place> anywhere(int kind);
     std::vector<Place> vast(bool rows);
     void try_(const std::vector<Place> &, const std::string &what, const Reference &);
-    void meetAll(Style, const Reference &);
-    void meet(std::size_t output, std::size_t source, bool alone, Style, const Reference &);
+    void meetAll(Style, bool rowsToo, const Reference &);
+    void meet(std::size_t output, std::size_t source, bool alone, Style, bool rowsToo,
+              const Reference &);
     std::int32_t drawShift(const Part &);
 
     // The memory for operands at these places; they are laid in it one set after the other.

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace test
 {
@@ -51,10 +52,8 @@ template <class T> double drawAs(Values values, Random &random)
     case Values::infinities: return random.oneIn(3) ? sign * Limits::infinity() : sign * mantissa;
     case Values::notANumber: return random.oneIn(4) ? sign * Limits::quiet_NaN() : sign * mantissa;
     case Values::randomBits: {
-        const std::uint64_t bits = random.bits();
-        T value;
-        std::memcpy(&value, &bits, sizeof value);
-        return value;
+        using Bits = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
+        return std::bit_cast<T>(Bits(random.bits()));
     }
     }
     return 0;
@@ -109,6 +108,18 @@ std::string name(Values values)
 double draw(Values values, Element e, Random &random)
 {
     return e == Element::f32 ? drawAs<float>(values, random) : drawAs<double>(values, random);
+}
+
+double fusedStep(double a, double b, double c)
+{
+    const auto high = [](double x) {
+        const double y = x * 0x8000001p0;
+        return y - (y - x);
+    };
+    const double p = a * b, ah = high(a), bh = high(b), al = a - ah, bl = b - bh;
+    const double low = al * bl - (((p - ah * bh) - al * bh) - ah * bl); // a*b - p, exactly
+    const double s = p + c, v = s - p;
+    return s + ((p - (s - v)) + (c - v) + low);
 }
 
 bool sameBits(double a, double b)

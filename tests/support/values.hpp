@@ -64,6 +64,10 @@ std::span<const Values> allValues();
 std::string name(Values);
 double draw(Values, Element, Random &);
 
+// What a fused operation makes of a*b + c, the same on every platform: std::fma of some is inexact.
+// For numbers of moderate size.
+double fusedStep(double a, double b, double c);
+
 // Equal to the last bit; a NaN is the same as any other NaN.
 [[nodiscard]] bool sameBits(double, double);
 
