@@ -49,6 +49,13 @@ if(ZONM_HAS_FUSED_OPERATIONS)
   set(ZONM_UNFUSED ${ZONM_ROUNDING})
 endif()
 
+# These families have their packs by hand. GCC's vectorisers would only multiply the code of what is
+# left: loops over tables, over wide steps, and over the few objects that fill no register.
+file(GLOB with_packs CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/src/elementwise/*.cpp ${PROJECT_SOURCE_DIR}/src/products/*.cpp)
+set_source_files_properties(${with_packs} PROPERTIES
+  COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-vectorize>)
+
 # The products are written in an order in which registers suffice; this pass of GCC would put off
 # the arithmetic to the stores and spill.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/src/products/matrix_product.cpp PROPERTIES
@@ -60,12 +67,6 @@ foreach(family eigen_values eigen_vectors)
   set_source_files_properties(${PROJECT_SOURCE_DIR}/src/eigen/${family}.cpp PROPERTIES
     COMPILE_OPTIONS $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-O2>)
 endforeach()
-
-# These families have their packs by hand. GCC's vectorisers would only multiply the code of what is
-# left, loops over tables and over wide steps.
-file(GLOB elementwise CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/elementwise/*.cpp)
-set_source_files_properties(${elementwise} ${PROJECT_SOURCE_DIR}/src/products/constant_product.cpp
-  PROPERTIES COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-vectorize>)
 
 # One set of objects serves the shared and the static library. In an object library all units get
 # the same options and definitions.

@@ -62,22 +62,27 @@ TEST(Trace, OfEveryLayout)
                     checkOnce(*e, seed++, width, 9, values, spread);
 }
 
-TEST(Trace, TellsItsOrderFromTheOther)
+TEST(Trace, TellsItsOrderFromTheOthers)
 {
     for (const Export *e : exportsOf("trace"))
-        for (std::size_t n = 3; n <= 6; ++n)
-            for (const Spread spread : {Spread::dense, Spread::strided}) {
-                const Element type = e->element == "32f" ? Element::f32 : Element::f64;
-                const Numbers diagonal = searchTelling(
-                    type,
-                    {[&](const Numbers &d) { return sumOf(d, ascendingOrders[n - 3]); },
-                     [&](const Numbers &d) { return sumOf(d, otherOrders[n - 3]); }},
-                    [&](Random &r) { return drawCancelling(type, n, r); });
-                checkOnce(
-                    *e, n, int(n), 5,
-                    [&](int, int i, int j) { return i == j ? diagonal[std::size_t(i)] : 1e9; },
-                    spread);
-            }
+        for (std::size_t n = 3; n <= 6; ++n) {
+            const Order order = orderOf(*e, int(n));
+            std::vector<Order> others = neighboursOf(order);
+            others.push_back((e->description == "P" ? otherOrders : ascendingOrders)[n - 3]);
+            for (const Order &other : others)
+                for (const Spread spread : {Spread::dense, Spread::strided}) {
+                    const Element type = e->element == "32f" ? Element::f32 : Element::f64;
+                    const Numbers diagonal =
+                        searchTelling(type,
+                                      {[&](const Numbers &d) { return sumOf(d, order); },
+                                       [&](const Numbers &d) { return sumOf(d, other); }},
+                                      [&](Random &r) { return drawCancelling(type, n, r); });
+                    checkOnce(
+                        *e, n, int(n), 5,
+                        [&](int, int i, int j) { return i == j ? diagonal[std::size_t(i)] : 1e9; },
+                        spread);
+                }
+        }
 }
 
 // From 0.0 a sum of -0.0 only is +0.0; from its first term it stays -0.0.

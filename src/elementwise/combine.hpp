@@ -310,9 +310,8 @@ inline bool mayTile(const std::byte *dst, const std::byte *array, const std::byt
                     ptrdiff_t elements, ptrdiff_t count)
 {
     const auto object = std::uintptr_t(elements) * sizeof(T);
-    const auto from = std::uintptr_t(dst), to = from + object * std::uintptr_t(count);
-    const bool apart = std::uintptr_t(single) >= to || std::uintptr_t(single) + object <= from;
-    return Tile<T>::serves(elements, count) && apart && keepsOrder(dst, array);
+    return Tile<T>::serves(elements, count) &&
+           areApart(dst, object * std::uintptr_t(count), single, object) && keepsOrder(dst, array);
 }
 
 // Objects with objects.

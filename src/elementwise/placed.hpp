@@ -3,7 +3,7 @@
 // has to be known of them before a loop may be taken in another order.
 #pragma once
 
-#include "frame/objects.hpp"
+#include "frame/overlap.hpp"
 
 namespace zonm
 {
@@ -77,8 +77,8 @@ template <class A, class B> inline bool haveSamePlace(const Placed<A> &a, const 
 inline bool areApart(const std::byte *a, std::uintptr_t sizeOfA, const std::byte *b,
                      std::uintptr_t sizeOfB)
 {
-    const auto ahead = std::uintptr_t(a) - std::uintptr_t(b);
-    return ahead >= sizeOfB && 0 - ahead >= sizeOfA;
+    return !meet(Extent{std::uintptr_t(a), std::size_t(sizeOfA)},
+                 Extent{std::uintptr_t(b), std::size_t(sizeOfB)});
 }
 
 // Loops ------------------------------------------------------------------------------------------

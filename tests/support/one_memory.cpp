@@ -363,6 +363,12 @@ void OneMemory::meet(std::size_t output, std::size_t source, bool alone, Style s
         met[output].base = at.base + ahead;
         met[output].step1 = std::max(met[output].step1 - o.size(), o.size());
         try_(met, what + ", its rows overlap", reference);
+        if (!alone || s.objects == 1)
+            continue;
+        met[output] = places[output];
+        met[output].base = at.base + ahead;
+        met[output].step0 = met[source].step0 = o.size();
+        try_(met, what + ", and so do the objects of both", reference);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "support/values.hpp"
@@ -29,6 +30,17 @@ inline double sumOf(const Numbers &terms, const Order &order)
     for (std::size_t p = 1; p < order.size(); ++p)
         sum = sum + terms.at(std::size_t(order[p]));
     return sum;
+}
+
+// The orders that differ in two neighbouring additions; the first two terms may change places.
+inline std::vector<Order> neighboursOf(const Order &order)
+{
+    std::vector<Order> orders;
+    for (std::size_t p = 1; p + 1 < order.size(); ++p) {
+        orders.push_back(order);
+        std::swap(orders.back()[p], orders.back()[p + 1]);
+    }
+    return orders;
 }
 
 // Numbers to which the candidates, rounded to the element type, give results all different from one
