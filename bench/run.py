@@ -143,6 +143,7 @@ def arguments():
     parser.add_argument("--check-arguments", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--quick", action="store_true", help="fewer and shorter samples")
     parser.add_argument("--publish", action="store_true", help="write to docs/, files of the repository")
+    parser.add_argument("--repetitions", type=int, default=FULL["repetitions"], help="samples of a full run")
     parser.add_argument("--filter", default=".", help="regular expression on the names")
     parser.add_argument("--against", type=Path, metavar="DIRECTORY",
                         help="compare with the libzonm.so of another build, and print the ratios")
@@ -197,8 +198,8 @@ def main():
         sys.exit("the pictures need matplotlib (apt install python3-matplotlib)")
     if options.against:
         return against(options.program, options.against, options.filter)
-    settings = QUICK if options.quick else FULL
-    print(f"about {'one minute' if options.quick else 'five minutes'} ...", file=sys.stderr)
+    settings = QUICK if options.quick else FULL | {"repetitions": options.repetitions}
+    print(f"about {'three minutes' if options.quick else 'fifteen minutes'} ...", file=sys.stderr)
     data = trim(run(options.program, settings, options.filter), settings, "./dev bench --publish")
     for name, version in data["peers"].items():
         print(f"{name}: {version}", file=sys.stderr)

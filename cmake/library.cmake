@@ -50,9 +50,11 @@ if(ZONM_HAS_FUSED_OPERATIONS)
 endif()
 
 # These families have their packs by hand. GCC's vectorisers would only multiply the code of what is
-# left: loops over tables, over wide steps, and over the few objects that fill no register.
+# left: loops over tables, over wide steps, and over the few objects that fill no register. Copies of
+# element tables gain by them.
 file(GLOB with_packs CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/src/elementwise/*.cpp ${PROJECT_SOURCE_DIR}/src/products/*.cpp)
+list(FILTER with_packs EXCLUDE REGEX "/copy\\.cpp$")
 set_source_files_properties(${with_packs} PROPERTIES
   COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-vectorize>)
 
