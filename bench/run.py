@@ -200,7 +200,12 @@ def main():
         return against(options.program, options.against, options.filter)
     settings = QUICK if options.quick else FULL | {"repetitions": options.repetitions}
     print(f"about {'three minutes' if options.quick else 'fifteen minutes'} ...", file=sys.stderr)
-    data = trim(run(options.program, settings, options.filter), settings, "./dev bench --publish")
+    command = "./dev bench --publish"
+    if settings["repetitions"] != FULL["repetitions"]:
+        command += f" --repetitions {settings['repetitions']}"
+    if "OPENBLAS_CORETYPE" in os.environ:
+        command = f"OPENBLAS_CORETYPE={os.environ['OPENBLAS_CORETYPE']} {command}"
+    data = trim(run(options.program, settings, options.filter), settings, command)
     for name, version in data["peers"].items():
         print(f"{name}: {version}", file=sys.stderr)
     for remark in data["remarks"]:

@@ -147,7 +147,7 @@ def of_group(data, group):
 
 def head(data):
     peers = "; ".join(f"{name}: {version}" for name, version in data["peers"].items())
-    quick = "" if data["repetitions"] >= 5 else ", a quick run: the figures scatter"
+    quick = "" if data["repetitions"] >= 9 else ", a quick run: the figures scatter"
     remarks = "".join(f"- **{remark}.**\n" for remark in data.get("remarks", []))
     return f"""<!-- SPDX-License-Identifier: Apache-2.0 -->
 # Benchmarks
